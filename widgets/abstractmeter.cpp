@@ -1,0 +1,131 @@
+#include "widgets/abstractmeter.h"
+
+#include <QEvent>
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "widgets/functions.h"
+
+namespace {
+
+constexpr unsigned scale_steps = 8;
+constexpr double scale_increment = 5.0;
+constexpr double least_span = 0.00001;
+
+/// Tells whether a scale can be drawn from @p minimum to @p maximum.
+bool isProperRange(double minimum, double maximum) {
+    const double span = maximum - minimum;
+    return span > least_span && std::isfinite(span);
+}
+
+/// @p value truncated toward zero, the nearest int where it has no such int, 0 for not-a-number.
+int truncated(double value) {
+    constexpr double lowest = std::numeric_limits<int>::min();
+    constexpr double highest = std::numeric_limits<int>::max();
+    return std::isnan(value) ? 0 : static_cast<int>(std::clamp(value, lowest, highest));
+}
+
+}  // namespace
+
+AbstractMeter::AbstractMeter(QWidget* parent) : WidgetWithBackground(parent) {}
+
+void AbstractMeter::setMinimum(double minimum) {
+    if (!isProperRange(minimum, m_maximum)) {
+        return;
+    }
+    m_minimum = minimum;
+    if (calcMaxMin()) {
+        updateWithBackground();
+    }
+}
+
+void AbstractMeter::setMaximum(double maximum) {
+    if (!isProperRange(m_minimum, maximum)) {
+        return;
+    }
+    m_maximum = maximum;
+    if (calcMaxMin()) {
+        updateWithBackground();
+    }
+}
+
+void AbstractMeter::setNominal(double nominal) {
+    m_nominal = nominal;
+    updateWithBackground();
+}
+
+void AbstractMeter::setCritical(double critical) {
+    m_critical = critical;
+    updateWithBackground();
+}
+
+void AbstractMeter::setValueOffset(double offset) {
+    m_valueOffset = offset;
+    updateWithBackground();
+}
+
+void AbstractMeter::setDigitOffset(double offset) {
+    m_digitOffset = offset;
+    updateWithBackground();
+}
+
+void AbstractMeter::setValueFont(const QFont& font) {
+    m_valueFont = font;
+    updateWithBackground();
+}
+
+void AbstractMeter::setDigitFont(const QFont& font) {
+    m_digitFont = font;
+    updateWithBackground();
+}
+
+void AbstractMeter::setPrefix(const QString& prefix) {
+    m_prefix = prefix;
+    updateWithBackground();
+}
+
+void AbstractMeter::setSuffix(const QString& suffix) {
+    m_suffix = suffix;
+    updateWithBackground();
+}
+
+void AbstractMeter::setValue(int value) {
+    if (value == m_value) {
+        return;
+    }
+    m_value = value;
+    update();
+    // Each overload emits its own type first.
+    Q_EMIT valueChanged(value);
+    Q_EMIT valueChanged(static_cast<double>(value));
+}
+
+void AbstractMeter::setValue(double value) {
+    if (value == m_value) {
+        return;
+    }
+    m_value = value;
+    update();
+    Q_EMIT valueChanged(value);
+    Q_EMIT valueChanged(truncated(value));
+}
+
+bool AbstractMeter::calcMaxMin() {
+    return range(m_minimum, m_maximum, m_min, m_max, scale_steps, true, scale_increment);
+}
+
+QString AbstractMeter::valueText() const {
+    return m_prefix + numberText(m_value) + m_suffix;
+}
+
+QString AbstractMeter::numberText(double number) {
+    return QString::number(number);
+}
+
+bool AbstractMeter::event(QEvent* event) {
+    if (event->type() == QEvent::ApplicationFontChange) {
+        updateWithBackground();
+    }
+    return WidgetWithBackground::event(event);
+}

@@ -1,0 +1,70 @@
+#include "widgets/led.h"
+
+#include <QPainter>
+#include <QPen>
+#include <QRadialGradient>
+
+namespace {
+
+constexpr int default_side = 330;
+constexpr double logical_side = 330.0;
+constexpr double off_saturation = 0.2;
+constexpr double outline_saturation = 0.5;
+
+/// @p color with its saturation multiplied by @p factor and truncated; hue, value and alpha stay.
+QColor withSaturation(const QColor& color, double factor) {
+    int hue = 0;
+    int saturation = 0;
+    int value = 0;
+    int alpha = 0;
+    color.getHsv(&hue, &saturation, &value, &alpha);
+    return QColor::fromHsv(hue, static_cast<int>(saturation * factor), value, alpha);
+}
+
+}  // namespace
+
+Led::Led(QWidget* parent) : WidgetWithBackground(parent) {
+    resize(default_side, default_side);
+}
+
+void Led::setColor(const QColor& color) {
+    m_color = color;
+    updateWithBackground();
+}
+
+void Led::setChecked(bool checked) {
+    m_checked = checked;
+    updateWithBackground();
+    Q_EMIT checkChanged(m_checked);
+}
+
+void Led::paintEvent(QPaintEvent*) {
+    {
+        QPainter painter(this);
+        initCoordinateSystem(painter);
+        const bool lit = m_checked && isEnabled();
+        painter.setBrush(lit ? m_color : withSaturation(m_color, off_saturation));
+        // The outline stays the foreground colour's thin line: panels are drawn for lamps with a dark edge.
+        [[maybe_unused]] const QPen outline(withSaturation(m_color, outline_saturation), 3.0);
+        painter.drawEllipse(-149, -149, 299, 299);
+    }
+    drawBackground();
+}
+
+void Led::paintBackground(QPainter& painter) {
+    initCoordinateSystem(painter);
+    painter.setPen(Qt::NoPen);
+    const QPointF spot(-40.0, -40.0);
+    QRadialGradient highlight(spot, 120.0, spot);
+    highlight.setColorAt(0.0, QColor(255, 255, 255, 200));
+    highlight.setColorAt(1.0, QColor(255, 255, 255, 0));
+    painter.setBrush(highlight);
+    painter.drawEllipse(-147, -147, 297, 297);
+}
+
+void Led::initCoordinateSystem(QPainter& painter) {
+    const double scale = qMin(width(), height()) / logical_side;
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.translate(width() / 2, height() / 2);
+    painter.scale(scale, scale);
+}

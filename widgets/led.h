@@ -1,0 +1,62 @@
+/// @file
+/// The lamp: a disc of one colour, bright when it is on and pale when it is off.
+///
+/// The lamp is on while it is both checked and enabled; a panel may switch it by either. An off lamp keeps
+/// hue and brightness and has a fifth of the saturation: pale, not dark.
+
+#ifndef WIDGETS_LED_H
+#define WIDGETS_LED_H
+
+#include <QColor>
+
+#include "widgets/widgetwithbackground.h"
+
+/// A round indicator lamp.
+///
+/// The disc is painted each time; the cached "background" is the highlight, which is laid over it. The
+/// drawing stands in a logical square of 330 × 330 units with its origin at the centre, scaled to the smaller
+/// side of the widget.
+class Led : public WidgetWithBackground {
+    Q_OBJECT
+    Q_PROPERTY(bool checked READ isChecked WRITE setChecked)
+    Q_PROPERTY(QColor color READ color WRITE setColor)
+
+public:
+    /// Makes a lit red lamp of 330 × 330.
+    ///
+    /// @param parent  owner, or nullptr for a window of its own
+    explicit Led(QWidget* parent = nullptr);
+
+    /// @return whether the lamp is checked: it is lit if it is enabled, too
+    bool isChecked() const { return m_checked; }
+    /// @return the lamp's colour when it is on
+    QColor color() const { return m_color; }
+
+    /// Sets the lamp's colour. @param color  the colour when it is on
+    void setColor(const QColor& color);
+
+public Q_SLOTS:
+    /// Checks or unchecks the lamp and emits checkChanged() every time, also when nothing changed.
+    void setChecked(bool checked);
+
+Q_SIGNALS:
+    /// setChecked() was called. @param val  what it was called with
+    void checkChanged(bool val);
+
+protected:
+    /// Draws the disc, and the highlight over it.
+    void paintEvent(QPaintEvent* event) override;
+
+    /// Draws the highlight.
+    void paintBackground(QPainter& painter) override;
+
+    /// Turns antialiasing on and sets the logical coordinates up. @param painter  open, in the widget's
+    /// coordinates
+    void initCoordinateSystem(QPainter& painter);
+
+private:
+    bool m_checked = true;
+    QColor m_color = Qt::red;
+};
+
+#endif

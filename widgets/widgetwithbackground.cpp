@@ -1,0 +1,63 @@
+#include "widgets/widgetwithbackground.h"
+
+#include <QPainter>
+#include <QtMath>
+
+namespace {
+
+/// Pixels that cover @p size on a device of @p ratio pixels per unit.
+QSize pixelSize(const QSize& size, qreal ratio) {
+    return {qCeil(size.width() * ratio), qCeil(size.height() * ratio)};
+}
+
+/// A pixmap for a widget of @p size on a device of @p ratio pixels per unit; null when the size is empty.
+std::unique_ptr<QPixmap> makePixmap(const QSize& size, qreal ratio) {
+    auto pixmap = std::make_unique<QPixmap>(pixelSize(size, ratio));
+    pixmap->setDevicePixelRatio(ratio);
+    return pixmap;
+}
+
+}  // namespace
+
+WidgetWithBackground::WidgetWithBackground(QWidget* parent)
+    : QWidget(parent), m_pixmap(makePixmap(size(), devicePixelRatioF())) {}
+
+WidgetWithBackground::~WidgetWithBackground() = default;
+
+void WidgetWithBackground::drawBackground() {
+    if (size().isEmpty()) {
+        return;
+    }
+    QPainter painter(this);
+    // The ratio of what is really painted on: rendering into an image need not have the screen's.
+    const qreal ratio = painter.device()->devicePixelRatioF();
+    if (m_modified || !isBackgroundCurrent(ratio)) {
+        m_pixmap = makePixmap(size(), ratio);
+        m_modified = true;
+        repaintBackground();
+        m_modified = false;
+    }
+    painter.drawPixmap(0, 0, *m_pixmap);
+}
+
+void WidgetWithBackground::repaintBackground() {
+    m_pixmap->fill(QColor(0, 0, 0, 0));
+    QPainter painter(m_pixmap.get());
+    paintBackground(painter);
+}
+
+void WidgetWithBackground::updateWithBackground() {
+    m_modified = true;
+    update();
+}
+
+bool WidgetWithBackground::doRepaintBackground() const {
+    return m_modified;
+}
+
+bool WidgetWithBackground::isBackgroundCurrent(qreal ratio) const {
+    // The pixmap of the constructor has no alpha channel before its first filling: nothing is painted on it
+    // yet.
+    return m_pixmap->hasAlphaChannel() && m_pixmap->size() == pixelSize(size(), ratio) &&
+           qFuzzyCompare(m_pixmap->devicePixelRatio(), ratio);
+}
