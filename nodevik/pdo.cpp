@@ -228,11 +228,11 @@ void PDO::neg_bit(int pos) {
 
 unsigned char& PDO::operator[](int pos) {
     if (pos < 0) {
-        std::printf("Error: COBID=%#x PDO::operator[] position < 0\n", cobid);
+        std::printf("Error: COBID=%#x PDO::operator[] position < 0\n", get_cobid());
         return PDOdata[0];
     }
     if (pos >= static_cast<int>(data_bytes)) {
-        std::printf("Error: COBID=%#x PDO::operator[] position > 7\n", cobid);
+        std::printf("Error: COBID=%#x PDO::operator[] position > 7\n", get_cobid());
         return PDOdata[0];
     }
     return PDOdata[pos];
@@ -244,11 +244,11 @@ void PDO::mapref(unsigned int pos, maptype t, void* d) {
     }
     const unsigned int size = byte_size(t);
     if (mapCounter >= max_mappings) {
-        std::printf("PDO::mapref COBID=0%#x Maximum number of mappings done\n", cobid);
+        std::printf("PDO::mapref COBID=0%#x Maximum number of mappings done\n", get_cobid());
         return;
     }
     if (pos > data_bytes - size) {
-        std::printf("PDO::mapref COBID=0%#x Mapping not inside of the PDO\n", cobid);
+        std::printf("PDO::mapref COBID=0%#x Mapping not inside of the PDO\n", get_cobid());
         return;
     }
     for (int i = 0; i < mapCounter; ++i) {
@@ -276,11 +276,11 @@ void PDO::mapref(unsigned int pos, maptype t, void* d) {
 void PDO::mapbitref(unsigned int pos, unsigned int size, void* d) {
     const maptype type = bit_type(size);
     if (mapCounter >= max_mappings) {
-        std::printf("PDO::mapbitref COBID=%#x Maximum number of mappings done\n", cobid);
+        std::printf("PDO::mapbitref COBID=%#x Maximum number of mappings done\n", get_cobid());
         return;
     }
     if (pos >= data_bits) {
-        std::printf("PDO::mapbitref COBID=0%#x Mapping not inside of the PDO\n", cobid);
+        std::printf("PDO::mapbitref COBID=0%#x Mapping not inside of the PDO\n", get_cobid());
         return;
     }
     const unsigned int byte = pos / 8;
@@ -401,7 +401,7 @@ void PDO::print_mappings() const {
 }
 
 void PDO::print() const {
-    std::printf("PDO COBID=0x%03x  addresss=%p  data=", cobid, static_cast<const void*>(PDOdata));
+    std::printf("PDO COBID=0x%03x  addresss=%p  data=", get_cobid(), static_cast<const void*>(PDOdata));
     for (const unsigned char byte : PDOdata) {
         std::printf("%02x ", byte);
     }

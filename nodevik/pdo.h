@@ -30,7 +30,9 @@
 #ifndef NODEVIK_PDO_H
 #define NODEVIK_PDO_H
 
+#include <atomic>
 #include <concepts>
+#include <cstdint>
 
 /// The dictionary side of a PDO: what is saved to and loaded from the node.
 struct PDO_object_information {
@@ -49,6 +51,56 @@ concept pdo_byte_variable =
 /// Types that can receive or give a mapped bit by PDO::mapbitcopy.
 template <typename T>
 concept pdo_bit_variable = std::same_as<T, bool> || pdo_byte_variable<T>;
+
+/// The COB-ID of a PDO. It is used like an unsigned int, and every change of any of them is counted.
+///
+/// A master that receives keeps an index of its PDOs by COB-ID. The COB-ID is a public field that may change
+/// at any time; the count tells the master that its index is out of date, without a look at every PDO for
+/// every frame.
+class pdo_cobid {
+public:
+    /// 0, which is no valid COB-ID.
+    pdo_cobid() = default;
+    /// A copy in a PDO that no master knows yet: not counted.
+    pdo_cobid(const pdo_cobid&) = default;
+    ~pdo_cobid() = default;
+
+    /// Takes the other's value; counted.
+    pdo_cobid& operator=(const pdo_cobid& other) { return *this = other.value_; }
+
+    /// Takes the value; counted when it is another one than before.
+    pdo_cobid& operator=(unsigned int value) {
+        if (value != value_) {
+            value_ = value;
+            changes_.fetch_add(1, std::memory_order_relaxed);
+        }
+        return *this;
+    }
+
+    /// @name Compound assignment, as of unsigned int
+    /// @{
+    pdo_cobid& operator+=(unsigned int operand) { return *this = value_ + operand; }
+    pdo_cobid& operator-=(unsigned int operand) { return *this = value_ - operand; }
+    pdo_cobid& operator|=(unsigned int operand) { return *this = value_ | operand; }
+    pdo_cobid& operator&=(unsigned int operand) { return *this = value_ & operand; }
+    pdo_cobid& operator^=(unsigned int operand) { return *this = value_ ^ operand; }
+    pdo_cobid& operator++() { return *this += 1; }
+    pdo_cobid& operator--() { return *this -= 1; }
+    /// @}
+
+    /// The value.
+    operator unsigned int() const { return value_; }
+
+    /// Number of changes that all COB-IDs of the process have seen, plus 1.
+    ///
+    /// Masters in several threads share the count, each with PDOs of its own; a change is always seen by the
+    /// thread that made it.
+    static std::uint64_t changes() { return changes_.load(std::memory_order_relaxed); }
+
+private:
+    static inline std::atomic<std::uint64_t> changes_{1};
+    unsigned int value_ = 0;
+};
 
 /// A process data object with up to 64 mapped variables.
 ///
@@ -83,7 +135,7 @@ public:
 
     unsigned int PDO_updated = 0;      ///< receptions since the master last cleared it
     PDO_object_information obj_info;   ///< what the node is told
-    unsigned int cobid = 0;            ///< COB-ID
+    pdo_cobid cobid;                   ///< COB-ID, used like an unsigned int
     unsigned int length = 0;           ///< number of data bytes, 0 to 8
     unsigned char PDOdata[8] = {};     ///< the current data
     unsigned char oldPDOdata[8] = {};  ///< the data as last sent or received
