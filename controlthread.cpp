@@ -1,0 +1,220 @@
+#include "controlthread.h"
+
+#include <unistd.h>
+
+#include <QDeadlineTimer>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+#include "descriptorzero.h"
+
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
+              std::atomic<char>::is_always_lock_free);
+
+namespace {
+
+constexpr std::array<int, 5> line_speeds = {9600, 19200, 38400, 57600, 115200};
+
+constexpr std::size_t slot_bytes = 3;
+
+constexpr unsigned long reply_pause_ms = 10;
+constexpr unsigned long opening_pause_ms = 300;
+constexpr qint64 pause_slice_us = 10000;
+
+// Announces, as long as it lives, that the link thread is at the line, and tells whether it may be.
+class AtTheLine {
+public:
+    AtTheLine(std::atomic<bool>& announced, const std::atomic<bool>& permission)
+        : announced_(announced), permitted_(announce(announced) && permission) {}
+    ~AtTheLine() { announced_ = false; }
+    AtTheLine(const AtTheLine&) = delete;
+    AtTheLine& operator=(const AtTheLine&) = delete;
+
+    bool permitted() const { return permitted_; }
+
+private:
+    static bool announce(std::atomic<bool>& announced) {
+        announced = true;
+        return true;
+    }
+
+    std::atomic<bool>& announced_;
+    const bool permitted_;
+};
+
+thread_local bool on_link_thread = false;
+
+// An exit handler. A failed read ends the process from the link thread, while the GUI thread works on: the
+// global objects that it works with must not be destroyed under its hands.
+void end_at_once(int status, void* /*unused*/) {
+    if (on_link_thread) {
+        std::fflush(nullptr);
+        _exit(status);
+    }
+}
+
+void make_exit_safe_here() {
+    static std::once_flag registered;
+    std::call_once(registered, [] { on_exit(end_at_once, nullptr); });
+    on_link_thread = true;
+}
+
+}  // namespace
+
+ControlThread::ControlThread(std::string device) : laite(std::move(device)) {}
+
+ControlThread::~ControlThread() {
+    tuhotaan = true;
+    wait();
+}
+
+void ControlThread::ReadAndSendData() {
+    const int bytes = LueLinja();
+    std::array<uint8_t, 13> slots = {};
+    for (std::size_t i = 0; i < slots.size(); i++) {
+        slots[i] = static_cast<uint8_t>(ohjuri.buffer[i * slot_bytes]);
+    }
+    msleep(reply_pause_ms);
+    Q_EMIT LahetaArvot(slots[0], slots[1], slots[2], slots[3], slots[4], slots[5], slots[6], slots[7],
+                       slots[8], slots[9], slots[10], slots[11], slots[12], bytes);
+    LahetaViesti();
+}
+
+void ControlThread::ReceiveData(int Data1, int Data2, int Data3) {
+    Message[0].store(static_cast<char>(Data1), std::memory_order_relaxed);
+    Message[1].store(static_cast<char>(Data2), std::memory_order_relaxed);
+    Message[2].store(static_cast<char>(Data3), std::memory_order_relaxed);
+}
+
+void ControlThread::AvaaPortti(int Index, int nopeus) {
+    if (Index < 0 || Index >= static_cast<int>(line_speeds.size())) {
+        Q_EMIT LahetaTeksti(QStringLiteral("fail"));
+        return;
+    }
+    const int speed = line_speeds[static_cast<std::size_t>(Index)];
+    while (ohjuri.open(laite.data(), speed) <= 0) {
+        SuljeLinja();
+        Q_EMIT LahetaTeksti(QStringLiteral("fail"));
+    }
+    Q_EMIT LahetaTeksti(QStringLiteral("Portti auki"));
+    msleep(opening_pause_ms);
+    aika.store(nopeus, std::memory_order_relaxed);
+    OdotaEdellinenLoppuun();
+    kaynnistysLippu = true;
+}
+
+void ControlThread::SuljePortti() {
+    SuljeLinja();
+    Q_EMIT LahetaTeksti(QStringLiteral("Portti kiinni"));
+    lopetusLippu = true;
+}
+
+void ControlThread::MoottoriOn(bool Mon) {
+    Message[3].store(Mon ? 'Q' : 'P', std::memory_order_relaxed);
+}
+
+void ControlThread::run() {
+    make_exit_safe_here();
+    if (OdotaKaynnistysta()) {
+        lopetusLippu = false;
+        Q_EMIT LahetaTeksti(QStringLiteral("Started"));
+        while (SaaKiertaa()) {
+            ReadAndSendData();
+            Tauko();
+        }
+        PysaytaAjoneuvo();
+    }
+    vaihe = Vaihe::poissa;
+}
+
+// A tight loop: the thread is started when the flag is set already, so that it ends at once. The flag is
+// looked at again after `vaihe` has been told: whoever cleared it in between either sees the thread cycle or
+// keeps it from it.
+bool ControlThread::OdotaKaynnistysta() {
+    vaihe = Vaihe::odottaa;
+    while (!tuhotaan) {
+        if (kaynnistysLippu) {
+            vaihe = Vaihe::kiertaa;
+            if (kaynnistysLippu) {
+                return true;
+            }
+            vaihe = Vaihe::odottaa;
+        }
+    }
+    return kaynnistysLippu;
+}
+
+// The stop flag alone would not do: a stop that comes just before `run` clears it would be lost.
+bool ControlThread::SaaKiertaa() const {
+    return !lopetusLippu && kaynnistysLippu && !tuhotaan;
+}
+
+// The pause between two cycles, in slices, so that a stop does not have to wait for its end.
+void ControlThread::Tauko() const {
+    const int pause_ms = std::max(aika.load(std::memory_order_relaxed), 0);  // negative would never expire
+    const QDeadlineTimer end(pause_ms, Qt::PreciseTimer);
+    while (SaaKiertaa() && !end.hasExpired()) {
+        const qint64 left_us = end.remainingTimeNSecs() / 1000 + 1;
+        usleep(static_cast<unsigned long>(std::min(left_us, pause_slice_us)));
+    }
+}
+
+int ControlThread::LueLinja() {
+    const AtTheLine line(linjaVarattu, kaynnistysLippu);
+    return line.permitted() ? ohjuri.read() : 0;
+}
+
+void ControlThread::LahetaViesti() {
+    std::array<char, 4> frame = {};
+    std::transform(Message.begin(), Message.end(), frame.begin(),
+                   [](const std::atomic<char>& byte) { return byte.load(std::memory_order_relaxed); });
+    constexpr int size = static_cast<int>(frame.size());
+    bool sent = false;
+    {
+        const AtTheLine line(linjaVarattu, kaynnistysLippu);
+        if (!line.permitted()) {
+            return;
+        }
+        sent = ohjuri.write(frame.data(), size) == size;
+    }
+    if (sent) {
+        Q_EMIT VilkutaLed();
+    } else {
+        Q_EMIT LahetaTeksti(QStringLiteral("Send failure"));
+    }
+}
+
+// Leaves the vehicle at rest when the panel goes away without having closed the line.
+void ControlThread::PysaytaAjoneuvo() {
+    if (tuhotaan && kaynnistysLippu) {
+        std::array<char, 4> neutral = {'\0', 'g', 'n', 'P'};
+        ohjuri.write(neutral.data(), static_cast<int>(neutral.size()));
+    }
+}
+
+void ControlThread::SuljeLinja() {
+    kaynnistysLippu = false;
+    while (linjaVarattu) {
+        yieldCurrentThread();
+    }
+    ohjuri.close();
+    fill_descriptor_zero();
+}
+
+// Lets a thread that is about to end do so: a start of a thread that still runs would do nothing. A thread
+// that waits for the start flag is left to it, and so is one that cycles because the line was open already.
+void ControlThread::OdotaEdellinenLoppuun() const {
+    if (kaynnistysLippu) {
+        return;
+    }
+    for (;;) {
+        const Vaihe now = vaihe;
+        if (now == Vaihe::odottaa || (now == Vaihe::poissa && !isRunning())) {
+            return;
+        }
+        msleep(1);
+    }
+}
