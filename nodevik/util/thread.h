@@ -1,0 +1,69 @@
+/// @file
+/// A POSIX thread whose body is a virtual function or a plain one.
+
+#ifndef NODEVIK_UTIL_THREAD_H
+#define NODEVIK_UTIL_THREAD_H
+
+#include <pthread.h>
+
+/// One POSIX thread.
+///
+/// Derive and override run(), or hand one of the other create() forms a function. The object must outlive the
+/// thread: destroying it neither joins nor cancels a running thread. An object starts one thread at a time.
+///
+/// @see pthreads(7)
+class thread {
+public:
+    thread() = default;
+    /// Leaves a running thread alone.
+    virtual ~thread() = default;
+    thread(const thread&) = delete;
+    thread& operator=(const thread&) = delete;
+
+    /// Starts a thread that executes run(). The result is in result().
+    void create();
+
+    /// Starts a thread that executes @p f, with the creator's scheduling policy and priority. The result is
+    /// in result().
+    ///
+    /// @param f  body of the thread
+    void create(void (*f)());
+
+    /// The same for a body with an argument: it gets the address of this object.
+    ///
+    /// @param f  body of the thread
+    void create(void (*f)(void*));
+
+    /// Prints "Waiting for thread to complete" and joins the thread. Without a thread to join it fails with
+    /// ESRCH.
+    ///
+    /// @return 0, or 1 after printing the failure on standard error, headed by "pthread_join"
+    int wait();
+
+    /// Asks the thread to end at its next cancellation point. Without a thread it fails with ESRCH.
+    ///
+    /// @return 0, or 1 after printing the failure on standard error, headed by "pthread_cancel"
+    /// @see pthread_cancel(3)
+    int cancel();
+
+    /// Body of the thread. This one prints "Thread running" every 100 ms, for ever.
+    virtual void run();
+
+    /// Result of the last pthread call: 0, or an error number as in errno(3).
+    int result() const { return res; }
+
+private:
+    static void* tStartup(void* object);
+    static void* start_plain(void* object);
+    static void* start_with_argument(void* object);
+    void start(void* (*routine)(void*), bool inherit_scheduling);
+
+    pthread_t th{};
+    pthread_attr_t attr{};
+    int res = 0;
+    bool joinable = false;  // th names a thread that was started and not yet joined
+    void (*plain_body)() = nullptr;
+    void (*argument_body)(void*) = nullptr;
+};
+
+#endif

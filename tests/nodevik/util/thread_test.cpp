@@ -1,0 +1,171 @@
+#include "nodevik/util/thread.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include "tests/support/childprocess.h"
+
+namespace {
+
+std::atomic<int> plain_calls{0};
+std::atomic<void*> argument_seen{nullptr};
+
+void plain_body() {
+    ++plain_calls;
+}
+
+void argument_body(void* argument) {
+    argument_seen = argument;
+}
+
+class Counting : public thread {
+public:
+    void run() override { ++runs; }
+    std::atomic<int> runs{0};
+};
+
+class Endless : public thread {
+public:
+    void run() override {
+        for (;;) {
+            started = true;
+            pause();
+        }
+    }
+    std::atomic<bool> started{false};
+};
+
+}  // namespace
+
+TEST(Thread, ExecutesTheOverriddenBody) {
+    Counting worker;
+    worker.create();
+    EXPECT_EQ(worker.result(), 0);
+    EXPECT_EQ(worker.wait(), 0);
+    EXPECT_EQ(worker.runs, 1);
+}
+
+TEST(Thread, ExecutesAPlainFunction) {
+    plain_calls = 0;
+    thread worker;
+    worker.create(plain_body);
+    EXPECT_EQ(worker.wait(), 0);
+    EXPECT_EQ(plain_calls, 1);
+}
+
+TEST(Thread, HandsTheObjectToAFunctionWithAnArgument) {
+    thread worker;
+    worker.create(argument_body);
+    EXPECT_EQ(worker.wait(), 0);
+    EXPECT_EQ(argument_seen, static_cast<void*>(&worker));
+}
+
+TEST(Thread, RunsAgainAfterItWasJoined) {
+    Counting worker;
+    worker.create();
+    worker.wait();
+    worker.create();
+    worker.wait();
+    EXPECT_EQ(worker.runs, 2);
+}
+
+TEST(Thread, WaitSaysWhatItWaitsFor) {
+    const ChildResult result = run_in_child([] {
+        Counting worker;
+        worker.create();
+        std::exit(worker.wait() == 0 ? 7 : 8);
+    });
+    EXPECT_EQ(result.out, "Waiting for thread to complete\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Thread, AFailedJoinIsReported) {
+    const ChildResult result = run_in_child([] {
+        Counting worker;
+        worker.create();
+        worker.wait();
+        std::exit(worker.wait() == 1 && worker.result() == ESRCH ? 7 : 8);
+    });
+    EXPECT_EQ(result.err, "pthread_join: No such process\n");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Thread, AFailedCancelIsReported) {
+    const ChildResult result = run_in_child([] {
+        Counting worker;
+        std::exit(worker.cancel() == 1 && worker.result() == ESRCH ? 7 : 8);
+    });
+    EXPECT_EQ(result.err, "pthread_cancel: No such process\n");
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Thread, CancelEndsARunningThread) {
+    Endless worker;
+    worker.create();
+    while (!worker.started) {
+    }
+    EXPECT_EQ(worker.cancel(), 0);
+    EXPECT_EQ(worker.wait(), 0);
+}
+
+TEST(Thread, DestructionLeavesTheThreadAlone) {
+    const ChildResult result = run_in_child([] {
+        // The body does not touch the object, which is gone before it ends.
+        static std::atomic<bool> entered{false};
+        static std::atomic<bool> may_end{false};
+        static std::atomic<bool> ended{false};
+        {
+            thread worker;
+            worker.create(+[] {
+                entered = true;
+                while (!may_end) {
+                }
+                ended = true;
+            });
+            while (!entered) {
+            }
+        }
+        const bool left_alone = !ended;
+        may_end = true;
+        while (!ended) {
+        }
+        _exit(left_alone ? 7 : 8);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Thread, TheDefaultBodyPrintsForEver) {
+    const ChildResult result = run_in_child([] {
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        thread worker;
+        worker.create();
+        while (lseek(STDOUT_FILENO, 0, SEEK_CUR) < 2 * 15) {
+        }
+        _exit(7);
+    });
+    EXPECT_EQ(result.out.find("Thread running\nThread running\n"), 0U);
+}
+
+TEST(Thread, TheFunctionFormsInheritTheCreatorsScheduling) {
+    const ChildResult result = run_in_child([] {
+        sched_param parameters = {};
+        parameters.sched_priority = 3;
+        if (sched_setscheduler(0, SCHED_FIFO, &parameters) != 0) {
+            _exit(9);
+        }
+        static std::atomic<int> policy{-1};
+        thread worker;
+        worker.create(+[] { policy = sched_getscheduler(0); });
+        worker.wait();
+        _exit(policy == SCHED_FIFO ? 7 : 8);
+    });
+    EXPECT_TRUE(result.status == 7 || result.status == 9) << result.status;
+}

@@ -1,0 +1,559 @@
+#include "nodevik/util/timer.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "nodevik/util/misc.h"
+#include "tests/support/childprocess.h"
+
+namespace {
+
+// What the C library's functions do in this executable: the real thing, or what a test plays.
+struct PlayedSystem {
+    bool plays_clock = false;
+    timespec now = {};
+    bool fails_getres = false;
+    bool fails_create = false;
+    bool fails_settime = false;
+    bool fails_sigaction = false;
+    bool fails_sigprocmask = false;
+    int created = 0;
+    int deleted = 0;
+    itimerspec last_set = {};
+    int last_flags = -1;
+};
+
+PlayedSystem played;
+
+template <typename Function>
+Function* real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// Gives a test the times that the timer holds.
+class OpenTimer : public timer {
+public:
+    using timer::ctimer;
+    using timer::itsp;
+    using timer::oldsa;
+    using timer::resolution;
+    using timer::sa;
+    using timer::se;
+    using timer::settime_flags;
+    using timer::signal_priority;
+};
+
+ChildResult in_child(const std::function<void()>& body) {
+    return run_in_child([&] {
+        body();
+        std::exit(7);
+    });
+}
+
+std::string resolution_line() {
+    timespec resolution = {};
+    clock_getres(CLOCK_MONOTONIC, &resolution);
+    return "Clock resolution " + std::to_string(resolution.tv_sec) + " sec " +
+           std::to_string(resolution.tv_nsec) + " nsec\n";
+}
+
+void require(bool condition) {
+    if (!condition) {
+        std::exit(8);
+    }
+}
+
+std::atomic<int> handler_calls{0};
+std::atomic<int> handler_signal{0};
+std::atomic<void*> handler_value{nullptr};
+
+void counting_handler(int signal, siginfo_t* info, void*) {
+    handler_signal = signal;
+    handler_value = info->si_value.sival_ptr;
+    ++handler_calls;
+}
+
+std::atomic<int> thread_calls{0};
+std::atomic<int> calls_in_main_thread{0};
+pthread_t main_thread;
+
+void counting_function() {
+    if (pthread_equal(pthread_self(), main_thread) != 0) {
+        ++calls_in_main_thread;
+    }
+    ++thread_calls;
+}
+
+}  // namespace
+
+// Stand in front of the C library's functions for this executable.
+extern "C" {
+int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    if (played.plays_clock && clock == CLOCK_MONOTONIC) {
+        *time = played.now;
+        return 0;
+    }
+    return real<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
+}
+
+int clock_getres(clockid_t clock, timespec* time) noexcept {
+    if (played.fails_getres) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real<int(clockid_t, timespec*)>("clock_getres")(clock, time);
+}
+
+int timer_create(clockid_t clock, sigevent* event, timer_t* id) noexcept {
+    if (played.fails_create) {
+        errno = EAGAIN;
+        return -1;
+    }
+    ++played.created;
+    return real<int(clockid_t, sigevent*, timer_t*)>("timer_create")(clock, event, id);
+}
+
+int timer_delete(timer_t id) noexcept {
+    ++played.deleted;
+    return real<int(timer_t)>("timer_delete")(id);
+}
+
+int timer_settime(timer_t id, int flags, const itimerspec* time, itimerspec* old) noexcept {
+    if (played.fails_settime) {
+        errno = EINVAL;
+        return -1;
+    }
+    played.last_set = *time;
+    played.last_flags = flags;
+    return real<int(timer_t, int, const itimerspec*, itimerspec*)>("timer_settime")(id, flags, time, old);
+}
+
+int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
+    if (played.fails_sigaction) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real<int(int, const struct sigaction*, struct sigaction*)>("sigaction")(signal, action, old);
+}
+
+int sigprocmask(int how, const sigset_t* set, sigset_t* old) noexcept {
+    if (played.fails_sigprocmask) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real<int(int, const sigset_t*, sigset_t*)>("sigprocmask")(how, set, old);
+}
+}
+
+TEST(Timer, PrintsTheClocksResolution) {
+    const ChildResult result = in_child([] {
+        const OpenTimer tick;
+        require(tick.resolution.tv_nsec > 0);
+        require(tick.settime_flags == 0 && tick.waitover == 0 && tick.signal_priority == 0 &&
+                tick.sa.sa_flags == 0);
+    });
+    EXPECT_EQ(result.out, resolution_line());
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Timer, EndsTheProcessWithoutAResolution) {
+    const ChildResult result = in_child([] {
+        played.fails_getres = true;
+        const timer tick;
+    });
+    EXPECT_EQ(result.err, "clock_getres : Invalid argument\n");
+    EXPECT_EQ(result.status, 1);
+}
+
+TEST(Timer, WithoutASystemTimerDestructionTouchesNothing) {
+    const ChildResult result = in_child([] {
+        { const timer tick; }
+        require(played.deleted == 0 && played.last_flags == -1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerSetters, RelativeIsOneShot) {
+    OpenTimer tick;
+    tick.set_relative(2500001);
+    EXPECT_EQ(tick.itsp.it_value.tv_sec, 2);
+    EXPECT_EQ(tick.itsp.it_value.tv_nsec, 500001000);
+    EXPECT_EQ(tick.itsp.it_interval.tv_sec, 0);
+    EXPECT_EQ(tick.itsp.it_interval.tv_nsec, 0);
+    EXPECT_EQ(tick.settime_flags, 0);
+    EXPECT_EQ(tick.get_interval_time(), 2500001U);
+}
+
+TEST(TimerSetters, IntervalRepeats) {
+    OpenTimer tick;
+    tick.set_interval(4294967295U);
+    EXPECT_EQ(tick.itsp.it_value.tv_sec, 4294);
+    EXPECT_EQ(tick.itsp.it_value.tv_nsec, 967295000);
+    EXPECT_EQ(tick.itsp.it_interval.tv_sec, 4294);
+    EXPECT_EQ(tick.itsp.it_interval.tv_nsec, 967295000);
+    EXPECT_EQ(tick.settime_flags, 0);
+    EXPECT_EQ(tick.get_interval_time(), 4294967295U);
+}
+
+TEST(TimerSetters, AbsoluteCarriesIntoTheSeconds) {
+    OpenTimer tick;
+    tick.set_interval(7);
+    played.plays_clock = true;
+    played.now = {10, 600000000};
+    tick.set_absolute(1500000);
+    played.plays_clock = false;
+    EXPECT_EQ(tick.itsp.it_value.tv_sec, 12);
+    EXPECT_EQ(tick.itsp.it_value.tv_nsec, 100000000);
+    EXPECT_EQ(tick.itsp.it_interval.tv_sec, 0);
+    EXPECT_EQ(tick.itsp.it_interval.tv_nsec, 0);
+    EXPECT_EQ(tick.settime_flags, TIMER_ABSTIME);
+}
+
+TEST(TimerSetters, AbsoluteCarriesAtExactlyOneSecond) {
+    OpenTimer tick;
+    played.plays_clock = true;
+    played.now = {10, 999999000};
+    tick.set_absolute(1);
+    EXPECT_EQ(tick.itsp.it_value.tv_sec, 11);
+    EXPECT_EQ(tick.itsp.it_value.tv_nsec, 0);
+    played.now = {10, 999998999};
+    tick.set_absolute(1);
+    played.plays_clock = false;
+    EXPECT_EQ(tick.itsp.it_value.tv_sec, 10);
+    EXPECT_EQ(tick.itsp.it_value.tv_nsec, 999999999);
+}
+
+TEST(TimerSetters, ARelativeTimeAfterAnAbsoluteOneIsRelative) {
+    OpenTimer tick;
+    tick.set_absolute(1);
+    tick.set_relative(1);
+    EXPECT_EQ(tick.settime_flags, 0);
+    tick.set_absolute(1);
+    tick.set_interval(1);
+    EXPECT_EQ(tick.settime_flags, 0);
+}
+
+TEST(TimerWaiting, TakesEachTick) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.init_realtime_timer(3);
+        require(tick.se.sigev_value.sival_ptr == &tick.ctimer);
+        tick.set_interval(1000);
+        tick.start();
+        for (int i = 0; i < 5; ++i) {
+            require(tick.wait_signal() == SIGRTMAX - 3);
+        }
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(TimerWaiting, ReplacesTheWholeSignalMask) {
+    const ChildResult result = in_child([] {
+        sigset_t mask;
+        sigemptyset(&mask);
+        sigaddset(&mask, SIGUSR1);
+        sigprocmask(SIG_SETMASK, &mask, nullptr);
+        timer tick;
+        tick.init_realtime_timer(2);
+        sigprocmask(SIG_BLOCK, nullptr, &mask);
+        require(sigismember(&mask, SIGUSR1) == 0);
+        for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+            require((sigismember(&mask, signal) == 1) == (signal == SIGRTMAX - 2));
+        }
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, AOneShotAbsoluteTimeComes) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(0);
+        tick.set_absolute(2000);
+        tick.start();
+        require(played.last_flags == TIMER_ABSTIME);
+        require(tick.wait_signal() == SIGRTMAX);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, CountsTheExpiriesThatWereMissed) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(1);
+        tick.set_interval(1000);
+        tick.start();
+        const unsigned int start_ms = get_m_time();
+        while (get_m_time() - start_ms < 30) {
+        }
+        require(tick.wait_signal() == SIGRTMAX - 1);
+        require(tick.get_overrun() >= 10);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, AnOwnerCanLetOneWaitPass) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(1);
+        tick.waitover = 2;
+        require(tick.wait_signal() == 0);
+        require(tick.waitover == 0);
+        tick.set_relative(1000);
+        tick.start();
+        require(tick.wait_signal() == SIGRTMAX - 1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, AnInterruptedWaitIsReported) {
+    const ChildResult result = in_child([] {
+        struct sigaction quiet = {};
+        quiet.sa_handler = [](int) {};
+        sigaction(SIGALRM, &quiet, nullptr);
+        timer tick;
+        tick.init_realtime_timer(1);
+        itimerval soon = {};
+        soon.it_value.tv_usec = 20000;
+        soon.it_interval.tv_usec = 20000;
+        setitimer(ITIMER_REAL, &soon, nullptr);
+        require(tick.wait_signal() == -1);
+    });
+    EXPECT_EQ(result.err.find("Error ! timer::wait\n: Interrupted system call\n"), 0U);
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, ATimeOutIsReported) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(1);
+        require(tick.wait_signal_time(1000) == -1);
+    });
+    EXPECT_EQ(result.err, "timer::sigtimedwait : Resource temporarily unavailable\n");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, ATickWithinTheTimeIsTaken) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(1);
+        tick.set_relative(1000);
+        tick.start();
+        require(tick.wait_signal_time(60000000) == SIGRTMAX - 1);
+    });
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerStop, ForgetsTheTimes) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.init_realtime_timer(1);
+        tick.set_interval(1000);
+        tick.start();
+        tick.stop();
+        require(tick.get_interval_time() == 0 && tick.itsp.it_interval.tv_nsec == 0);
+        while (tick.wait_signal_time(0) > 0) {
+        }
+        tick.start();
+        require(played.last_set.it_value.tv_sec == 0 && played.last_set.it_value.tv_nsec == 0);
+        require(tick.wait_signal_time(20000) == -1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerHandler, IsCalledOnTheHighestSignal) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.set_sigfunction(counting_handler);
+        tick.set_interval(1000);
+        tick.start();
+        while (handler_calls < 3) {
+            usleep(1000);
+        }
+        require(handler_signal == SIGRTMAX);
+        require(handler_value == &tick.ctimer);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerHandler, TheDoNothingHandlerDoesNothing) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.set_sigfunction(func);
+        tick.set_relative(1000);
+        tick.start();
+        pause();
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(TimerHandler, DestructionRestoresTheSavedAction) {
+    const ChildResult result = in_child([] {
+        struct sigaction before = {};
+        before.sa_handler = SIG_IGN;
+        sigaction(SIGRTMAX, &before, nullptr);
+        {
+            timer tick;
+            tick.set_sigfunction(counting_handler);
+        }
+        struct sigaction after = {};
+        sigaction(SIGRTMAX, nullptr, &after);
+        require(after.sa_handler == SIG_IGN);
+        require(played.deleted == 1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, DestructionRestoresTheSavedAction) {
+    const ChildResult result = in_child([] {
+        struct sigaction before = {};
+        before.sa_handler = SIG_IGN;
+        sigaction(SIGRTMAX - 4, &before, nullptr);
+        {
+            timer tick;
+            tick.init_realtime_timer(4);
+            struct sigaction during = {};
+            sigaction(SIGRTMAX - 4, nullptr, &during);
+            require(during.sa_handler == SIG_DFL);
+        }
+        struct sigaction after = {};
+        sigaction(SIGRTMAX - 4, nullptr, &after);
+        require(after.sa_handler == SIG_IGN);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+#ifndef __SANITIZE_THREAD__  // it ends a process in which the C library starts threads by itself
+TEST(TimerThread, StartsTheFunctionInAnotherThread) {
+    const ChildResult result = in_child([] {
+        main_thread = pthread_self();
+        OpenTimer tick;
+        tick.set_function(counting_function);
+        require(tick.se.sigev_notify == SIGEV_THREAD && tick.se.sigev_notify_attributes == nullptr);
+        tick.set_interval(1000);
+        tick.start();
+        while (thread_calls < 3) {
+            usleep(1000);
+        }
+        require(calls_in_main_thread == 0);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+#endif
+
+TEST(TimerThread, DestructionLeavesSignalActionsAlone) {
+    const ChildResult result = in_child([] {
+        struct sigaction before = {};
+        before.sa_handler = SIG_IGN;
+        sigaction(SIGRTMAX, &before, nullptr);
+        {
+            timer tick;
+            tick.set_function(counting_function);
+        }
+        struct sigaction after = {};
+        sigaction(SIGRTMAX, nullptr, &after);
+        require(after.sa_handler == SIG_IGN);
+        require(played.deleted == 1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+struct EndingRow {
+    const char* name;
+    void (*body)();
+    const char* message;
+};
+
+void PrintTo(const EndingRow& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class TimerEnding : public ::testing::TestWithParam<EndingRow> {};
+
+TEST_P(TimerEnding, ReportsAndEndsTheProcess) {
+    const ChildResult result = in_child(GetParam().body);
+    EXPECT_EQ(result.err, GetParam().message);
+    EXPECT_EQ(result.status, 1);
+}
+
+constexpr EndingRow endings[] = {
+    {"InitMask",
+     [] {
+         timer tick;
+         played.fails_sigprocmask = true;
+         tick.init_realtime_timer(1);
+     },
+     "timer::init_realtime_timer: sigprocmask: Invalid argument\n"},
+    {"InitAction",
+     [] {
+         timer tick;
+         played.fails_sigaction = true;
+         tick.init_realtime_timer(1);
+     },
+     "timer::init_realtime_timer: sigaction : Invalid argument\n"},
+    {"InitCreate",
+     [] {
+         timer tick;
+         played.fails_create = true;
+         tick.init_realtime_timer(1);
+     },
+     "timer::init_realtime_timer: timer_create: Resource temporarily unavailable\n"},
+    {"HandlerAction",
+     [] {
+         timer tick;
+         played.fails_sigaction = true;
+         tick.set_sigfunction(func);
+     },
+     "timer::setsigfuntion sigaction : Invalid argument\n"},
+    {"HandlerCreate",
+     [] {
+         timer tick;
+         played.fails_create = true;
+         tick.set_sigfunction(func);
+     },
+     "timer::setsigfunction timer_create : Resource temporarily unavailable\n"},
+    {"ThreadCreate",
+     [] {
+         timer tick;
+         played.fails_create = true;
+         tick.set_function(counting_function);
+     },
+     "timer::setfunction timer_create : Resource temporarily unavailable\n"},
+    {"Start",
+     [] {
+         timer tick;
+         tick.init_realtime_timer(1);
+         played.fails_settime = true;
+         tick.start();
+     },
+     "timer::start timer_settime : Invalid argument\n"},
+    {"StartWithoutASystemTimer",
+     [] {
+         timer tick;
+         tick.set_relative(1);
+         tick.start();
+     },
+     "timer::start timer_settime : Invalid argument\n"},
+    {"Stop",
+     [] {
+         timer tick;
+         tick.init_realtime_timer(1);
+         played.fails_settime = true;
+         tick.stop();
+     },
+     "timer::stop timer_settime : Invalid argument\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Failures, TimerEnding, ::testing::ValuesIn(endings),
+                         [](const auto& row) { return std::string(row.param.name); });
