@@ -1,0 +1,31 @@
+#include "simulator/vehiclelog.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <regex>
+
+TEST(VehicleLog, DescribesAFrame) {
+    EXPECT_EQ(simulator::describe(simulator::CommandFrame{0, 103, 110, 'P'}),
+              "received 00 67 6e 50 throttle 0 direction 103 bucket 110 motor off");
+    EXPECT_EQ(simulator::describe(simulator::CommandFrame{255, 35, 47, 'Q'}),
+              "received ff 23 2f 51 throttle 255 direction 35 bucket 47 motor on");
+}
+
+TEST(VehicleLog, DescribesAReplyWithWhatItWasMadeFrom) {
+    const std::uint8_t bytes[] = {0x7f, 0xa0};
+    const simulator::Telemetry telemetry = {
+        .speed_rpm = -5, .voltage_dv = 520, .current_da = 4, .capacity_ah = 63, .latitude_e7 = -1};
+    EXPECT_EQ(simulator::describe(bytes, telemetry),
+              "replied 2 bytes 7f a0 speed -5 voltage 520 current 4 capacity 63 latitude -1");
+    EXPECT_EQ(simulator::describe({}, telemetry),
+              "muted speed -5 voltage 520 current 4 capacity 63 latitude -1");
+}
+
+TEST(VehicleLog, BeginsEachLineWithTheSecondsSinceTheStart) {
+    char text[100] = {};
+    std::FILE* file = fmemopen(text, sizeof text, "w");
+    simulator::VehicleLog(file).line("opened");
+    EXPECT_TRUE(std::regex_match(text, std::regex("\\d+\\.\\d{6} opened\n"))) << text;
+    std::fclose(file);
+}
