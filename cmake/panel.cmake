@@ -1,5 +1,7 @@
 # The operator application: `panel` holds all of it but main, so that the tests link the same code.
-ohjauspaneeli_unit_sources(panel_sources controlthread descriptorzero dialog mainwindow)
+ohjauspaneeli_unit_sources(panel_sources controlthread descriptorzero dialog mainwindow terminationsignals)
+# The slot display of QLCDNumber has overloads, which the pointer-to-member form cannot tell apart.
+set_source_files_properties(mainwindow.ui PROPERTIES AUTOUIC_OPTIONS "--connections=string")
 if(panel_sources)
     add_library(panel STATIC ${panel_sources})
     ohjauspaneeli_configure_qt(panel)

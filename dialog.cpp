@@ -1,0 +1,261 @@
+#include "dialog.h"
+
+#include <QMetaType>
+#include <QMouseEvent>
+#include <QTimer>
+#include <array>
+#include <cstdlib>
+#include <utility>
+
+#include "ui_dialog.h"
+
+namespace {
+
+constexpr std::array<const char*, 5> baud_rates = {"9600", "19200", "38400", "57600", "115200"};
+
+constexpr int start_throttle = 0;
+constexpr int start_direction = 103;
+constexpr int start_bucket = 110;
+
+constexpr int update_period_ms = 100;
+
+constexpr int narrow_width = 620;
+constexpr int wide_width = 920;
+constexpr int low_height = 508;
+constexpr int high_height = 761;
+
+constexpr int pad_left = 150;
+constexpr int pad_top = 10;
+constexpr int pad_right = 405;
+constexpr int pad_bottom = 265;
+constexpr int pad_middle = 127;
+constexpr int forward_bucket = 35;
+constexpr int reverse_bucket = 220;
+
+constexpr int cross_arm = 10;
+
+// Control voltage of a set-point, in millivolts.
+int control_voltage(int set_point) {
+    constexpr double millivolts_per_step = 19.5;
+    return static_cast<int>(set_point * millivolts_per_step);
+}
+
+int from_bytes(uint8_t high, uint8_t low) {
+    return high * 256 + low;
+}
+
+// Motor speed in rpm. The controller counts from 32767 downwards for forward rotation.
+int motor_speed(int raw) {
+    constexpr int standstill = 32767;
+    constexpr double rpm_per_ten_counts = 3.27701;
+    return -static_cast<int>((raw - standstill) * rpm_per_ten_counts / 10.0);
+}
+
+int32_t latitude(uint8_t byte0, uint8_t byte1, uint8_t byte2, uint8_t byte3) {
+    const uint32_t bits = static_cast<uint32_t>(byte0) | static_cast<uint32_t>(byte1) << 8U |
+                          static_cast<uint32_t>(byte2) << 16U | static_cast<uint32_t>(byte3) << 24U;
+    return static_cast<int32_t>(bits);
+}
+
+}  // namespace
+
+Dialog::Dialog(QWidget* parent, std::string device)
+    : QDialog(parent), ui(std::make_unique<Ui_Dialog>()), cthread(std::move(device)) {
+    ui->setupUi(this);
+    updatetimer = new QTimer(this);
+    for (const char* rate : baud_rates) {
+        ui->comboBox_bauds->addItem(QLatin1StringView(rate));
+    }
+    ui->comboBox_bauds->setCurrentIndex(0);
+    ui->Browser_Kaasu->setText(QString::number(start_throttle));
+    ui->Browser_Suunta->setText(QString::number(start_direction));
+    ui->Browser_Kauha->setText(QString::number(start_bucket));
+    setFixedSize(narrow_width, low_height);
+    LuoYhteydet();
+}
+
+Dialog::~Dialog() = default;
+
+void Dialog::LuoYhteydet() {
+    connect(ui->KaasuSlider, &QScrollBar::valueChanged, this, &Dialog::LueKaasu);
+    connect(ui->SuuntaSlider, &QScrollBar::valueChanged, this, &Dialog::LueSuunta);
+    connect(ui->KauhaSlider, &QScrollBar::valueChanged, this, &Dialog::LueKauha);
+    connect(ui->Ohj2Check, &QCheckBox::toggled, this, &Dialog::LisaIkkuna);
+    connect(ui->Navigointi_Check, &QCheckBox::toggled, this, &Dialog::NaviIkkuna);
+    connect(&cthread, &ControlThread::VilkutaLed, this, &Dialog::VilkutaLed);
+    connect(ui->radioButton, &QRadioButton::toggled, &cthread, &ControlThread::MoottoriOn);
+    connect(ui->Ajotila2, &QRadioButton::toggled, this, &Dialog::VaihdaAjotila);
+    connect(updatetimer, &QTimer::timeout, this, &Dialog::paivitys);
+    connect(this, &Dialog::PaivitaData, &cthread, &ControlThread::ReceiveData);
+    connect(&cthread, &ControlThread::LahetaTeksti, this, &Dialog::KirjoitaIkkunaan);
+    connect(ui->pushButton_open, &QPushButton::clicked, this, &Dialog::PortinAvaus);
+    connect(this, &Dialog::AvaaPortti, &cthread, &ControlThread::AvaaPortti);
+    connect(ui->pushButton_close, &QPushButton::clicked, this, &Dialog::SuljeThread);
+    connect(this, &Dialog::SuljePortti, &cthread, &ControlThread::SuljePortti);
+    // The telemetry crosses threads by this type name; its stream operators come with the type.
+    qRegisterMetaType<uint8_t>("uint8_t");
+    connect(&cthread, &ControlThread::LahetaArvot, this, &Dialog::VastaanotaArvot);
+}
+
+void Dialog::LueKaasu(int KaasuLuku) {
+    Kaasu = QString::number(KaasuLuku);
+    ui->Browser_Kaasu->setText(Kaasu);
+    Viesti1 = KaasuLuku;
+}
+
+void Dialog::LueSuunta(int SuuntaLuku) {
+    Suunta = QString::number(SuuntaLuku);
+    ui->Browser_Suunta->setText(Suunta);
+    Viesti2 = SuuntaLuku;
+    ui->SuuntaJannite->setValue(control_voltage(SuuntaLuku));
+}
+
+void Dialog::LueKauha(int KauhaLuku) {
+    Kauha = QString::number(KauhaLuku);
+    ui->Browser_Kauha->setText(Kauha);
+    Viesti3 = KauhaLuku;
+    ui->KauhaJannite->setValue(control_voltage(KauhaLuku));
+}
+
+void Dialog::KirjoitaIkkunaan(const QString& teksti) {
+    ui->Browser_Status->append(teksti);
+    if (teksti == QLatin1StringView("Portti kiinni")) {
+        ui->RedLed->setEnabled(true);
+        ui->GreenLed->setEnabled(false);
+    } else if (teksti == QLatin1StringView("Portti auki")) {
+        ui->GreenLed->setEnabled(true);
+        ui->RedLed->setEnabled(false);
+    }
+}
+
+void Dialog::PortinAvaus() {
+    updatetimer->start(update_period_ms);
+    Q_EMIT AvaaPortti(ui->comboBox_bauds->currentIndex(), ui->RateSpinBox->value());
+    cthread.start(QThread::InheritPriority);
+}
+
+void Dialog::paivitys() {
+    Q_EMIT PaivitaData(Viesti1, Viesti2, Viesti3);
+}
+
+void Dialog::VastaanotaArvot(uint8_t m_Rpm1, uint8_t m_Rpm2, uint8_t m_Jannite1, uint8_t m_Jannite2,
+                             uint8_t m_Virta1, uint8_t m_Virta2, uint8_t m_Kapasiteetti1,
+                             uint8_t m_Kapasiteetti2, uint8_t Lat1, uint8_t Lat2, uint8_t Lat3, uint8_t Lat4,
+                             uint8_t /*m_Nopeus2*/, int bytes) {
+    VaihdaVastaanottoLed(bytes);
+    const int RPM = motor_speed(from_bytes(m_Rpm1, m_Rpm2));
+    const int Jannite = from_bytes(m_Jannite1, m_Jannite2);
+    const int Virta = from_bytes(m_Virta1, m_Virta2);
+    const int Kapasiteetti = from_bytes(m_Kapasiteetti1, m_Kapasiteetti2);
+    ui->Latitude->setNum(latitude(Lat1, Lat2, Lat3, Lat4));
+    ui->Nopeus_manometer->setValue(RPM);
+    ui->JanniteArvo->setNum(Jannite);
+    ui->VirtaArvo->setNum(Virta);
+    ui->KapasiteettiArvo->setNum(Kapasiteetti);
+    ui->BatteryCapacity->setValue(Kapasiteetti);
+    // The high byte comes first, yet it goes to the label named LSB: the two columns are crossed over, and
+    // the people at the panel know them so.
+    ui->Nopeus_LSB->setNum(m_Rpm1);
+    ui->Nopeus_MSB->setNum(m_Rpm2);
+    ui->Jannite_LSB->setNum(m_Jannite1);
+    ui->Jannite_MSB->setNum(m_Jannite2);
+    ui->Virta_LSB->setNum(m_Virta1);
+    ui->Virta_MSB->setNum(m_Virta2);
+    ui->Kapasiteetti_LSB->setNum(m_Kapasiteetti1);
+    ui->Kapasiteetti_MSB->setNum(m_Kapasiteetti2);
+    ui->BytesRead->display(bytes);
+}
+
+void Dialog::LisaIkkuna(bool on) {
+    setFixedWidth(on ? wide_width : narrow_width);
+}
+
+void Dialog::NaviIkkuna(bool on) {
+    setFixedHeight(on ? high_height : low_height);
+    ui->frame_Navi->setVisible(on);
+}
+
+void Dialog::VilkutaLed() {
+    LedFlag = !LedFlag;
+    ui->SendLed->setEnabled(LedFlag);
+}
+
+void Dialog::VaihdaAjotila(bool Ajotila2paalla) {
+    Ajotila = Ajotila2paalla ? 2 : 1;
+}
+
+void Dialog::SuljeThread() {
+    Q_EMIT SuljePortti();
+}
+
+void Dialog::changeEvent(QEvent* event) {
+    QDialog::changeEvent(event);
+    if (event->type() == QEvent::LanguageChange) {
+        ui->retranslateUi(this);
+    }
+}
+
+void Dialog::mousePressEvent(QMouseEvent* event) {
+    mousePressed = true;
+    if (event->button() == Qt::LeftButton) {
+        TallennaPaikka(event);
+    }
+    if (OnOhjauslevylla()) {
+        Ohjaa(Xaxis - pad_left);
+    }
+}
+
+// A drag steers in the opposite sense of a press.
+void Dialog::mouseMoveEvent(QMouseEvent* event) {
+    if (!mousePressed) {
+        return;
+    }
+    TallennaPaikka(event);
+    if (OnOhjauslevylla()) {
+        constexpr int drag_offset = 206;
+        Ohjaa(drag_offset - (Xaxis - pad_left));
+    }
+}
+
+void Dialog::mouseReleaseEvent(QMouseEvent* /*event*/) {
+    mousePressed = false;
+}
+
+void Dialog::paintEvent(QPaintEvent* /*event*/) {
+    painter.begin(this);
+    painter.setPen(Qt::blue);
+    painter.drawLine(Xaxis - cross_arm, Yaxis - cross_arm, Xaxis + cross_arm, Yaxis + cross_arm);
+    painter.drawLine(Xaxis - cross_arm, Yaxis + cross_arm, Xaxis + cross_arm, Yaxis - cross_arm);
+    painter.end();
+}
+
+void Dialog::TallennaPaikka(const QMouseEvent* event) {
+    Xaxis = event->position().toPoint().x();
+    Yaxis = event->position().toPoint().y();
+}
+
+bool Dialog::OnOhjauslevylla() const {
+    return Xaxis >= pad_left && Xaxis <= pad_right && Yaxis >= pad_top && Yaxis <= pad_bottom;
+}
+
+// Moves the sliders to what the stored position asks for; they hold it within their ranges.
+void Dialog::Ohjaa(int SuuntaLuku) {
+    const int X = Xaxis - pad_left;
+    const int Y = pad_bottom - Yaxis;
+    XakseliTeksti = QString::number(X);
+    YakseliTeksti = QString::number(Y);
+    ui->Browser_X->setText(XakseliTeksti);
+    ui->Browser_Y->setText(YakseliTeksti);
+    const int from_middle = Y - pad_middle;
+    ui->KauhaSlider->setValue(from_middle < 0 ? reverse_bucket : forward_bucket);
+    ui->KaasuSlider->setValue(std::abs(2 * from_middle));
+    ui->SuuntaSlider->setValue(SuuntaLuku);
+    ui->frame_5->repaint();
+}
+
+// Alternates with each report that brought something, so that a silent line shows at once.
+void Dialog::VaihdaVastaanottoLed(int bytes) {
+    const bool lit = LedLippu && bytes != 0;
+    ui->ReceiveLed->setEnabled(lit);
+    LedLippu = !lit;
+}
