@@ -26,13 +26,21 @@ namespace {
 
 bool refuse_socket_options = false;
 
-// A descriptor limit that lets no further socket be created.
-void forbid_new_descriptors() {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = 0;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
+// Lets no further descriptor be created while it lives.
+class NoNewDescriptors {
+public:
+    NoNewDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &usual_);
+        const rlimit none{0, usual_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoNewDescriptors() { setrlimit(RLIMIT_NOFILE, &usual_); }
+    NoNewDescriptors(const NoNewDescriptors&) = delete;
+    NoNewDescriptors& operator=(const NoNewDescriptors&) = delete;
+
+private:
+    rlimit usual_{};
+};
 
 bool may_broadcast(int descriptor) {
     int value = 0;
@@ -193,7 +201,7 @@ TEST_F(UdpServer, ABroadcastReachesAServerOnAnyAddress) {
 
 TEST_F(UdpServer, FailedOpenReportsAndStillReturnsZero) {
     const ChildResult result = run_in_child([] {
-        forbid_new_descriptors();
+        const NoNewDescriptors limit;
         udpserver server;
         const int opened = server.open(nullptr);
         std::printf("result %d, socket %d\n", opened, server.client_socket());
@@ -276,7 +284,7 @@ TEST_F(UdpServer, AFailedBindLeavesTheClosedNumberWhichTheDestructorClosesAgain)
 
 TEST_F(UdpServer, StartServerWithoutSocketReportsAndFails) {
     const ChildResult result = run_in_child([] {
-        forbid_new_descriptors();
+        const NoNewDescriptors limit;
         udpserver server;
         std::printf("result %d\n", server.start_server(127, 0, 0, 1, 5000, nullptr));
     });
@@ -441,7 +449,7 @@ TEST_F(UdpServer, BlockingReceiveWaitsForTheDatagram) {
 
 TEST_F(UdpServer, EveryFailureHasItsOwnText) {
     const ChildResult result = run_in_child([] {
-        forbid_new_descriptors();
+        const NoNewDescriptors limit;
         udpserver server;
         char bytes[8] = {};
         server.open(nullptr);
