@@ -363,8 +363,11 @@ private:
     // How an SDO answer is awaited: at a fixed pace, or at once and only later at that pace.
     enum class sdo_pace { steady, eager };
 
-    // The objects that hold the set-up of a node's TPDOs or RPDOs.
-    struct pdo_objects;
+    // The indices of the objects that hold the set-up of a node's PDO.
+    struct pdo_objects {
+        unsigned short communication;
+        unsigned short mapping;
+    };
 
     static constexpr int list_size = 512;
     static constexpr unsigned int cobid_count = 0x800;
@@ -386,21 +389,27 @@ private:
 
     template <typename Reaction>
     bool sdo_exchange(const frame& request, sdo_pace pace, Reaction react);
-    void sdo_print(int color, const char* format, const sdo_transfer& transfer, unsigned int node);
+    void sdo_print(int color, const char* text, const sdo_transfer& transfer, unsigned int node);
     void sdo_aborted(const sdo_transfer& transfer, const frame& answer);
     void sdo_unknown(const sdo_transfer& transfer, const frame& answer);
-    void sdo_no_response(const sdo_transfer& transfer);
+    sdo_outcome sdo_silent(const sdo_transfer& transfer);
+    sdo_outcome sdo_refuse(const sdo_transfer& transfer, unsigned int code);
     void sdo_send_abort(const sdo_transfer& transfer, unsigned int code);
+    static bool starts_upload(const sdo_transfer& transfer, const frame& answer);
     sdo_outcome sdo_initiate_upload(sdo_transfer& transfer);
     sdo_outcome sdo_initiate_download(sdo_transfer& transfer, unsigned char command, unsigned int data);
     sdo_outcome sdo_segment(sdo_transfer& transfer, const frame& request);
     sdo_outcome sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room, bool drop_rest,
                                     unsigned int& received);
     sdo_outcome sdo_download_segments(sdo_transfer& transfer, unsigned int len, const char* data);
+    static unsigned int sdo_expedited_value(const frame& answer);
+    static int write_result(sdo_outcome outcome);
 
-    void save_mappings(const pdo_objects& objects, unsigned int nodeid, unsigned int number, PDO& pdo);
-    void load_mappings(const pdo_objects& objects, unsigned int nodeid, unsigned int number, PDO& pdo);
-    void show_node_cobids(const pdo_objects& objects, unsigned char nodeid);
+    static pdo_objects tpdo_objects(unsigned int number);
+    static pdo_objects rpdo_objects(unsigned int number);
+    void save_mappings(pdo_objects objects, unsigned int nodeid, PDO& pdo);
+    void load_mappings(pdo_objects objects, unsigned int nodeid, unsigned int PDO_number, PDO& pdo);
+    void show_node_cobids(unsigned char nodeid, pdo_objects (*objects)(unsigned int), const char* kind);
 
     unsigned int can_debug = 1;
     int RPDOcount = 0;
