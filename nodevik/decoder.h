@@ -102,11 +102,12 @@ public:
     /// what goes beyond is cut.
     ///
     /// @param format  format of printf(3), followed by its arguments; none of them may be get_message()
-#if defined(__GNUC__)
-    __attribute__((format(printf, 1, 2)))
-#endif
-    static void
-    add_printf(const char* format, ...);
+    [[gnu::format(printf, 1, 2)]] static void add_printf(const char* format, ...);
+
+    /// Appends a text as it stands; what goes beyond 300 characters is cut.
+    ///
+    /// @param text  text, not get_message()
+    static void add_text(const char* text);
 
     /// Empties the line.
     static void clear_message();
@@ -134,9 +135,6 @@ public:
     static void close_log();
 
 protected:
-    /// Appends @p text to the line as it stands; what goes beyond 300 characters is cut.
-    static void add_text(const char* text);
-
     /// Room of the line, with the terminating zero.
     static constexpr std::size_t message_size = 301;
     /// Room of the log's file name, with the terminating zero.
