@@ -1,0 +1,534 @@
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "nodevik/canopen.h"
+#include "nodevik/pdo.h"
+
+namespace {
+
+/// One row of a table of texts.
+struct text_row {
+    uint32_t code;
+    const char* text;
+};
+
+/// The text of the first row with this code, or null.
+template <std::size_t Count>
+const char* find_text(const std::array<text_row, Count>& table, uint32_t code) {
+    for (const text_row& row : table) {
+        if (row.code == code) {
+            return row.text;
+        }
+    }
+    return nullptr;
+}
+
+/// Value of @p count bytes, the least significant one first.
+uint32_t load_le(const uint8_t* bytes, unsigned int count) {
+    uint32_t value = 0;
+    for (unsigned int i = 0; i < count; ++i) {
+        value |= static_cast<uint32_t>(bytes[i]) << (8 * i);
+    }
+    return value;
+}
+
+/// A frame, as the texts below look at it.
+struct frame_view {
+    uint32_t id;
+    uint8_t len;
+    const uint8_t* data;  ///< eight bytes
+    bool mapped;          ///< a TPDO that stands in the master's list
+
+    unsigned int node() const { return id & 0x7F; }
+    unsigned int pdo_number() const { return (id >> 8) & 7; }
+    unsigned int index() const { return load_le(data + 1, 2); }
+    unsigned int subindex() const { return data[3]; }
+    /// Bits of the SDO command specifier, byte 0.
+    unsigned int specifier(unsigned int shift, unsigned int mask) const { return (data[0] >> shift) & mask; }
+    unsigned int toggle_bit() const { return specifier(4, 1); }
+    unsigned int unused_bytes_of_segment() const { return specifier(1, 7); }
+    unsigned int expedited_length() const { return 4 - specifier(2, 3); }
+};
+
+// NMT commands (CiA 301, 7.2.8.2.1).
+constexpr std::array<text_row, 6> nmt_commands = {{
+    {1, "Start Remote Node"},
+    {2, "Stop Remote Node"},
+    {128, "Set Pre-Operational State"},
+    {129, "Reset Node"},
+    {130, "Reset Communication"},
+    {0, "Null Message"},
+}};
+
+void describe_nmt(const frame_view& frame) {
+    if (frame.len == 0) {
+        CDecoder::add_text("NULL message! CCANopen bus may not be operational !");
+        return;
+    }
+    const char* command = find_text(nmt_commands, frame.data[0]);
+    CDecoder::add_printf("NMT: %s ID 0x%02x", command != nullptr ? command : "Unknown NMT status information",
+                         frame.data[1]);
+}
+
+void describe_sync(const frame_view& /*frame*/) {
+    CDecoder::add_text("SYNC");
+}
+
+// Classes of the emergency error codes, their high byte (CiA 301, 7.2.7.1).
+constexpr std::array<text_row, 25> emergency_classes = {{
+    {0x00, "Error reset or no error"},
+    {0x10, "Generic error"},
+    {0x20, "Current"},
+    {0x21, "Current, CANopen device input side"},
+    {0x22, "Current inside the CANopen device"},
+    {0x23, "Current, CANopen device output side"},
+    {0x30, "Voltage"},
+    {0x31, "Mains voltage"},
+    {0x32, "Voltage inside the CANopen device"},
+    {0x33, "Output voltage"},
+    {0x40, "Temperature"},
+    {0x41, "Ambient temperature"},
+    {0x42, "CANopen device temperature"},
+    {0x50, "CANopen device hardware"},
+    {0x60, "CANopen device software"},
+    {0x61, "Internal software"},
+    {0x62, "User software"},
+    {0x63, "Data set"},
+    {0x70, "Additional modules"},
+    {0x80, "Monitoring"},
+    {0x81, "Communication"},
+    {0x82, "Protocol error"},
+    {0x90, "External error"},
+    {0xF0, "Additional functions"},
+    {0xFF, "CANopen device specific"},
+}};
+
+// Emergency error codes: those of CiA 301, then those of the drives. The first row with a code wins.
+constexpr std::array<text_row, 48> emergency_codes = {{
+    {0x0000, "Error reset or no error"},
+    {0x1000, "Generic error"},
+    {0x2000, "Current – generic error"},
+    {0x2100, "Current, CANopen device input side – generic"},
+    {0x2200, "Current inside the CANopen device – generic"},
+    {0x2300, "Current, CANopen device output side – generic"},
+    {0x3000, "Voltage – generic error"},
+    {0x3100, "Mains voltage – generic"},
+    {0x3200, "Voltage inside the CANopen device – generic"},
+    {0x3300, "Output voltage – generic"},
+    {0x4000, "Temperature – generic error"},
+    {0x4100, "Ambient temperature – generic"},
+    {0x4200, "Device temperature – generic"},
+    {0x5000, "CANopen device hardware – generic error"},
+    {0x6000, "CANopen device software – generic error"},
+    {0x6100, "Internal software – generic"},
+    {0x6200, "User software – generic"},
+    {0x6300, "Data set – generic"},
+    {0x7000, "Additional modules – generic error"},
+    {0x8000, "Monitoring – generic error"},
+    {0x8100, "Communication – generic"},
+    {0x8110, "CAN overrun (objects lost)"},
+    {0x8120, "CAN in error passive mode"},
+    {0x8130, "Life guard error or heartbeat error"},
+    {0x8140, "recovered from bus off"},
+    {0x8150, "CAN-ID collision"},
+    {0x8200, "Protocol error - generic"},
+    {0x8210, "PDO not processed due to length error"},
+    {0x8220, "PDO length exceeded"},
+    {0x8230, "DAM MPDO not processed, destination object not available"},
+    {0x9000, "External error – generic error"},
+    {0xF000, "Additional functions – generic error"},
+    {0xFF00, "Device specific – generic error"},
+    {0x2280, "Encoder Feedback Error"},
+    {0x2310, "Current Limited"},
+    {0x2320, "Short Circuit"},
+    {0x3110, "Mains Over Voltage"},
+    {0x3120, "Mains Under Voltage"},
+    {0x3310, "Output Voltage Limited"},
+    {0x4210, "Amplifier Over Temperature"},
+    {0x4300, "Motor Temperature Sensor"},
+    {0x5080, "Amplifier error"},
+    {0x7122, "Phasing Error"},
+    {0x7380, "Positive Limit Switch"},
+    {0x7381, "Negative Limit Switch"},
+    {0x7390, "Tracking Error"},
+    {0x73A0, "Position Wrapped Around +/-2n31 Counts"},
+    {0x8130, "Node Guarding Error or Heartbeat Error"},
+}};
+
+void describe_emergency(const frame_view& frame) {
+    const uint32_t code = load_le(frame.data, 2);
+    CDecoder::add_text("NMT Emergency, Class: ");
+    if (const char* text = find_text(emergency_classes, code >> 8)) {
+        CDecoder::add_text(text);
+    } else {
+        CDecoder::add_printf("Unknown (0x%02x)", code >> 8);
+    }
+    CDecoder::add_text(", Error Code: ");
+    if (const char* text = find_text(emergency_codes, code)) {
+        CDecoder::add_text(text);
+    } else {
+        CDecoder::add_printf("Unknown (0x%04x)", code);
+    }
+    CDecoder::add_printf(", Manufacturer Error Code : %02x%02x%02x%02x%02x", frame.data[3], frame.data[4],
+                         frame.data[5], frame.data[6], frame.data[7]);
+}
+
+void describe_time_stamp(const frame_view& /*frame*/) {
+    CDecoder::add_text("Time Stamp");
+}
+
+void describe_tpdo(const frame_view& frame) {
+    // A mapped PDO reads as both texts run together: readers of the logs tell it by that.
+    if (frame.mapped) {
+        CDecoder::add_printf("Transmit PDO %1hhu ID 0x%02x", frame.pdo_number(), frame.node());
+    }
+    CDecoder::add_printf("Transmit PDO %1hhu ID 0x%02x (Unmapped)", frame.pdo_number(), frame.node());
+}
+
+void describe_rpdo(const frame_view& frame) {
+    CDecoder::add_printf("Receive  PDO %1hhu ID 0x%02x", frame.pdo_number() - 1, frame.node());
+}
+
+/// Appends the title of an SDO frame and the object that it names.
+void describe_object(const char* title, const frame_view& frame) {
+    CDecoder::add_printf("%sID=0x%02x Index=0x%04x Subindex=0x%02x", title, frame.node(), frame.index(),
+                         frame.subindex());
+}
+
+/// The same for a frame that carries the object's value, of one to four bytes.
+void describe_expedited(const char* title, const frame_view& frame) {
+    const unsigned int length = frame.expedited_length();
+    CDecoder::add_printf("%sID=0x%02x Index=0x%04x Subindex=0x%02x len=%1hhu data=0x%0*x", title,
+                         frame.node(), frame.index(), frame.subindex(), length, static_cast<int>(2 * length),
+                         load_le(frame.data + 4, length));
+}
+
+void describe_unknown_sdo(const frame_view& /*frame*/) {
+    CDecoder::add_text("SDO unknown message !");
+}
+
+void describe_download_response(const frame_view& frame) {
+    describe_object("SDO Initiate Download Response:           ", frame);
+}
+
+void describe_upload_response(const frame_view& frame) {
+    describe_expedited("SDO Initiate Upload (expedited) Response: ", frame);
+}
+
+void describe_download_segment_response(const frame_view& frame) {
+    CDecoder::add_printf("SDO Download Segment Response:            ID=0x%02x, ToggleBit=%hhu ", frame.node(),
+                         frame.toggle_bit());
+}
+
+void describe_segmented_upload_response(const frame_view& frame) {
+    describe_object("SDO Initiate Upload (segmented) Response: ", frame);
+    CDecoder::add_printf(" n=%hhu", frame.specifier(2, 3));
+}
+
+void describe_upload_segment_response(const frame_view& frame) {
+    const bool is_last = frame.specifier(0, 1) != 0;
+    if (is_last) {
+        CDecoder::add_printf("SDO Upload Segment Response Last Segment: ID=0x%02x", frame.node());
+    } else {
+        CDecoder::add_printf("SDO Upload Segment Response:          ID=0x%02x ToggleBit=%hhu n=%hhu ",
+                             frame.node(), frame.toggle_bit(), frame.unused_bytes_of_segment());
+    }
+}
+
+// SDO abort codes (CiA 301, 7.2.4.3.17).
+constexpr std::array<text_row, 31> abort_codes = {{
+    {0x05030000, "Toggle bit not alternated."},
+    {0x05040000, "SDO protocol timed out."},
+    {0x05040001, "Client/server command specifier not valid or unknown."},
+    {0x05040002, "Invalid block size (block mode only)."},
+    {0x05040003, "Invalid sequence number (block mode only)."},
+    {0x05040004, "CRC error (block mode only)."},
+    {0x05040005, "Out of memory."},
+    {0x06010000, "Unsupported access to an object."},
+    {0x06010001, "Attempt to read a write only object."},
+    {0x06010002, "Attempt to write a read only object."},
+    {0x06020000, "Object does not exist in the object dictionary."},
+    {0x06040041, "Object cannot be mapped to the PDO."},
+    {0x06040042, "The number and length of the objects to be mapped would exceed PDO length."},
+    {0x06040043, "General parameter incompatibility reason."},
+    {0x06040047, "General internal incompatibility in the device."},
+    {0x06060000, "Access failed due to an hardware error."},
+    {0x06070010, "Data type does not match, length of service parameter does not match"},
+    {0x06070012, "Data type does not match, length of service parameter too high"},
+    {0x06070013, "Data type does not match, length of service parameter too low"},
+    {0x06090011, "Sub-index does not exist."},
+    {0x06090030, "Invalid value for parameter (download only)."},
+    {0x06090031, "Value of parameter written too high (download only)."},
+    {0x06090032, "Value of parameter written too low (download only)."},
+    {0x06090036, "Maximum value is less than minimum value."},
+    {0x060A0023, "Resource not available: SDO connection"},
+    {0x08000000, "General error"},
+    {0x08000020, "Data cannot be transferred or stored to the application."},
+    {0x08000021, "Data cannot be transferred or stored to the application because of local control."},
+    {0x08000022,
+     "Data cannot be transferred or stored to the application because of the present device state."},
+    {0x08000023,
+     "Object dictionary dynamic generation fails or no object dictionary is present (e.g. object dictionary "
+     "is generated from file and generation fails because of an file error)."},
+    {0x08000024, "No data available"},
+}};
+
+void describe_abort(const frame_view& frame) {
+    describe_object("SDO Abort Domain Transfer:                ", frame);
+    const uint32_t code = load_le(frame.data + 4, 4);
+    if (const char* text = find_text(abort_codes, code)) {
+        CDecoder::add_printf(" - %s", text);
+    } else {
+        CDecoder::add_printf(" - Unknown abort code: 0x%08x", code);
+    }
+}
+
+void describe_expedited_download(const frame_view& frame) {
+    describe_expedited("SDO Initiate Download (expedited):        ", frame);
+}
+
+void describe_segmented_download(const frame_view& frame) {
+    describe_object("SDO Initiate Download (segmented):        ", frame);
+    CDecoder::add_printf(" ByteCounter=0x%08x", load_le(frame.data + 4, 4));
+}
+
+void describe_download_segment(const frame_view& frame) {
+    CDecoder::add_printf("SDO Download Segment:                     ID=0x%02x ToggleBit=%hhu n=%hhu c=%hhu",
+                         frame.node(), frame.toggle_bit(), frame.unused_bytes_of_segment(),
+                         frame.specifier(0, 1));
+}
+
+void describe_upload(const frame_view& frame) {
+    describe_object("SDO Initiate Upload:                      ", frame);
+}
+
+/// Leaves the colour as the line before had it.
+constexpr int same_color = -1;
+
+/// A kind of SDO frame: the command specifiers that are `specifier` under `mask`.
+struct sdo_kind {
+    unsigned int mask;
+    unsigned int specifier;
+    int color;
+    void (*describe)(const frame_view&);
+};
+
+// The first row that fits wins; the last one fits every frame.
+constexpr std::array<sdo_kind, 7> sdo_responses = {{
+    {0xE0, 0x60, 3, describe_download_response},
+    {0xE3, 0x43, 2, describe_upload_response},
+    {0xE0, 0x20, 3, describe_download_segment_response},
+    {0xE3, 0x21, 1, describe_segmented_upload_response},  // never reached: the row before takes them all
+    {0xE0, 0x00, 1, describe_upload_segment_response},
+    {0xE0, 0x80, 1, describe_abort},
+    {0x00, 0x00, same_color, describe_unknown_sdo},
+}};
+
+constexpr std::array<sdo_kind, 5> sdo_requests = {{
+    {0xE3, 0x23, 3, describe_expedited_download},
+    {0xE3, 0x21, 1, describe_segmented_download},
+    {0xE0, 0x00, 1, describe_download_segment},
+    {0xE0, 0x40, 2, describe_upload},
+    {0x00, 0x00, same_color, describe_unknown_sdo},
+}};
+
+/// The row of an SDO frame.
+template <std::size_t Count>
+const sdo_kind& find_sdo_kind(const std::array<sdo_kind, Count>& table, const frame_view& frame) {
+    std::size_t row = 0;
+    while ((frame.data[0] & table[row].mask) != table[row].specifier) {
+        ++row;
+    }
+    return table[row];
+}
+
+// States of a node, as node guarding and heartbeat tell them (CiA 301, 7.2.8.3.2).
+constexpr std::array<text_row, 7> node_states = {{
+    {0, "Initializing/Boot-up"},
+    {1, "Disconnected"},
+    {2, "Connecting"},
+    {3, "Preparing"},
+    {4, "Stopped"},
+    {5, "Operational"},
+    {127, "Pre-operational"},
+}};
+
+void describe_nodeguard(const frame_view& frame) {
+    if (frame.len == 0) {
+        CDecoder::add_printf("NMT Nodeguerd Query ID=0x%02x", frame.node());
+    } else if (frame.len == 1) {
+        const char* state = find_text(node_states, frame.data[0] & 0x7FU);
+        CDecoder::add_printf("Nodeguard Response/Heartbeat ID=0x%02x: %s", frame.node(),
+                             state != nullptr ? state : "Unknown Node State");
+    } else {
+        CDecoder::add_printf("Unknown NMT Nodeguerd Message ID=0x%02x: ", frame.node());
+    }
+}
+
+void describe_unknown(const frame_view& /*frame*/) {
+    CDecoder::add_text("Unknown Message type !");
+}
+
+/// A kind of frame.
+struct message_kind {
+    uint32_t filter;     ///< bit of the type filter that shows it, or 0: always shown
+    uint32_t type_mask;  ///< bit of the master's type mask that it needs, or 0
+    int color;
+    void (*describe)(const frame_view&);
+};
+
+constexpr message_kind nmt = {D_NMT, 0, 7, describe_nmt};
+constexpr message_kind sync_message = {D_SYNC, D_SYNC, 4, describe_sync};
+constexpr message_kind emergency = {D_SYNC, 0, 1, describe_emergency};
+constexpr message_kind time_stamp = {0, 0, 4, describe_time_stamp};
+constexpr message_kind tpdo = {D_TPDO, D_TPDO, 6, describe_tpdo};
+constexpr message_kind rpdo = {D_RPDO, D_RPDO, 5, describe_rpdo};
+constexpr message_kind nodeguard_message = {D_HEARTBEAT, 0, 7, describe_nodeguard};
+constexpr message_kind unknown = {0, 0, 1, describe_unknown};
+
+constexpr uint32_t sync_id = 0x080;
+
+/// The kind of a frame. SDO frames get the colour and text of their row.
+message_kind find_kind(const frame_view& frame) {
+    switch (frame.id & 0x780) {
+        case 0x000:
+            return nmt;
+        case 0x080:
+            return frame.id == sync_id ? sync_message : emergency;
+        case 0x100:
+            return time_stamp;
+        case 0x180:
+        case 0x280:
+        case 0x380:
+        case 0x480:
+            return tpdo;
+        case 0x200:
+        case 0x300:
+        case 0x400:
+        case 0x500:
+            return rpdo;
+        case 0x580: {
+            const sdo_kind& response = find_sdo_kind(sdo_responses, frame);
+            return {D_SDO, D_SDO, response.color, response.describe};
+        }
+        case 0x600: {
+            const sdo_kind& request = find_sdo_kind(sdo_requests, frame);
+            return {D_SDO, D_SDO, request.color, request.describe};
+        }
+        case 0x700:
+            return nodeguard_message;
+        default:
+            return unknown;
+    }
+}
+
+// Results of decode_message: why the line is to be dropped.
+constexpr int dropped_by_type = 1;
+constexpr int dropped_by_cobid = 2;
+
+// The device type, object 0x1000 (CiA 301, 7.5.2.1): the device profile in the low 16 bits and the profile's
+// additional information in the high 16 bits.
+constexpr uint16_t device_type_index = 0x1000;
+
+/// Bits @p first to @p first + 7 of a device type.
+unsigned int byte_at(uint32_t device_type, unsigned int first) {
+    return (device_type >> first) & 0xFF;
+}
+
+/// Prints the kinds of inputs and outputs that a generic I/O module has: bits 16 to 19 (CiA 401).
+void print_io_module(uint32_t device_type) {
+    const auto text_if = [device_type](unsigned int bit, const char* text) {
+        return ((device_type >> bit) & 1) != 0 ? text : "";
+    };
+    std::printf("(401) Generic I/O Module%s%s%s%s\n", text_if(16, ", Digital Input"),
+                text_if(17, ", Digital Output"), text_if(18, ", Analog Input"),
+                text_if(19, ", Analog Output"));
+}
+
+// Drive types, bits 16 to 23 (CiA 402). A device that combines several types has no text of its own.
+constexpr std::array<text_row, 3> drive_types = {{
+    {1, "Frequency Converter"},
+    {2, "Servo Drive"},
+    {4, "Stepper Motor"},
+}};
+
+/// Prints the type of a drive, and from the mode bits 24 to 31 (CiA 402) how its PDOs are mapped: a device
+/// that sets none of them has the mapping common to all drives, any other that of its type.
+void print_drive(uint32_t device_type) {
+    const char* type = find_text(drive_types, byte_at(device_type, 16));
+    std::printf("(402) Drive Motor (%s with %s PDO mapping)\n", type != nullptr ? type : "Unknown?",
+                byte_at(device_type, 24) == 0 ? "generic" : "type-specific");
+}
+
+// Devices of an extruder line, bits 16 to 23: the number of the profile's part that describes the device
+// (CiA 420-1: the extruder as master of the line, 420-2 to 420-6: the devices behind it).
+constexpr std::array<text_row, 6> extruder_devices = {{
+    {1, "Master-extruder"},
+    {2, "Puller"},
+    {3, "Corrugator"},
+    {4, "Saw"},
+    {5, "Co-extruder"},
+    {6, "Calibration-table"},
+}};
+
+/// Prints the device of an extruder line; nothing follows it on the line, and nothing stands for an unknown
+/// one.
+void print_extruder(uint32_t device_type) {
+    const char* device = find_text(extruder_devices, byte_at(device_type, 16));
+    std::printf("(420) Extruder (%s", device != nullptr ? device : "");
+}
+
+}  // namespace
+
+int CCANopen::decode_message(uint32_t id, uint8_t len, const void* data) const {
+    int dropped = 0;
+    if ((id & cobid_bits_up_mask) != cobid_bits_up_mask || (id & cobid_bits_down_mask) != 0) {
+        dropped |= dropped_by_cobid;
+    }
+    add_text(" - ");
+    frame_view seen = {id, len, static_cast<const uint8_t*>(data), false};
+    const message_kind kind = find_kind(seen);
+    if ((kind.filter & ~m_TypeFilter) != 0) {
+        clear_message();
+        return dropped;
+    }
+    if ((kind.type_mask & ~type_mask) != 0) {
+        dropped |= dropped_by_type;
+    }
+    if (kind.color != same_color) {
+        m_MessageColor = kind.color;
+    }
+    seen.mapped =
+        kind.filter == D_TPDO && std::any_of(TPDOlist.get(), TPDOlist.get() + TPDOcount,
+                                             [id](const PDO* pdo) { return pdo->get_cobid() == id; });
+    kind.describe(seen);
+    return dropped;
+}
+
+int CCANopen::print_device_type(int node) {
+    int value = 0;
+    const int result = sdo_read(static_cast<unsigned int>(node), device_type_index, 0, value);
+    if (result != 0) {
+        return result;
+    }
+    const auto device_type = static_cast<uint32_t>(value);
+    const unsigned int profile = device_type & 0xFFFF;
+    std::printf("Device Type: 0x%04x ", device_type);
+    switch (profile) {
+        case 401:
+            print_io_module(device_type);
+            break;
+        case 402:
+            print_drive(device_type);
+            break;
+        case 420:
+            print_extruder(device_type);
+            break;
+        default:
+            std::printf("(%d) Not specified\n", static_cast<int>(profile));
+    }
+    return 0;
+}
