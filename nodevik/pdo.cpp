@@ -1,6 +1,5 @@
 #include "nodevik/pdo.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -8,74 +7,29 @@
 #include <cstring>
 #include <span>
 
+#include "nodevik/pdomapping.h"
+
+using pdo_mapping::data_bits;
+using pdo_mapping::data_bytes;
+using pdo_mapping::load;
+
 namespace {
 
-constexpr unsigned int data_bytes = 8;
-constexpr unsigned int data_bits = 64;
-constexpr int max_mappings = 64;
+constexpr int max_mappings = pdo_mapping::max_entries;
 constexpr unsigned int first_cobid = 0x181;
 constexpr unsigned int last_cobid = 0x57F;
 constexpr unsigned int tpdo_bit = 0x80;
-constexpr std::uintptr_t lowest_address = 10000;
-
-// Size of a byte mapping, by maptype; 0 for those that map no bytes.
-constexpr std::array<unsigned char, 12> byte_sizes = {0, 0, 0, 0, 1, 2, 4, 1, 2, 4, 8, 8};
 
 bool is_pdo_cobid(unsigned int cid) {
     return cid >= first_cobid && cid <= last_cobid;
 }
 
-// Whether a small number was passed where an address was meant.
-bool is_suspicious(const void* address) {
-    return reinterpret_cast<std::uintptr_t>(address) < lowest_address;
-}
-
-[[noreturn]] void refuse(const char* line) {
-    std::puts(line);
-    std::exit(1);
-}
-
-[[noreturn]] void refuse_address(const char* line) {
-    std::puts(line);
-    refuse("Are you sure that you havent got faulty pointer !");
-}
-
-// The size of a byte mapping of type t; ends the process when t is none.
-unsigned int byte_size(PDO::maptype t) {
-    if (t == PDO::none) {
-        refuse("PDO::mapref failed: wrong type 'none' ");
+// Ends the process when a mapping's variable cannot be reached.
+void check_address(const PDO::mapping& m, const char* line) {
+    if (pdo_mapping::is_suspicious(m.var_address)) {
+        pdo_mapping::report_address(line);
+        std::exit(1);
     }
-    if (t >= byte_sizes.size() || byte_sizes[t] == 0) {
-        refuse("PDO::mapref failed: Unknown Type ");
-    }
-    return byte_sizes[t];
-}
-
-PDO::maptype bit_type(unsigned int size) {
-    switch (size) {
-        case 1:
-            return PDO::bit1;
-        case 2:
-            return PDO::bit2;
-        case 4:
-            return PDO::bit4;
-        default:
-            refuse("PDO::mapref failed: Unknown Type ");
-    }
-}
-
-// Stores bit `bit` of a byte as a whole value of type T, 0 or 1, at an address of any alignment.
-template <typename T>
-void store_bit(void* variable, unsigned char byte, unsigned int bit) {
-    const T value = (byte >> bit) & 1U;
-    std::memcpy(variable, &value, sizeof value);
-}
-
-void copy_bit(unsigned char& byte, unsigned int bit, const void* variable) {
-    unsigned char first = 0;
-    std::memcpy(&first, variable, 1);
-    const unsigned int mask = 1U << bit;
-    byte = static_cast<unsigned char>((first & 1U) != 0 ? byte | mask : byte & ~mask);
 }
 
 // Whether pos is within 0 to last; reports it in the name of the operation when it is not.
@@ -85,13 +39,6 @@ bool check_position(const char* operation, unsigned int cobid, int pos, int last
     }
     std::printf("Error: PDO::%s Position out of range, COBID=%#x position=%i\n", operation, cobid, pos);
     return false;
-}
-
-template <typename T>
-T load(const unsigned char* from) {
-    T value;
-    std::memcpy(&value, from, sizeof value);
-    return value;
 }
 
 unsigned int bit_mask(int pos) {
@@ -239,10 +186,8 @@ unsigned char& PDO::operator[](int pos) {
 }
 
 void PDO::mapref(unsigned int pos, maptype t, void* d) {
-    if (is_suspicious(d)) {
-        refuse_address("Mapping of an variable address smaller than 10000 !");
-    }
-    const unsigned int size = byte_size(t);
+    pdo_mapping::require_address(d);
+    const unsigned int size = pdo_mapping::byte_size(t);
     if (mapCounter >= max_mappings) {
         std::printf("PDO::mapref COBID=0%#x Maximum number of mappings done\n", get_cobid());
         return;
@@ -252,15 +197,7 @@ void PDO::mapref(unsigned int pos, maptype t, void* d) {
         return;
     }
     for (int i = 0; i < mapCounter; ++i) {
-        // Of a bit mapping, the bit number and the variable's size stand for bytes here: callers rely on
-        // which combinations are let through.
-        const mapping& earlier = PDOmap[i];
-        if (pos < earlier.pos + 0U + earlier.len && earlier.pos < pos + size) {
-            std::printf(
-                "PDO::mapref Duplicate mapping for mapping nro=%2i, mapping pos=%2i, mapping size=%2i\n", i,
-                static_cast<int>(pos), static_cast<int>(size));
-            std::exit(1);
-        }
+        pdo_mapping::require_no_overlap(PDOmap[i], i, pos, size);
     }
     if (length < pos + size) {
         length = pos + size;
@@ -274,7 +211,7 @@ void PDO::mapref(unsigned int pos, maptype t, void* d) {
 }
 
 void PDO::mapbitref(unsigned int pos, unsigned int size, void* d) {
-    const maptype type = bit_type(size);
+    const maptype type = pdo_mapping::bit_type(size);
     if (mapCounter >= max_mappings) {
         std::printf("PDO::mapbitref COBID=%#x Maximum number of mappings done\n", get_cobid());
         return;
@@ -298,20 +235,18 @@ void PDO::mapbitref(unsigned int pos, unsigned int size, void* d) {
 void PDO::create_tpdo(const void* data) {
     std::memcpy(PDOdata, data, sizeof PDOdata);
     for (const mapping& m : std::span(PDOmap, static_cast<std::size_t>(mapCounter))) {
-        if (is_suspicious(m.var_address)) {
-            refuse_address("Destination variable address if smaller than 10000 !");
-        }
+        check_address(m, "Destination variable address if smaller than 10000 !");
         switch (m.type) {
             case none:
-                refuse("PDO::createTPDO Mapping of type none !");
+                pdo_mapping::refuse("PDO::createTPDO Mapping of type none !");
             case bit1:
-                store_bit<std::uint8_t>(m.var_address, *m.pdo_address, m.pos);
+                pdo_mapping::store_bit<std::uint8_t>(m.var_address, *m.pdo_address, m.pos);
                 break;
             case bit2:
-                store_bit<std::uint16_t>(m.var_address, *m.pdo_address, m.pos);
+                pdo_mapping::store_bit<std::uint16_t>(m.var_address, *m.pdo_address, m.pos);
                 break;
             case bit4:
-                store_bit<std::uint32_t>(m.var_address, *m.pdo_address, m.pos);
+                pdo_mapping::store_bit<std::uint32_t>(m.var_address, *m.pdo_address, m.pos);
                 break;
             case char1:
             case uchar1:
@@ -330,7 +265,7 @@ void PDO::create_tpdo(const void* data) {
                 std::memcpy(m.var_address, m.pdo_address, 8);
                 break;
             default:
-                refuse("PDO::createTPDO Unknown mapping type");
+                pdo_mapping::refuse("PDO::createTPDO Unknown mapping type");
         }
     }
     std::memcpy(oldPDOdata, PDOdata, sizeof oldPDOdata);
@@ -338,16 +273,14 @@ void PDO::create_tpdo(const void* data) {
 
 void PDO::create_rpdo() {
     for (const mapping& m : std::span(PDOmap, static_cast<std::size_t>(mapCounter))) {
-        if (is_suspicious(m.var_address)) {
-            refuse_address("Source variable address if smaller than 10000 !");
-        }
+        check_address(m, "Source variable address if smaller than 10000 !");
         switch (m.type) {
             case none:
-                refuse("PDO::createRPDO Mapping of type none !");
+                pdo_mapping::refuse("PDO::createRPDO Mapping of type none !");
             case bit1:
             case bit2:
             case bit4:
-                copy_bit(*m.pdo_address, m.pos, m.var_address);
+                pdo_mapping::take_bit(m.pdo_address, m.pos, m.var_address);
                 break;
             case char1:
             case uchar1:
@@ -366,7 +299,7 @@ void PDO::create_rpdo() {
                 std::memcpy(m.pdo_address, m.var_address, 8);
                 break;
             default:
-                refuse("PDO::createRPDO Unknown mapping type");
+                pdo_mapping::refuse("PDO::createRPDO Unknown mapping type");
         }
     }
 }

@@ -3,8 +3,8 @@
 ///
 /// CANopen moves process data in PDOs: single CAN frames of up to 8 data bytes and no protocol around them,
 /// whose meaning both sides agree on beforehand. The direction words are the node's: a TPDO is transmitted by
-/// a node and received by the master, an RPDO is sent by the master and received by a node. By default (CiA
-/// 301, 7.3.3) the COB-ID is a function code plus the node number 1 to 127:
+/// a node and received by the master, an RPDO is sent by the master and received by a node. By default (the
+/// pre-defined connection set of CiA 301) the COB-ID is a function code plus the node number 1 to 127:
 ///
 ///     TPDO 1 to 4   0x180  0x280  0x380  0x480    (bit value 0x80 is set)
 ///     RPDO 1 to 4   0x200  0x300  0x400  0x500
@@ -36,7 +36,7 @@
 
 /// The dictionary side of a PDO: what is saved to and loaded from the node.
 struct PDO_object_information {
-    int transmission_type = 0;  ///< CiA 301, 7.5.2.36: e.g. 1 for "with every SYNC"
+    int transmission_type = 0;  ///< CiA 301, object 1800h, subindex 2: e.g. 1 for "with every SYNC"
     int mappingcount = 0;       ///< number of entries used in pdo_mappings, 0 to 64
     int pdo_mappings[64] =
         {};  ///< mapping words: index in bits 16 to 31, subindex in 8 to 15, length in bits in 0 to 7
@@ -199,7 +199,7 @@ public:
     unsigned char* get_address(int pos) { return PDOdata + pos; }
 
     /// Sets the transmission type that the node is told.
-    /// @param s  CiA 301, 7.5.2.36
+    /// @param s  CiA 301, object 1800h, subindex 2
     void set_transmission_type(unsigned char s) { obj_info.transmission_type = s; }
 
     /// @}
