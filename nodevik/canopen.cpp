@@ -150,7 +150,7 @@ void CCANopen::show_nodeguard(bool enable) {
 }
 
 int CCANopen::read_all_messages() {
-    frame received;
+    bus_frame received;
     int result = 0;
     while ((result = read_frame(received)) == 0) {
         messagehandler(received.cobid, received.length, received.data.data());
@@ -162,7 +162,7 @@ int CCANopen::read_all_until_duplicate_tpdo() {
     for (int i = 0; i < TPDOcount; ++i) {
         TPDOlist[i]->PDO_updated = 0;
     }
-    frame received;
+    bus_frame received;
     if (!take_first_frame(received)) {
         return 0;
     }
@@ -177,7 +177,7 @@ int CCANopen::read_all_until_duplicate_tpdo() {
 }
 
 // The frame held back by the call before, or else the next one of the driver; false when there is none.
-bool CCANopen::take_first_frame(frame& received) {
+bool CCANopen::take_first_frame(bus_frame& received) {
     if (duplicate_TDPO.cobid == 0) {
         return read_frame(received) == 0;
     }
@@ -190,7 +190,7 @@ bool CCANopen::take_first_frame(frame& received) {
 
 // Takes a TPDO into every list entry with its COB-ID; false when it repeats within the cycle and is held
 // back.
-bool CCANopen::update_cycle(const frame& received) {
+bool CCANopen::update_cycle(const bus_frame& received) {
     for (int i = find_tpdo(received.cobid); i != no_position;
          i = find_tpdo_from(tpdo_next[i], received.cobid)) {
         PDO& pdo = *TPDOlist[i];
@@ -318,7 +318,7 @@ int CCANopen::nodeguard(unsigned char ID, unsigned int timeout) {
     reset_timedelay(timeout * 1000U);
     do {
         u_sleep(poll_pause_us);
-        frame received;
+        bus_frame received;
         while (read_frame(received) == 0) {
             if (received.cobid == cobid) {
                 return guarded_state(received);
@@ -332,7 +332,7 @@ int CCANopen::nodeguard(unsigned char ID, unsigned int timeout) {
 }
 
 // The state in a guarding answer without its toggle bit, 0 for one that the master does not know.
-int CCANopen::guarded_state(const frame& received) const {
+int CCANopen::guarded_state(const bus_frame& received) const {
     int state = 0;
     const char* text = "Unknown Nodeguard response";
     for (const guarded_state_text& known : guarded_states) {
@@ -383,7 +383,7 @@ int CCANopen::timedelay() {
 }
 
 // The driver's next frame, with the bytes past its length zero.
-int CCANopen::read_frame(frame& received) {
+int CCANopen::read_frame(bus_frame& received) {
     received.data.fill(0);
     return canDriver->read(received.cobid, received.length, received.data.data());
 }

@@ -347,7 +347,7 @@ private:
     };
 
     // A frame on its way from or to the driver, which always deals with all eight bytes.
-    struct frame {
+    struct bus_frame {
         unsigned int cobid = 0;
         unsigned int length = 0;
         std::array<unsigned char, 8> data = {};
@@ -377,32 +377,32 @@ private:
     void show_frame(unsigned int cobid, unsigned int length, const unsigned char* candata);
     void reset_timedelay(unsigned int delay);
     int timedelay();
-    int read_frame(frame& received);
-    bool take_first_frame(frame& received);
-    bool update_cycle(const frame& received);
+    int read_frame(bus_frame& received);
+    bool take_first_frame(bus_frame& received);
+    bool update_cycle(const bus_frame& received);
     void send_nmt(unsigned char command, unsigned char ID) const;
-    int guarded_state(const frame& received) const;
+    int guarded_state(const bus_frame& received) const;
 
     int find_tpdo(unsigned int cobid);
     int find_tpdo_from(int position, unsigned int cobid) const;
     void index_tpdos();
 
     template <typename Reaction>
-    bool sdo_exchange(const frame& request, sdo_pace pace, Reaction react);
+    bool sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react);
     void sdo_print(int color, const char* text, const sdo_transfer& transfer, unsigned int node);
-    void sdo_aborted(const sdo_transfer& transfer, const frame& answer);
-    void sdo_unknown(const sdo_transfer& transfer, const frame& answer);
+    void sdo_aborted(const sdo_transfer& transfer, const bus_frame& answer);
+    void sdo_unknown(const sdo_transfer& transfer, const bus_frame& answer);
     sdo_outcome sdo_silent(const sdo_transfer& transfer);
     sdo_outcome sdo_refuse(const sdo_transfer& transfer, unsigned int code);
     void sdo_send_abort(const sdo_transfer& transfer, unsigned int code);
-    static bool starts_upload(const sdo_transfer& transfer, const frame& answer);
+    static bool starts_upload(const sdo_transfer& transfer, const bus_frame& answer);
     sdo_outcome sdo_initiate_upload(sdo_transfer& transfer);
     sdo_outcome sdo_initiate_download(sdo_transfer& transfer, unsigned char command, unsigned int data);
-    sdo_outcome sdo_segment(sdo_transfer& transfer, const frame& request);
+    sdo_outcome sdo_segment(sdo_transfer& transfer, const bus_frame& request);
     sdo_outcome sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room, bool drop_rest,
                                     unsigned int& received);
     sdo_outcome sdo_download_segments(sdo_transfer& transfer, unsigned int len, const char* data);
-    static unsigned int sdo_expedited_value(const frame& answer);
+    static unsigned int sdo_expedited_value(const bus_frame& answer);
     static int write_result(sdo_outcome outcome);
 
     static pdo_objects tpdo_objects(unsigned int number);

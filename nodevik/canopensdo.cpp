@@ -123,11 +123,11 @@ struct CCANopen::sdo_transfer {
     unsigned char subindex;
     bool upload;
     bool segmented;
-    frame answer = {};
+    bus_frame answer = {};
 
     // A request to the node, which names the object.
-    frame request(unsigned char command, unsigned int data) const {
-        frame made = segment(command);
+    bus_frame request(unsigned char command, unsigned int data) const {
+        bus_frame made = segment(command);
         made.data[1] = static_cast<unsigned char>(index);
         made.data[2] = static_cast<unsigned char>(index >> 8);
         made.data[3] = subindex;
@@ -136,8 +136,8 @@ struct CCANopen::sdo_transfer {
     }
 
     // A request to the node without an object, for a segment.
-    frame segment(unsigned char command) const {
-        frame made;
+    bus_frame segment(unsigned char command) const {
+        bus_frame made;
         made.cobid = request_cobid + node;
         made.length = 8;
         made.data[0] = command;
@@ -145,7 +145,7 @@ struct CCANopen::sdo_transfer {
     }
 
     // Whether a frame answers a request about this object. Which node it comes from is not looked at.
-    bool is_answered_by(const frame& received) const {
+    bool is_answered_by(const bus_frame& received) const {
         return (received.cobid & function_code_mask) == answer_cobid &&
                (received.data[1] | received.data[2] << 8) == index && received.data[3] == subindex;
     }
@@ -177,16 +177,16 @@ CCANopen::pdo_objects CCANopen::rpdo_objects(unsigned int number) {
 // Sends a request up to four times, 20 ms apart, until `react` calls a received frame the end of the wait.
 // Frames that it calls foreign are treated as between transfers. False when no attempt was answered.
 template <typename Reaction>
-bool CCANopen::sdo_exchange(const frame& request, sdo_pace pace, Reaction react) {
+bool CCANopen::sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react) {
     for (int attempt = 0; attempt < max_attempts; ++attempt) {
-        frame sent = request;
+        bus_frame sent = request;
         canDriver->write(sent.cobid, sent.length, sent.data.data(), 0);
         reset_timedelay(attempt_us);
         int polls_without_pause = pace == sdo_pace::eager ? eager_polls : 0;
         do {
             u_sleep(polls_without_pause > 0 ? 0 : poll_pause_us);
             polls_without_pause = std::max(polls_without_pause - 1, 0);
-            frame received;
+            bus_frame received;
             while (read_frame(received) == 0) {
                 switch (react(received)) {
                     case sdo_reaction::foreign:
@@ -212,7 +212,7 @@ void CCANopen::sdo_print(int color, const char* text, const sdo_transfer& transf
 }
 
 // Reports an abort by the node, with its code in words.
-void CCANopen::sdo_aborted(const sdo_transfer& transfer, const frame& answer) {
+void CCANopen::sdo_aborted(const sdo_transfer& transfer, const bus_frame& answer) {
     sdo_print(red, "Received SDO abort code", transfer, answer.cobid & node_mask);
     show_frame(answer.cobid, answer.length, answer.data.data());
     if ((can_debug & fatal_errors) != 0) {
@@ -220,7 +220,7 @@ void CCANopen::sdo_aborted(const sdo_transfer& transfer, const frame& answer) {
     }
 }
 
-void CCANopen::sdo_unknown(const sdo_transfer& transfer, const frame& answer) {
+void CCANopen::sdo_unknown(const sdo_transfer& transfer, const bus_frame& answer) {
     sdo_print(yellow, transfer.upload ? "Unknown SDO_read response" : "Unknown SDO_write response", transfer,
               answer.cobid & node_mask);
 }
@@ -241,7 +241,7 @@ CCANopen::sdo_outcome CCANopen::sdo_silent(const sdo_transfer& transfer) {
 
 // Tells the node that the client gives the transfer up.
 void CCANopen::sdo_send_abort(const sdo_transfer& transfer, unsigned int code) {
-    frame sent = transfer.request(abort_transfer, code);
+    bus_frame sent = transfer.request(abort_transfer, code);
     canDriver->write(sent.cobid, sent.length, sent.data.data(), 0);
 }
 
@@ -253,7 +253,7 @@ CCANopen::sdo_outcome CCANopen::sdo_refuse(const sdo_transfer& transfer, unsigne
 
 // Whether an answer to the upload request is one. Segments of unannounced size are only followed when all of
 // the object is asked for: to sdo_read their start is an unknown answer.
-bool CCANopen::starts_upload(const sdo_transfer& transfer, const frame& answer) {
+bool CCANopen::starts_upload(const sdo_transfer& transfer, const bus_frame& answer) {
     switch (answer.data[0] & upload_mask) {
         case answer_upload_expedited:
         case answer_upload_expedited_unsized:
@@ -269,8 +269,8 @@ bool CCANopen::starts_upload(const sdo_transfer& transfer, const frame& answer) 
 // Asks for an object. After `answered` the answer is expedited or starts segments.
 CCANopen::sdo_outcome CCANopen::sdo_initiate_upload(sdo_transfer& transfer) {
     sdo_outcome outcome = sdo_outcome::silent;
-    const frame request = transfer.request(initiate_upload, 0);
-    const bool ended = sdo_exchange(request, sdo_pace::steady, [&](const frame& received) {
+    const bus_frame request = transfer.request(initiate_upload, 0);
+    const bool ended = sdo_exchange(request, sdo_pace::steady, [&](const bus_frame& received) {
         if (!transfer.is_answered_by(received)) {
             return sdo_reaction::foreign;
         }
@@ -293,8 +293,8 @@ CCANopen::sdo_outcome CCANopen::sdo_initiate_upload(sdo_transfer& transfer) {
 CCANopen::sdo_outcome CCANopen::sdo_initiate_download(sdo_transfer& transfer, unsigned char command,
                                                       unsigned int data) {
     sdo_outcome outcome = sdo_outcome::silent;
-    const frame request = transfer.request(command, data);
-    const bool ended = sdo_exchange(request, sdo_pace::steady, [&](const frame& received) {
+    const bus_frame request = transfer.request(command, data);
+    const bool ended = sdo_exchange(request, sdo_pace::steady, [&](const bus_frame& received) {
         if (!transfer.is_answered_by(received)) {
             return sdo_reaction::foreign;
         }
@@ -319,13 +319,13 @@ CCANopen::sdo_outcome CCANopen::sdo_initiate_download(sdo_transfer& transfer, un
 // the answer before is a late or doubled copy of it and is passed over; only if nothing better comes does it
 // count as a toggle bit that was not alternated. Any other answer with the wrong toggle bit ends the transfer
 // at once.
-CCANopen::sdo_outcome CCANopen::sdo_segment(sdo_transfer& transfer, const frame& request) {
+CCANopen::sdo_outcome CCANopen::sdo_segment(sdo_transfer& transfer, const bus_frame& request) {
     const unsigned char segment_answer = transfer.upload ? answer_upload_segment : answer_download_segment;
     const unsigned char first_answer = transfer.upload ? answer_upload : answer_download;
     const unsigned char toggle = request.data[0] & toggle_bit;
     bool wrong_toggle = false;
     sdo_outcome outcome = sdo_outcome::silent;
-    sdo_exchange(request, sdo_pace::eager, [&](const frame& received) {
+    sdo_exchange(request, sdo_pace::eager, [&](const bus_frame& received) {
         const unsigned char answer = received.data[0] & command_mask;
         if (received.cobid == transfer.answer.cobid && answer == segment_answer) {
             if ((received.data[0] & toggle_bit) == toggle) {
@@ -357,9 +357,6 @@ CCANopen::sdo_outcome CCANopen::sdo_segment(sdo_transfer& transfer, const frame&
     });
     if (outcome == sdo_outcome::silent) {
         return wrong_toggle ? sdo_refuse(transfer, abort_toggle) : sdo_silent(transfer);
-    }
-    if (outcome == sdo_outcome::unknown) {
-        sdo_send_abort(transfer, abort_unknown_command);
     }
     return outcome;
 }
@@ -393,7 +390,7 @@ CCANopen::sdo_outcome CCANopen::sdo_download_segments(sdo_transfer& transfer, un
     do {
         const unsigned int size = std::min(len - sent, segment_bytes);
         const unsigned char last = len - sent == size ? last_segment : 0;
-        frame request =
+        bus_frame request =
             transfer.segment(static_cast<unsigned char>(toggle | (segment_bytes - size) << 1 | last));
         std::copy_n(data + sent, size, request.data.begin() + 1);
         const sdo_outcome outcome = sdo_segment(transfer, request);
@@ -407,7 +404,7 @@ CCANopen::sdo_outcome CCANopen::sdo_download_segments(sdo_transfer& transfer, un
 }
 
 // The value of an expedited answer.
-unsigned int CCANopen::sdo_expedited_value(const frame& answer) {
+unsigned int CCANopen::sdo_expedited_value(const bus_frame& answer) {
     const unsigned char command = answer.data[0];
     const unsigned int value = load_le32(answer.data.data() + 4);
     if ((command & upload_mask) == answer_upload_expedited) {
@@ -480,6 +477,9 @@ int CCANopen::sdo_write_segment(unsigned int ID, unsigned short index, unsigned 
     sdo_outcome outcome = sdo_initiate_download(transfer, initiate_download, len);
     if (outcome == sdo_outcome::answered) {
         outcome = sdo_download_segments(transfer, len, data);
+    }
+    if (outcome == sdo_outcome::unknown) {
+        sdo_send_abort(transfer, abort_unknown_command);
     }
     return write_result(outcome);
 }
