@@ -385,6 +385,7 @@ private:
 
     int find_tpdo(unsigned int cobid);
     int find_tpdo_from(int position, unsigned int cobid) const;
+    bool has_tpdo(unsigned int cobid) const;
     void index_tpdos();
 
     template <typename Reaction>
