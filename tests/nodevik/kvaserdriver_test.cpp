@@ -84,8 +84,6 @@ ChildResult with_open_driver(unsigned int debug, const std::function<int(Watched
         open_quietly(driver);
         driver.set_debug(debug);
         std::printf("= %d\n", use(driver));
-        std::fflush(stdout);
-        std::_Exit(42);
     });
 }
 
@@ -968,7 +966,7 @@ TEST_F(KvaserErrors, NoFrameWaitingIsNoErrorUnderDebugBit2) {
         standin().results["canReadWait"] = canERR_NOMSG;
         return read_once(driver) + read_wait_once(driver);
     });
-    EXPECT_EQ(child.status, 42);
+    EXPECT_EQ(child.status, 0);
     EXPECT_EQ(child.out, "= 2\n");
 }
 
