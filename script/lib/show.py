@@ -1,0 +1,26 @@
+"""Shows the panel on the display that is there, with the simulated vehicle as its serial line."""
+
+import argparse
+
+from drive import process
+from drive.panel import WITH_LINE
+from drive.vehicle import Vehicle
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--panel", required=True, help="the panel's program")
+    parser.add_argument("--simulator", required=True, help="vehicle-simulator")
+    parser.add_argument("--log", required=True, help="where the vehicle logs")
+    options = parser.parse_args()
+    with Vehicle(options.simulator, log=options.log) as vehicle:
+        print(f"The simulated vehicle is on {vehicle.line} and logs to {options.log}")
+        panel = process.start([WITH_LINE, vehicle.line, options.panel])
+        try:
+            return panel.wait()
+        finally:
+            process.stop(panel)
+
+
+if __name__ == "__main__":
+    process.run_to_the_end(main)
