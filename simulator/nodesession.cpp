@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -21,6 +22,7 @@ namespace node_simulator {
 namespace {
 
 constexpr int burst = 256;                    // frames taken before others get their turn
+constexpr Time linger_us = 100;               // after a frame: the next one of a transfer is on its way
 constexpr int look_again_ms = 5;              // for the command's port
 constexpr Time longest_wait_us = 60'000'000;  // of one poll; then it is called again
 constexpr Time master_patience_us = 2'000'000;
@@ -243,32 +245,43 @@ void NodeSession::wait() const {
     ppoll(entries.data(), entries.size(), &limit, nullptr);
 }
 
-// Hands waiting frames to the bus, and its answers out; false when none was waiting.
+// Hands waiting frames to the bus, and its answers out; false when none was waiting. After a frame it stays
+// awake for a moment: going to sleep and waking up would take longer than the client needs to go on.
 bool NodeSession::receive_frames() {
-    bool any = false;
-    for (int i = 0; i < burst; ++i) {
-        std::array<std::uint8_t, 64> room;
-        sockaddr_in from{};
-        socklen_t from_length = sizeof from;
-        const ssize_t count =
-            recvfrom(socket_.get(), room.data(), room.size(), MSG_DONTWAIT, generic(from), &from_length);
-        if (count < 0) {
+    Time linger_until = 0;
+    for (int frames = 0; frames < burst;) {
+        if (receive_frame()) {
+            ++frames;
+            linger_until = monotonic_us() + linger_us;
+        } else if (monotonic_us() < linger_until) {
+            sched_yield();
+        } else {
             break;
         }
-        any = true;
-        if (!options_.peer && command_ == 0) {
-            peer_ = from;
-        }
-        const Time now = monotonic_us();
-        switch_on(now);
-        const auto frame = from_datagram(std::span(room).first(static_cast<std::size_t>(count)));
-        if (frame) {
-            log("in ", *frame, now);
-            bus_.receive(*frame, now);
-            send_frames();
-        }
     }
-    return any;
+    return linger_until != 0;
+}
+
+bool NodeSession::receive_frame() {
+    std::array<std::uint8_t, 64> room;
+    sockaddr_in from{};
+    socklen_t from_length = sizeof from;
+    const ssize_t count =
+        recvfrom(socket_.get(), room.data(), room.size(), MSG_DONTWAIT, generic(from), &from_length);
+    if (count < 0) {
+        return false;
+    }
+    if (!options_.peer && command_ == 0) {
+        peer_ = from;
+    }
+    const Time now = monotonic_us();
+    switch_on(now);
+    if (const auto frame = from_datagram(std::span(room).first(static_cast<std::size_t>(count)))) {
+        log("in ", *frame, now);
+        bus_.receive(*frame, now);
+        send_frames();
+    }
+    return true;
 }
 
 void NodeSession::send_frames() {

@@ -68,6 +68,7 @@ private:
     void serve();
     void wait() const;
     bool receive_frames();
+    bool receive_frame();
     void send_frames();
     void read_commands();
     void read_signals();
