@@ -127,23 +127,15 @@ void ControlThread::run() {
         }
         PysaytaAjoneuvo();
     }
-    vaihe = Vaihe::poissa;
+    loppumassa = false;
 }
 
-// A tight loop: the thread is started when the flag is set already, so that it ends at once. The flag is
-// looked at again after `vaihe` has been told: whoever cleared it in between either sees the thread cycle or
-// keeps it from it.
+// A tight loop: the thread is started when the flag is set already, so that it ends at once.
 bool ControlThread::OdotaKaynnistysta() {
-    vaihe = Vaihe::odottaa;
-    while (!tuhotaan) {
-        if (kaynnistysLippu) {
-            vaihe = Vaihe::kiertaa;
-            if (kaynnistysLippu) {
-                return true;
-            }
-            vaihe = Vaihe::odottaa;
-        }
+    odottaa = true;
+    while (!kaynnistysLippu && !loppumassa && !tuhotaan) {
     }
+    odottaa = false;
     return kaynnistysLippu;
 }
 
@@ -195,7 +187,11 @@ void ControlThread::PysaytaAjoneuvo() {
     }
 }
 
+// A running thread is told to end before its start flag goes: it may not have looked at that flag yet.
 void ControlThread::SuljeLinja() {
+    if (kaynnistysLippu && isRunning()) {
+        loppumassa = true;
+    }
     kaynnistysLippu = false;
     while (linjaVarattu) {
         yieldCurrentThread();
@@ -207,14 +203,7 @@ void ControlThread::SuljeLinja() {
 // Lets a thread that is about to end do so: a start of a thread that still runs would do nothing. A thread
 // that waits for the start flag is left to it, and so is one that cycles because the line was open already.
 void ControlThread::OdotaEdellinenLoppuun() const {
-    if (kaynnistysLippu) {
-        return;
-    }
-    for (;;) {
-        const Vaihe now = vaihe;
-        if (now == Vaihe::odottaa || (now == Vaihe::poissa && !isRunning())) {
-            return;
-        }
+    while (!kaynnistysLippu && (loppumassa || (isRunning() && !odottaa))) {
         msleep(1);
     }
 }

@@ -120,13 +120,6 @@ protected:
     void run() override;
 
 private:
-    /// Where the link thread is.
-    enum class Vaihe {
-        poissa,   ///< not in `run`
-        odottaa,  ///< waiting for the start flag
-        kiertaa,  ///< cycling, or about to begin or end it
-    };
-
     bool OdotaKaynnistysta();
     bool SaaKiertaa() const;
     void Tauko() const;
@@ -140,12 +133,12 @@ private:
     serial ohjuri;
     std::array<std::atomic<char>, 4> Message = {'\0', 'g', 'n', 'P'};
     std::atomic<int> aika = 200;
-    std::atomic<bool> lopetusLippu = false;  // ends the cycle
-    std::atomic<bool> kaynnistysLippu =
-        false;  // begins the cycle; while it is set, the line is the link thread's
-    std::atomic<bool> linjaVarattu = false;  // the link thread is at the line
-    std::atomic<bool> tuhotaan = false;      // the object is being destroyed
-    std::atomic<Vaihe> vaihe = Vaihe::poissa;
+    std::atomic<bool> lopetusLippu = false;     // ends the cycle
+    std::atomic<bool> kaynnistysLippu = false;  // begins the cycle: the link thread may use the line
+    std::atomic<bool> linjaVarattu = false;     // the link thread is at the line
+    std::atomic<bool> odottaa = false;          // the link thread waits for the start flag
+    std::atomic<bool> loppumassa = false;       // closed under a running link thread, which has not ended yet
+    std::atomic<bool> tuhotaan = false;         // the object is being destroyed
 };
 
 #endif
