@@ -1,12 +1,7 @@
 #include "controlthread.h"
 
-#include <unistd.h>
-
 #include <QDeadlineTimer>
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <mutex>
 #include <utility>
 
 #include "descriptorzero.h"
@@ -45,23 +40,6 @@ private:
     const bool permitted_;
 };
 
-thread_local bool on_link_thread = false;
-
-// An exit handler. A failed read ends the process from the link thread, while the GUI thread works on: the
-// global objects that it works with must not be destroyed under its hands.
-void end_at_once(int status, void* /*unused*/) {
-    if (on_link_thread) {
-        std::fflush(nullptr);
-        _exit(status);
-    }
-}
-
-void make_exit_safe_here() {
-    static std::once_flag registered;
-    std::call_once(registered, [] { on_exit(end_at_once, nullptr); });
-    on_link_thread = true;
-}
-
 }  // namespace
 
 ControlThread::ControlThread(std::string device) : laite(std::move(device)) {}
@@ -69,6 +47,7 @@ ControlThread::ControlThread(std::string device) : laite(std::move(device)) {}
 ControlThread::~ControlThread() {
     tuhotaan = true;
     wait();
+    static_cast<void>(loppumassa.load());  // the thread's last store: orders all it did before what follows
 }
 
 void ControlThread::ReadAndSendData() {
@@ -117,7 +96,6 @@ void ControlThread::MoottoriOn(bool Mon) {
 }
 
 void ControlThread::run() {
-    make_exit_safe_here();
     if (OdotaKaynnistysta()) {
         lopetusLippu = false;
         Q_EMIT LahetaTeksti(QStringLiteral("Started"));

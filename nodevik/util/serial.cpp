@@ -29,9 +29,19 @@ constexpr std::array<LineSpeed, 5> line_speeds = {{
     {115200, B115200},
 }};
 
+// exit(3) destroys global objects. The main thread may still be working with them when another thread gives
+// the process up, so that thread ends it without them.
+[[noreturn]] void end_process(int status) {
+    if (gettid() != getpid()) {
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    std::exit(status);
+}
+
 [[noreturn]] void end_process(const char* message, int status) {
     std::printf("%s\n", message);
-    std::exit(status);
+    end_process(status);
 }
 
 // Reads at most `room` bytes; a failure ends the process, since a line with nothing to deliver reads as 0
@@ -91,17 +101,17 @@ int serial::open(char* port, int speed) {
     const int opened = ::open(port, O_RDWR | O_NOCTTY | O_NONBLOCK);
     if (opened < 0) {
         std::perror("Unable to open serial port: - \n");
-        std::exit(1);
+        end_process(1);
     }
     tcgetattr(opened, &options_old);
     options = raw_attributes(speed);
     tcsetattr(opened, TCSANOW, &options);
-    fd.store(opened, std::memory_order_relaxed);
+    fd.store(opened, std::memory_order_release);
     return opened;
 }
 
 int serial::read(char* data, int count) {
-    const int received = read_line(fd.load(std::memory_order_relaxed), buffer, std::clamp(count, 0, bufsize),
+    const int received = read_line(fd.load(std::memory_order_acquire), buffer, std::clamp(count, 0, bufsize),
                                    "read() failed!");
     const std::string_view bytes(buffer, static_cast<std::size_t>(received));
     bytes.copy(data, bytes.size());
@@ -110,7 +120,7 @@ int serial::read(char* data, int count) {
 }
 
 int serial::read() {
-    len = read_line(fd.load(std::memory_order_relaxed), buffer, bufsize, "SerialPort Read failed!");
+    len = read_line(fd.load(std::memory_order_acquire), buffer, bufsize, "SerialPort Read failed!");
     trace(trace_received, {buffer, static_cast<std::size_t>(len)});
     return len;
 }
@@ -134,7 +144,7 @@ int serial::readuntiltext(char* end, int minlen, int maxlen) {
 
 int serial::write(char* data, int count) {
     const ssize_t written =
-        ::write(fd.load(std::memory_order_relaxed), data, static_cast<std::size_t>(count));
+        ::write(fd.load(std::memory_order_acquire), data, static_cast<std::size_t>(count));
     if (written < 0) {
         std::printf("write() of %i bytes failed!\n", count);
     } else {
@@ -144,10 +154,10 @@ int serial::write(char* data, int count) {
 }
 
 void serial::close() {
-    const int closing = fd.load(std::memory_order_relaxed);
+    const int closing = fd.load(std::memory_order_acquire);
     tcsetattr(closing, TCSANOW, &options_old);
     ::close(closing);
-    fd.store(0, std::memory_order_relaxed);
+    fd.store(0, std::memory_order_release);
 }
 
 void serial::print() {
@@ -166,7 +176,7 @@ void serial::print() {
 serial::Gathered serial::gather(char end, int minlen, int maxlen) {
     const int room = bufsize - srcbufpos;
     const int limit = std::min(maxlen, room);
-    const int received = read_line(fd.load(std::memory_order_relaxed), tempbuffer + srcbufpos, room,
+    const int received = read_line(fd.load(std::memory_order_acquire), tempbuffer + srcbufpos, room,
                                    "Serialport read failed!");
     if (received == 0) {
         srcbufpos = 0;

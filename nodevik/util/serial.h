@@ -17,7 +17,9 @@
 /// together with a record begun: a record is only ever completed from data that keeps arriving.
 ///
 /// A line that cannot be opened or read is of no use to the programs built on this class, so these failures
-/// print a line and end the process; only a failed write is left to the caller.
+/// print a line and end the process; only a failed write is left to the caller. The main thread ends it
+/// through exit(3). Any other thread flushes the output and ends it at once: the exit handlers would take
+/// away what the main thread still works with.
 
 #ifndef NODEVIK_UTIL_SERIAL_H
 #define NODEVIK_UTIL_SERIAL_H
@@ -153,7 +155,7 @@ private:
     void carry_over(int from, int until);
     void trace(unsigned int what, std::string_view bytes) const;
 
-    std::atomic<int> fd = 0;  // 0: no device is open
+    std::atomic<int> fd = 0;  // 0: no device is open; hands an opened device over to the thread that reads it
     termios options = {};
     termios options_old = {};  // the device's own attributes, for close
     const int bufsize;

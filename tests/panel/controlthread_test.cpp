@@ -246,9 +246,9 @@ void ControlThreadTest::openingSetsTheSpeedOfTheIndex() {
 }
 
 void ControlThreadTest::openingSaysSoThenWaits300Milliseconds() {
-    Link link;
     QElapsedTimer since_text;
     tcflag_t flags_at_text = 0;
+    Link link;
     link.on_text = [&](const QString& text) {
         if (text == QStringLiteral("Portti auki")) {
             flags_at_text = link.terminal.attributes().c_cflag;
@@ -387,11 +387,11 @@ void ControlThreadTest::eachFrameSentGivesAPulse() {
 }
 
 void ControlThreadTest::theCycleLasts10MillisecondsMoreThanTheRate() {
-    Link link;
     std::mutex guard;
     std::vector<qint64> moments;
     QElapsedTimer clock;
     clock.start();
+    Link link;
     connect(
         link.thread.get(), &ControlThread::LahetaArvot, &link,
         [&] {
@@ -402,6 +402,7 @@ void ControlThreadTest::theCycleLasts10MillisecondsMoreThanTheRate() {
     link.open(4, 25);
     EVENTUALLY(link.pulses >= 5);
     link.thread->SuljePortti();
+    QVERIFY(link.thread->wait(limit_ms));
     const std::lock_guard<std::mutex> lock(guard);
     for (std::size_t i = 1; i < 5; i++) {
         QVERIFY(moments[i] - moments[i - 1] >= 35'000'000);
@@ -495,12 +496,12 @@ void ControlThreadTest::aLongReplyIsTakenIn100BytePieces() {
 // --- closing ---
 
 void ControlThreadTest::closingRestoresTheLineThenSaysSo() {
+    bool restored = false;
+    bool closed = false;
     Link link;
     const auto others = descriptors_on(link.terminal.path()).size();
     link.open();
     EVENTUALLY(link.pulses >= 1);
-    bool restored = false;
-    bool closed = false;
     link.on_text = [&](const QString& text) {
         if (text == QStringLiteral("Portti kiinni")) {
             restored = (link.terminal.attributes().c_lflag & ICANON) != 0;
@@ -527,9 +528,9 @@ void ControlThreadTest::closingEndsTheThreadAndSendsNoMore() {
 }
 
 void ControlThreadTest::closingBetweenReadAndSendSendsNothing() {
-    Link link;
     QSemaphore between;
     QSemaphore go_on;
+    Link link;
     connect(
         link.thread.get(), &ControlThread::LahetaArvot, &link,
         [&] {
@@ -613,9 +614,9 @@ void ControlThreadTest::closingAndOpeningWhileTheThreadWaitsForItsStartStartsIt(
 
 // The link thread is held in its cycle for longer than opening lasts.
 void ControlThreadTest::openingWaitsForTheEndOfTheCycleThatWasClosed() {
-    Link link;
     QSemaphore between;
     std::atomic<bool> hold = true;
+    Link link;
     connect(
         link.thread.get(), &ControlThread::LahetaArvot, &link,
         [&] {

@@ -7,7 +7,9 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "tests/support/childprocess.h"
 #include "tests/support/pseudoterminal.h"
@@ -332,6 +334,28 @@ TEST(SerialRead, OfALineHungUpReturns0) {
     OpenLine open;
     open.terminal.hang_up();
     EXPECT_EQ(open.line.read(), 0);
+}
+
+TEST(SerialRead, FailureInTheMainThreadRunsTheExitHandlers) {
+    const ChildResult result = run_in_child([] {
+        std::atexit([] { std::printf("handled"); });
+        OpenLine open;
+        open.break_reading();
+        open.line.read();
+    });
+    EXPECT_EQ(result.out, "SerialPort Read failed!\nhandled");
+}
+
+TEST(SerialRead, FailureInAnotherThreadEndsTheProcessWithoutTheExitHandlers) {
+    const ChildResult result = run_in_child([] {
+        std::atexit([] { std::printf("handled"); });
+        OpenLine open;
+        open.break_reading();
+        std::thread([&] { open.line.read(); }).join();
+        std::printf("went on");
+    });
+    EXPECT_EQ(result.out, "SerialPort Read failed!\n");
+    EXPECT_EQ(result.status, 0);
 }
 
 // --- read(char*, int) ---
