@@ -1,6 +1,7 @@
 #include "widgets/abstractmeter.h"
 
 #include <QEvent>
+#include <QStringBuilder>
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -24,6 +25,11 @@ int truncated(double value) {
     constexpr double lowest = std::numeric_limits<int>::min();
     constexpr double highest = std::numeric_limits<int>::max();
     return std::isnan(value) ? 0 : static_cast<int>(std::clamp(value, lowest, highest));
+}
+
+/// Tells whether two fonts have the same attributes, and the same of them set.
+bool isSame(const QFont& one, const QFont& other) {
+    return one.resolveMask() == other.resolveMask() && one == other;
 }
 
 }  // namespace
@@ -116,7 +122,14 @@ bool AbstractMeter::calcMaxMin() {
 }
 
 QString AbstractMeter::valueText() const {
-    return m_prefix + numberText(m_value) + m_suffix;
+    return m_prefix % numberText(m_value) % m_suffix;
+}
+
+const QFont& AbstractMeter::valueTextFont() {
+    if (!isSame(m_valueTextFont.font, m_valueFont) || !isSame(m_valueTextFont.base, font())) {
+        m_valueTextFont = {m_valueFont, font(), m_valueFont.resolve(font())};
+    }
+    return m_valueTextFont.completed;
 }
 
 QString AbstractMeter::numberText(double number) {

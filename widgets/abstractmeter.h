@@ -123,6 +123,9 @@ protected:
     /// @return prefix, value and suffix as the gauge shows them
     QString valueText() const;
 
+    /// @return the font of the value text, its unset attributes those of the widget's font
+    const QFont& valueTextFont();
+
     /// @return @p number as the scales show it: six significant digits, shortest form, decimal point
     static QString numberText(double number);
 
@@ -143,6 +146,15 @@ protected:
     QFont m_digitFont;           ///< font of the scale numbers
     QString m_prefix;            ///< text before the value
     QString m_suffix;            ///< text after the value
+
+private:
+    /// A font completed by another, kept because looking a new font up costs as much as drawing the text.
+    struct CompletedFont {
+        QFont font;
+        QFont base;
+        QFont completed;
+    };
+    CompletedFont m_valueTextFont;
 };
 
 #endif

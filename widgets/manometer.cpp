@@ -1,14 +1,15 @@
 #include "widgets/manometer.h"
 
-#include <QFontMetrics>
 #include <QPainter>
 #include <QPainterPath>
 #include <QRadialGradient>
+#include <QtMath>
 #include <array>
 #include <cmath>
 #include <numbers>
 
 #include "widgets/assertion.h"
+#include "widgets/textline.h"
 
 namespace {
 
@@ -108,16 +109,33 @@ void drawTicks(QPainter& painter) {
     painter.restore();
 }
 
-/// The needle of the value straight below the centre.
-const QPainterPath& needle() {
+// The needle, pointing straight down: from its tip over the axis to its rounded tail, and the hub around the
+// axis. It is filled in two parts, each without what the hub hides: as one, so long a shape overflows the
+// rasterizer's cells and is rasterized up to three times. The seam lies under the hub.
+constexpr double hub_radius = 10;
+
+/// The needle from the axis to the tip.
+const QPainterPath& needleFront() {
     static const QPainterPath outline = [] {
         QPainterPath path(QPointF(-4, 0));
         path.lineTo(-1, 129);
         path.lineTo(1, 129);
         path.lineTo(4, 0);
-        path.lineTo(8, -50);
-        path.cubicTo(8.1, -51, 5, -48, 0, -48);
-        path.cubicTo(-5, -48, -8.1, -51, -8, -50);
+        return path;
+    }();
+    return outline;
+}
+
+/// The tail, whose edges run from (±4, 0) to (±8, -50) and come out of the hub at (±80/17, -150/17), and the
+/// hub.
+const QPainterPath& needleBack() {
+    static const QPainterPath outline = [] {
+        const double meeting_degrees = qRadiansToDegrees(std::atan2(150.0, 80.0));
+        QPainterPath path(QPointF(-8, -50));
+        path.cubicTo(-8.1, -51, -5, -48, 0, -48);
+        path.cubicTo(5, -48, 8.1, -51, 8, -50);
+        path.arcTo(circle(hub_radius), meeting_degrees, -180 - 2 * meeting_degrees);
+        path.closeSubpath();
         return path;
     }();
     return outline;
@@ -150,22 +168,19 @@ void ManoMeter::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     initCoordinateSystem(painter);
 
-    painter.save();
+    const QPen pen = painter.pen();
+    const QTransform upright = painter.transform();
     painter.rotate(minimum_degrees + (m_value - m_min) * scale_degrees / (m_max - m_min));
     painter.setPen(Qt::NoPen);
     painter.setBrush(Qt::black);
-    painter.drawPath(needle());
-    painter.drawEllipse(circle(10));
-    painter.restore();
+    painter.drawPath(needleFront());
+    painter.drawPath(needleBack());
+    painter.setTransform(upright);
 
     if (m_valueOffset != 0) {
-        if (m_value >= m_critical) {
-            painter.setPen(Qt::red);
-        }
-        painter.setFont(m_valueFont);
-        const QString text = valueText();
-        const QSize size = painter.fontMetrics().size(Qt::TextSingleLine, text);
-        painter.drawText(QPointF(-size.width() / 2.0, std::trunc(0 - m_valueOffset)), text);
+        painter.setPen(m_value >= m_critical ? QPen(Qt::red) : pen);
+        const TextLine text(valueText(), valueTextFont(), painter.device());
+        text.draw(painter, QPointF(-text.size().width() / 2.0, std::trunc(0 - m_valueOffset)));
     }
 }
 
@@ -186,11 +201,11 @@ void ManoMeter::paintBackground(QPainter& painter) {
         if (std::abs(number) < 0.000001) {
             number = 0;
         }
-        const QString text = numberText(number);
-        const QSize size = painter.fontMetrics().size(Qt::TextSingleLine, text);
+        const TextLine text(numberText(number), painter.font(), painter.device());
+        const QSize size = text.size();
         const double angle = (i + 5) * std::numbers::pi / 6;
         const QPointF centre(m_digitOffset * std::cos(angle), m_digitOffset * std::sin(angle));
-        painter.drawText(centre + QPointF(-size.width() / 2.0, size.height() / 4.0), text);
+        text.draw(painter, centre + QPointF(-size.width() / 2.0, size.height() / 4.0));
     }
 }
 

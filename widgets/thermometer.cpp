@@ -1,13 +1,15 @@
 #include "widgets/thermometer.h"
 
-#include <QFontMetrics>
+#include <QImage>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
 #include <QRadialGradient>
+#include <QtMath>
 #include <cmath>
 
 #include "widgets/assertion.h"
+#include "widgets/textline.h"
 
 namespace {
 
@@ -23,6 +25,7 @@ constexpr int scale_bottom = 252;
 constexpr int interval_height = (scale_bottom - scale_top) / interval_count;
 constexpr int tick_height = (scale_bottom - scale_top) / (tick_count - 1);
 
+constexpr double column_radius = 5;
 constexpr int fluid_bottom = 262;
 constexpr int fluid_below_scale = 10;  // what of the column stands below the scale's lower end
 constexpr int fluid_lowest = 5;
@@ -68,15 +71,20 @@ void drawTicks(QPainter& painter) {
     }
 }
 
-/// Gives @p gradient the fluid's colours: @p color at the edge, a pale version of it in the light.
-void setFluidColors(QGradient& gradient, const QColor& color) {
+/// @p color with its saturation lowered, as the light makes it.
+QColor inTheLight(const QColor& color) {
     constexpr int highlight = 200;
     int hue = 0;
     int saturation = 0;
     int value = 0;
     color.getHsv(&hue, &saturation, &value);
+    return QColor::fromHsv(hue, saturation - highlight, value);
+}
+
+/// Gives @p gradient the fluid's colours.
+void setFluidColors(QGradient& gradient, const QColor& color) {
     gradient.setSpread(QGradient::ReflectSpread);
-    gradient.setColorAt(0, QColor::fromHsv(hue, saturation - highlight, value));
+    gradient.setColorAt(0, inTheLight(color));
     gradient.setColorAt(1, color);
 }
 
@@ -87,16 +95,43 @@ int columnHeight(double fraction) {
     return qBound(fluid_lowest, static_cast<int>(height) + fluid_below_scale, fluid_highest);
 }
 
+/// The column's colours: a gradient from its middle to both edges.
+///
+/// The raster engine blends a gradient row by row and hands many rows to helper threads; waking them takes
+/// several times what a few pixels in a row take to fill. The gradient is the same in every row, so it is
+/// handed over as a texture of one row of pixels.
+QBrush columnBrush(const QPainter& painter, const QColor& color) {
+    const QTransform device = painter.deviceTransform();
+    if (device.type() > QTransform::TxScale) {
+        QLinearGradient gradient(0, 0, column_radius, 0);
+        setFluidColors(gradient, color);
+        return gradient;
+    }
+    const QColor middle = inTheLight(color);
+    const auto blend = [](int from, int to, double part) { return qRound(from + (to - from) * part); };
+    const int first = qFloor(device.dx() - column_radius * device.m11());
+    const int last = qCeil(device.dx() + column_radius * device.m11());
+    QImage row(last - first, 1, QImage::Format_RGB32);
+    auto* pixels = reinterpret_cast<QRgb*>(row.scanLine(0));
+    for (int x = first; x < last; ++x) {
+        const double edge = qMin(std::abs(x + 0.5 - device.dx()) / (column_radius * device.m11()), 1.0);
+        pixels[x - first] =
+            qRgb(blend(middle.red(), color.red(), edge), blend(middle.green(), color.green(), edge),
+                 blend(middle.blue(), color.blue(), edge));
+    }
+    QBrush brush(row);
+    brush.setTransform(QTransform::fromTranslate(first, 0) * device.inverted());
+    return brush;
+}
+
 void drawFluid(QPainter& painter, const QColor& color, double fraction) {
-    QLinearGradient column(0, 0, 5, 0);
-    setFluidColors(column, color);
     QRadialGradient bulb(QPointF(0, 267), 10, QPointF(-5, 262));
     setFluidColors(bulb, color);
 
     const int height = columnHeight(fraction);
     painter.setPen(Qt::NoPen);
-    painter.setBrush(column);
-    painter.drawRect(-5, fluid_bottom - height, 10, height);
+    painter.setBrush(columnBrush(painter, color));
+    painter.drawRect(QRectF(-column_radius, fluid_bottom - height, 2 * column_radius, height));
     painter.setBrush(bulb);
     painter.drawEllipse(QRectF(-10, 257.5, 20, 20));
 }
@@ -136,10 +171,9 @@ void ThermoMeter::paintEvent(QPaintEvent*) {
             painter.setPen(color);
         }
         if (m_valueOffset != 0) {
-            painter.setFont(m_valueFont);
-            const QString text = valueText();
-            const QSize size = painter.fontMetrics().size(Qt::TextSingleLine, text);
-            painter.drawText(QPointF(-(size.width() / 2), m_valueOffset + size.height()), text);
+            const TextLine text(valueText(), valueTextFont(), painter.device());
+            const QSize size = text.size();
+            text.draw(painter, QPointF(-(size.width() / 2), m_valueOffset + size.height()));
         }
         drawFluid(painter, color, (m_value - m_min) / (m_max - m_min));
     }
@@ -155,9 +189,10 @@ void ThermoMeter::paintBackground(QPainter& painter) {
     }
     painter.setFont(m_digitFont);
     for (int i = 0; i <= interval_count; ++i) {
-        const QString text = numberText(m_min + (m_max - m_min) * i / interval_count);
-        const int width = painter.fontMetrics().size(Qt::TextSingleLine, text).width();
-        painter.drawText(QPointF(m_digitOffset, scale_bottom - interval_height * i + width / 4.0), text);
+        const TextLine text(numberText(m_min + (m_max - m_min) * i / interval_count), painter.font(),
+                            painter.device());
+        text.draw(painter,
+                  QPointF(m_digitOffset, scale_bottom - interval_height * i + text.size().width() / 4.0));
     }
 }
 

@@ -10,6 +10,14 @@ QSize pixelSize(const QSize& size, qreal ratio) {
     return {qCeil(size.width() * ratio), qCeil(size.height() * ratio)};
 }
 
+/// Pixels per unit of what @p painter, newly opened, really paints on: rendering into an image need not have
+/// the screen's.
+qreal pixelRatio(const QPainter& painter) {
+    const QTransform device = painter.deviceTransform();
+    const bool scales = device.type() <= QTransform::TxScale && device.m11() > 0;
+    return scales ? device.m11() : painter.device()->devicePixelRatioF();
+}
+
 /// A pixmap for a widget of @p size on a device of @p ratio pixels per unit; null when the size is empty.
 std::unique_ptr<QPixmap> makePixmap(const QSize& size, qreal ratio) {
     auto pixmap = std::make_unique<QPixmap>(pixelSize(size, ratio));
@@ -29,15 +37,18 @@ void WidgetWithBackground::drawBackground() {
         return;
     }
     QPainter painter(this);
-    // The ratio of what is really painted on: rendering into an image need not have the screen's.
-    const qreal ratio = painter.device()->devicePixelRatioF();
+    const qreal ratio = pixelRatio(painter);
     if (m_modified || !isBackgroundCurrent(ratio)) {
         m_pixmap = makePixmap(size(), ratio);
         m_modified = true;
         repaintBackground();
         m_modified = false;
     }
-    painter.drawPixmap(0, 0, *m_pixmap);
+    // Pixel by pixel: in logical coordinates the painter would scale the pixmap by the ratio and back, at
+    // many times the cost.
+    painter.scale(1 / ratio, 1 / ratio);
+    const QRectF pixels = m_pixmap->rect();
+    painter.drawPixmap(pixels, *m_pixmap, pixels);
 }
 
 void WidgetWithBackground::repaintBackground() {
