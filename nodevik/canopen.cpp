@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -277,7 +278,7 @@ void CCANopen::send_frame(unsigned int cobid, char* data) {
         return;
     }
     unsigned char bytes[max_frame_length + 1] = {};
-    std::memcpy(bytes, data, characters);
+    std::copy_n(data, characters, bytes);
     canDriver->write(cobid, static_cast<unsigned int>(characters) + 1, bytes, data_frame);
 }
 
