@@ -3,10 +3,13 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "nodevik/kvaserdriver.h"
 #include "tests/nodevik/canlibstandin.h"
@@ -160,6 +163,27 @@ TEST(CanlibWithLibrary, EveryInitialisationIsForwarded) {
         print_calls(standin);
     });
     EXPECT_EQ(child.out, "canInitializeLibrary()\ncanInitializeLibrary()\n");
+}
+
+TEST(CanlibWithLibrary, LoadingIsSafeBetweenThreads) {
+    const ChildResult child = run_in_child([] {
+        CanlibStandin& standin = preload_standin();
+        standin.results["canBusOn"] = 5;
+        std::array<canStatus, 4> results = {};
+        std::array<std::thread, 4> threads;
+        for (std::size_t i = 0; i < threads.size(); ++i) {
+            threads[i] = std::thread([&result = results[i]] {
+                canInitializeLibrary();
+                result = canBusOn(0);
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        std::printf("%d %d %d %d\n", results[0], results[1], results[2], results[3]);
+    });
+    EXPECT_EQ(child.out, "5 5 5 5\n");
+    EXPECT_EQ(child.status, 0);
 }
 
 TEST(CanlibWithLibrary, EveryCallIsForwardedWithItsArguments) {

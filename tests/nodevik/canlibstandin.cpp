@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <mutex>
 #include <sstream>
 
 namespace {
@@ -16,6 +17,8 @@ CanlibStandin& state() {
 // Notes a call and gives what it is to return.
 template <typename... Arguments>
 int called(const std::string& name, Arguments... arguments) {
+    static std::mutex one_call;
+    const std::lock_guard<std::mutex> guard(one_call);
     std::ostringstream call;
     [[maybe_unused]] const char* separator = "";
     call << name << '(';

@@ -48,6 +48,9 @@ public:
 
 // Starts each test with an empty line, and gives it a directory of its own for logs.
 class Decoder : public testing::Test {
+public:
+    ~Decoder() override { std::filesystem::remove_all(directory_); }
+
 protected:
     Decoder() {
         CDecoder::clear_message();
@@ -55,7 +58,6 @@ protected:
         char name[] = "/tmp/decoder_test.XXXXXX";
         directory_ = mkdtemp(name);
     }
-    ~Decoder() override { std::filesystem::remove_all(directory_); }
 
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
