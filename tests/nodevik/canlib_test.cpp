@@ -182,7 +182,7 @@ TEST(CanlibWithLibrary, LoadingIsSafeBetweenThreads) {
         }
         std::printf("%d %d %d %d\n", results[0], results[1], results[2], results[3]);
     });
-    EXPECT_EQ(child.out, "5 5 5 5\n");
+    EXPECT_EQ(child.out, "5 5 5 5\n") << child.err;
     EXPECT_EQ(child.status, 0);
 }
 

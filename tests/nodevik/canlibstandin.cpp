@@ -14,10 +14,12 @@ CanlibStandin& state() {
     return standin;
 }
 
+// Calls are noted one at a time.
+std::mutex one_call;
+
 // Notes a call and gives what it is to return.
 template <typename... Arguments>
 int called(const std::string& name, Arguments... arguments) {
-    static std::mutex one_call;
     const std::lock_guard<std::mutex> guard(one_call);
     std::ostringstream call;
     [[maybe_unused]] const char* separator = "";
