@@ -122,8 +122,8 @@ constexpr std::array scenarios = {
 /// Microseconds of one change in @p scenario, the best of several runs.
 double microseconds(const Scenario& scenario) {
     using Clock = std::chrono::steady_clock;
-    constexpr int runs = 5;
-    constexpr int count = 2000;
+    constexpr int runs = 3;
+    constexpr int count = 300;
     scenario.run(count / 10);
     double best = 0;
     for (int run = 0; run < runs; ++run) {
