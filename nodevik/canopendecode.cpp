@@ -43,14 +43,16 @@ struct frame_view {
     bool mapped;          ///< a TPDO that stands in the master's list
 
     unsigned int node() const { return id & 0x7F; }
-    unsigned int pdo_number() const { return (id >> 8) & 7; }
+    uint8_t pdo_number() const { return static_cast<uint8_t>((id >> 8) & 7); }
     unsigned int index() const { return load_le(data + 1, 2); }
     unsigned int subindex() const { return data[3]; }
     /// Bits of the SDO command specifier, byte 0.
-    unsigned int specifier(unsigned int shift, unsigned int mask) const { return (data[0] >> shift) & mask; }
-    unsigned int toggle_bit() const { return specifier(4, 1); }
-    unsigned int unused_bytes_of_segment() const { return specifier(1, 7); }
-    unsigned int expedited_length() const { return 4 - specifier(2, 3); }
+    uint8_t specifier(unsigned int shift, unsigned int mask) const {
+        return static_cast<uint8_t>((data[0] >> shift) & mask);
+    }
+    uint8_t toggle_bit() const { return specifier(4, 1); }
+    uint8_t unused_bytes_of_segment() const { return specifier(1, 7); }
+    uint8_t expedited_length() const { return static_cast<uint8_t>(4 - specifier(2, 3)); }
 };
 
 // NMT commands (CiA 301, 7.2.8.2.1).
@@ -189,7 +191,8 @@ void describe_tpdo(const frame_view& frame) {
 }
 
 void describe_rpdo(const frame_view& frame) {
-    CDecoder::add_printf("Receive  PDO %1hhu ID 0x%02x", frame.pdo_number() - 1, frame.node());
+    CDecoder::add_printf("Receive  PDO %1hhu ID 0x%02x", static_cast<uint8_t>(frame.pdo_number() - 1),
+                         frame.node());
 }
 
 /// Appends the title of an SDO frame and the object that it names.
@@ -200,9 +203,9 @@ void describe_object(const char* title, const frame_view& frame) {
 
 /// The same for a frame that carries the object's value, of one to four bytes.
 void describe_expedited(const char* title, const frame_view& frame) {
-    const unsigned int length = frame.expedited_length();
+    const uint8_t length = frame.expedited_length();
     CDecoder::add_printf("%sID=0x%02x Index=0x%04x Subindex=0x%02x len=%1hhu data=0x%0*x", title,
-                         frame.node(), frame.index(), frame.subindex(), length, static_cast<int>(2 * length),
+                         frame.node(), frame.index(), frame.subindex(), length, 2 * length,
                          load_le(frame.data + 4, length));
 }
 

@@ -3,15 +3,15 @@
 #include <cstdio>
 
 void VT100::set_color(unsigned char a, unsigned char f, unsigned char b) {
-    std::printf("\033[%hhu;%hhu;%um", a, f + 30, b + 40U);
+    std::printf("\033[%hhu;%hhu;%um", a, static_cast<unsigned char>(f + 30), b + 40U);
 }
 
 void VT100::set_fg_color(unsigned char c) {
-    std::printf("\033[1;%hhum", c + 30);
+    std::printf("\033[1;%hhum", static_cast<unsigned char>(c + 30));
 }
 
 void VT100::set_bg_color(unsigned char c) {
-    std::printf("\033[%hhum", c + 40);
+    std::printf("\033[%hhum", static_cast<unsigned char>(c + 40));
 }
 
 void VT100::goxy(unsigned char x, unsigned char y) {

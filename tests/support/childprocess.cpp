@@ -5,11 +5,26 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+// Present in a coverage build alone.
+extern "C" void __gcov_dump() __attribute__((weak));
+
 namespace {
+
+// What abort(3) ends has been covered too: coverage counts are written before the end.
+void keep_coverage_on_abort() {
+    if (__gcov_dump != nullptr) {
+        std::signal(SIGABRT, [](int number) {
+            __gcov_dump();
+            std::signal(number, SIG_DFL);
+            std::raise(number);
+        });
+    }
+}
 
 // A file without a name that a child writes to or reads from.
 class MemoryFile {
@@ -84,6 +99,7 @@ ChildResult run_in_child(const std::function<void()>& body) {
     if (child == 0) {
         out.put_at(STDOUT_FILENO);
         err.put_at(STDERR_FILENO);
+        keep_coverage_on_abort();
         body();
         std::exit(0);
     }
