@@ -42,7 +42,7 @@ void take_over(int number, struct sigaction& earlier) {
 TerminationSignals::TerminationSignals(QObject* parent) : QObject(parent) {
     if (pipe2(signal_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         std::perror("pipe2");
-        std::abort();
+        _exit(EXIT_FAILURE);
     }
     auto* const notifier = new QSocketNotifier(signal_pipe[0], QSocketNotifier::Read, this);
     connect(notifier, &QSocketNotifier::activated, this, &TerminationSignals::EmptyPipe);

@@ -17,7 +17,7 @@ class TerminationSignals : public QObject {
     Q_OBJECT
 
 public:
-    /// Takes the signals over. Ends the process when the system refuses a pipe.
+    /// Takes the signals over. Ends the process with status 1 when the system refuses a pipe.
     ///
     /// @param parent  owner, or nullptr
     explicit TerminationSignals(QObject* parent = nullptr);

@@ -1,10 +1,13 @@
 #include "terminationsignals.h"
 
+#include <sys/resource.h>
+
 #include <QSignalSpy>
 #include <QTest>
 #include <QWidget>
 #include <cerrno>
 #include <csignal>
+#include <string>
 
 #include "tests/support/childprocess.h"
 
@@ -34,6 +37,7 @@ private Q_SLOTS:
     void errnoSurvivesASignal();
     void windowConnectedToItIsClosed();
     void afterwardsASignalEndsTheProcessAgain();
+    void withoutAPipeTheProcessEnds();
 
 private:
     static void add_signals();
@@ -114,6 +118,16 @@ void TerminationSignalsTest::afterwardsASignalEndsTheProcessAgain() {
         std::raise(SIGTERM);
     });
     QCOMPARE(result.signal, SIGTERM);
+}
+
+void TerminationSignalsTest::withoutAPipeTheProcessEnds() {
+    const ChildResult result = run_in_child([] {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        const TerminationSignals taken;
+    });
+    QCOMPARE(result.status, 1);
+    QCOMPARE(result.err, std::string("pipe2: Too many open files\n"));
 }
 
 QTEST_MAIN(TerminationSignalsTest)
