@@ -160,8 +160,8 @@ int CCANopen::read_all_messages() {
 }
 
 int CCANopen::read_all_until_duplicate_tpdo() {
-    for (int i = 0; i < TPDOcount; ++i) {
-        TPDOlist[i]->PDO_updated = 0;
+    for (PDO* pdo : tpdos()) {
+        pdo->PDO_updated = 0;
     }
     bus_frame received;
     if (!take_first_frame(received)) {
@@ -193,8 +193,8 @@ bool CCANopen::take_first_frame(bus_frame& received) {
 // back.
 bool CCANopen::update_cycle(const bus_frame& received) {
     for (int i = find_tpdo(received.cobid); i != no_position;
-         i = find_tpdo_from(tpdo_next[i], received.cobid)) {
-        PDO& pdo = *TPDOlist[i];
+         i = find_tpdo_from(next_tpdo(i), received.cobid)) {
+        PDO& pdo = tpdo_at(i);
         if (pdo.PDO_updated != 0) {
             std::memcpy(&duplicate_TDPO.data, received.data.data(), received.data.size());
             duplicate_TDPO.len = received.length;
@@ -214,8 +214,8 @@ bool CCANopen::update_cycle(const bus_frame& received) {
 
 int CCANopen::all_tdpos_updated(unsigned int command) {
     int missing = 0;
-    for (int i = 0; i < TPDOcount; ++i) {
-        PDO& pdo = *TPDOlist[i];
+    for (PDO* entry : tpdos()) {
+        PDO& pdo = *entry;
         if ((command & print_counters) != 0) {
             std::printf("PDO %#x has been updated %u times since last reset\n", pdo.get_cobid(),
                         pdo.PDO_updated);
@@ -230,8 +230,8 @@ int CCANopen::all_tdpos_updated(unsigned int command) {
 }
 
 void CCANopen::send_all_rpdos() {
-    for (int i = 0; i < RPDOcount; ++i) {
-        PDO& pdo = *RPDOlist[i];
+    for (PDO* entry : rpdos()) {
+        PDO& pdo = *entry;
         unsigned char data[max_frame_length];
         pdo.create_rpdo();
         pdo.copy_pdo_data(data);
@@ -240,8 +240,8 @@ void CCANopen::send_all_rpdos() {
 }
 
 void CCANopen::send_only_changed_rpdos() {
-    for (int i = 0; i < RPDOcount; ++i) {
-        PDO& pdo = *RPDOlist[i];
+    for (PDO* entry : rpdos()) {
+        PDO& pdo = *entry;
         pdo.create_rpdo();
         if (pdo.pdo_changed()) {
             unsigned char data[max_frame_length];
@@ -354,8 +354,8 @@ int CCANopen::messagehandler(unsigned int cobid, unsigned int length, unsigned c
     if (tpdo) {
         const int position = find_tpdo(cobid);
         if (position != no_position) {
-            TPDOlist[position]->create_tpdo(candata);
-            ++TPDOlist[position]->PDO_updated;
+            tpdo_at(position).create_tpdo(candata);
+            ++tpdo_at(position).PDO_updated;
         }
     }
     if ((can_debug & show_frames) != 0) {
@@ -389,6 +389,14 @@ int CCANopen::read_frame(bus_frame& received) {
     return canDriver->read(received.cobid, received.length, received.data.data());
 }
 
+std::span<PDO* const> CCANopen::rpdos() const {
+    return {RPDOlist.get(), static_cast<std::size_t>(RPDOcount)};
+}
+
+std::span<PDO* const> CCANopen::tpdos() const {
+    return {TPDOlist.get(), static_cast<std::size_t>(TPDOcount)};
+}
+
 // Position of the first PDO in TPDOlist with this COB-ID.
 int CCANopen::find_tpdo(unsigned int cobid) {
     if (indexed_generation != pdo_cobid::changes()) {
@@ -399,8 +407,8 @@ int CCANopen::find_tpdo(unsigned int cobid) {
 
 // The same, from a position of the COB-ID's chain on.
 int CCANopen::find_tpdo_from(int position, unsigned int cobid) const {
-    while (position != no_position && TPDOlist[position]->get_cobid() != cobid) {
-        position = tpdo_next[static_cast<std::size_t>(position)];
+    while (position != no_position && tpdo_at(position).get_cobid() != cobid) {
+        position = next_tpdo(position);
     }
     return position;
 }
@@ -410,7 +418,7 @@ void CCANopen::index_tpdos() {
     indexed_generation = pdo_cobid::changes();
     tpdo_first.fill(no_position);
     for (int i = TPDOcount - 1; i >= 0; --i) {
-        int16_t& first = tpdo_first[TPDOlist[i]->get_cobid() % cobid_count];
+        int16_t& first = tpdo_first[tpdo_at(i).get_cobid() % cobid_count];
         tpdo_next[static_cast<std::size_t>(i)] = first;
         first = static_cast<int16_t>(i);
     }

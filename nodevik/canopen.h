@@ -30,8 +30,10 @@
 #define NODEVIK_CANOPEN_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "nodevik/candriver.h"
 #include "nodevik/decoder.h"
@@ -383,8 +385,12 @@ private:
     void send_nmt(unsigned char command, unsigned char ID) const;
     int guarded_state(const bus_frame& received) const;
 
+    std::span<PDO* const> rpdos() const;
+    std::span<PDO* const> tpdos() const;
+    PDO& tpdo_at(int position) const { return *TPDOlist[static_cast<std::size_t>(position)]; }
     int find_tpdo(unsigned int cobid);
     int find_tpdo_from(int position, unsigned int cobid) const;
+    int next_tpdo(int position) const { return tpdo_next[static_cast<std::size_t>(position)]; }
     bool has_tpdo(unsigned int cobid) const;
     void index_tpdos();
 

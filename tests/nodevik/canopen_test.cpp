@@ -133,6 +133,7 @@ __attribute__((no_sanitize("undefined"))) void load_nothing(CCANopen& master) {
 
 std::vector<std::unique_ptr<PDO>> pdos(unsigned int first, int count) {
     std::vector<std::unique_ptr<PDO>> made;
+    made.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         made.push_back(std::make_unique<PDO>(first + static_cast<unsigned int>(i)));
     }
@@ -756,16 +757,16 @@ TEST_F(SendRpdos, AllAreSentWithTheirOwnLengthInListOrder) {
 
 TEST_F(SendRpdos, ChangedOnesAreSentOncePerChange) {
     unsigned char left = 0;
-    unsigned char right = 0;
+    std::array<unsigned char, 1> right = {};
     PDO first(0x201);
     PDO second(0x202);
     first.mapcopy(0, left);
-    second.mapcopy(0, right);
+    second.mapcopy(0, right[0]);
     master.add_rpdo(first);
     master.add_rpdo(second);
     master.send_only_changed_rpdos();
     EXPECT_TRUE(driver.written.empty());
-    right = 5;
+    right[0] = 5;
     master.send_only_changed_rpdos();
     master.send_only_changed_rpdos();
     EXPECT_EQ(driver.written, (std::vector<ScriptedFrame>{ScriptedFrame(0x202, {5})}));
@@ -1009,14 +1010,14 @@ TEST(CanopenCycle, AllocatesNothingAfterConstruction) {
     master.load_driver(driver);
     master.set_debug(0);
     std::array<unsigned short, 4> values = {};
-    unsigned char output = 0;
+    std::array<unsigned char, 1> output = {};
     PDO tpdo(0x181);
     PDO other(0x182);
     PDO rpdo(0x201);
     for (unsigned int i = 0; i < 4; ++i) {
         tpdo.mapcopy(2 * i, values[i]);
     }
-    rpdo.mapcopy(0, output);
+    rpdo.mapcopy(0, output[0]);
     master.add_tpdo(tpdo);
     master.add_tpdo(other);
     master.add_rpdo(rpdo);
@@ -1039,7 +1040,7 @@ TEST(CanopenCycle, AllocatesNothingAfterConstruction) {
 
     const unsigned long before = allocations();
     for (int i = 0; i < 10; ++i) {
-        output = static_cast<unsigned char>(i);
+        output[0] = static_cast<unsigned char>(i);
         other.cobid = 0x190U + static_cast<unsigned int>(i);
         master.send_all_rpdos();
         master.send_only_changed_rpdos();
