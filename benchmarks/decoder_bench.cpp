@@ -140,17 +140,16 @@ constexpr std::array scenarios = {
              }},
     scenario{"tpdo", [](int count) { decode_mapped(count, 1, 0x185); }},
     scenario{"tpdo-snprintf",
-             [](int count) { print_bare(count, " - Transmit PDO %1hhu ID 0x%02x (Unmapped)", 1U, 5U); }},
+             [](int count) { print_bare(count, " - Transmit PDO %u ID 0x%02x (Unmapped)", 1U, 5U); }},
     scenario{"tpdo-mapped", [](int count) { decode_mapped(count, 64, 0x1C0); }},
     scenario{"tpdo-mapped-512", [](int count) { decode_mapped(count, 512, 0x380); }},
     scenario{"tpdo-mapped-snprintf",
              [](int count) {
-                 print_bare(count, " - Transmit PDO %1hhu ID 0x%02xTransmit PDO %1hhu ID 0x%02x (Unmapped)",
-                            1U, 64U, 1U, 64U);
+                 print_bare(count, " - Transmit PDO %u ID 0x%02xTransmit PDO %u ID 0x%02x (Unmapped)", 1U,
+                            64U, 1U, 64U);
              }},
     scenario{"rpdo", [](int count) { decode_canopen(count, 0x205, 8, {}); }},
-    scenario{"rpdo-snprintf",
-             [](int count) { print_bare(count, " - Receive  PDO %1hhu ID 0x%02x", 1U, 5U); }},
+    scenario{"rpdo-snprintf", [](int count) { print_bare(count, " - Receive  PDO %u ID 0x%02x", 1U, 5U); }},
     scenario{"sdo-response",
              [](int count) {
                  decode_canopen(count, 0x585, 8, {0x43, 0x18, 0x10, 1, 4, 3, 2, 1});
@@ -160,7 +159,7 @@ constexpr std::array scenarios = {
                  print_bare(
                      count,
                      " - SDO Initiate Upload (expedited) Response: ID=0x%02x Index=0x%04x Subindex=0x%02x "
-                     "len=%1hhu data=0x%08x",
+                     "len=%u data=0x%08x",
                      5U, 0x1018U, 1U, 4U, 0x01020304U);
              }},
     scenario{"sdo-request",

@@ -185,13 +185,13 @@ void describe_time_stamp(const frame_view& /*frame*/) {
 void describe_tpdo(const frame_view& frame) {
     // A mapped PDO reads as both texts run together: readers of the logs tell it by that.
     if (frame.mapped) {
-        CDecoder::add_printf("Transmit PDO %1hhu ID 0x%02x", frame.pdo_number(), frame.node());
+        CDecoder::add_printf("Transmit PDO %u ID 0x%02x", frame.pdo_number(), frame.node());
     }
-    CDecoder::add_printf("Transmit PDO %1hhu ID 0x%02x (Unmapped)", frame.pdo_number(), frame.node());
+    CDecoder::add_printf("Transmit PDO %u ID 0x%02x (Unmapped)", frame.pdo_number(), frame.node());
 }
 
 void describe_rpdo(const frame_view& frame) {
-    CDecoder::add_printf("Receive  PDO %1hhu ID 0x%02x", static_cast<uint8_t>(frame.pdo_number() - 1),
+    CDecoder::add_printf("Receive  PDO %u ID 0x%02x", static_cast<uint8_t>(frame.pdo_number() - 1),
                          frame.node());
 }
 
@@ -204,8 +204,8 @@ void describe_object(const char* title, const frame_view& frame) {
 /// The same for a frame that carries the object's value, of one to four bytes.
 void describe_expedited(const char* title, const frame_view& frame) {
     const uint8_t length = frame.expedited_length();
-    CDecoder::add_printf("%sID=0x%02x Index=0x%04x Subindex=0x%02x len=%1hhu data=0x%0*x", title,
-                         frame.node(), frame.index(), frame.subindex(), length, 2 * length,
+    CDecoder::add_printf("%sID=0x%02x Index=0x%04x Subindex=0x%02x len=%u data=0x%0*x", title, frame.node(),
+                         frame.index(), frame.subindex(), length, 2 * length,
                          load_le(frame.data + 4, length));
 }
 
@@ -222,13 +222,13 @@ void describe_upload_response(const frame_view& frame) {
 }
 
 void describe_download_segment_response(const frame_view& frame) {
-    CDecoder::add_printf("SDO Download Segment Response:            ID=0x%02x, ToggleBit=%hhu ", frame.node(),
+    CDecoder::add_printf("SDO Download Segment Response:            ID=0x%02x, ToggleBit=%u ", frame.node(),
                          frame.toggle_bit());
 }
 
 void describe_segmented_upload_response(const frame_view& frame) {
     describe_object("SDO Initiate Upload (segmented) Response: ", frame);
-    CDecoder::add_printf(" n=%hhu", frame.specifier(2, 3));
+    CDecoder::add_printf(" n=%u", frame.specifier(2, 3));
 }
 
 void describe_upload_segment_response(const frame_view& frame) {
@@ -236,7 +236,7 @@ void describe_upload_segment_response(const frame_view& frame) {
     if (is_last) {
         CDecoder::add_printf("SDO Upload Segment Response Last Segment: ID=0x%02x", frame.node());
     } else {
-        CDecoder::add_printf("SDO Upload Segment Response:          ID=0x%02x ToggleBit=%hhu n=%hhu ",
+        CDecoder::add_printf("SDO Upload Segment Response:          ID=0x%02x ToggleBit=%u n=%u ",
                              frame.node(), frame.toggle_bit(), frame.unused_bytes_of_segment());
     }
 }
@@ -299,7 +299,7 @@ void describe_segmented_download(const frame_view& frame) {
 }
 
 void describe_download_segment(const frame_view& frame) {
-    CDecoder::add_printf("SDO Download Segment:                     ID=0x%02x ToggleBit=%hhu n=%hhu c=%hhu",
+    CDecoder::add_printf("SDO Download Segment:                     ID=0x%02x ToggleBit=%u n=%u c=%u",
                          frame.node(), frame.toggle_bit(), frame.unused_bytes_of_segment(),
                          frame.specifier(0, 1));
 }

@@ -7,14 +7,15 @@
 ///
 /// Failures are reported on standard output with show_error(), most of them followed by a line with CANlib's
 /// code and its text; results tell the rest. The debug word (CANdriver::set_debug()) selects what else
-/// happens:
+/// happens, by bit value:
 ///
-/// | Bit value | Effect |
-/// |-----------|--------|
-/// | 1         | open() prints what it does and the bus parameters (set after construction) |
-/// | 2         | an error that open(), read(), read_wait() or write() reports ends the process with status 1
-/// | | 4         | every frame received is decoded, its line ends in " [R]" | | 8         | every frame sent
-/// is decoded, its line ends in " [T]" | | 16        | an error counter that has been reported is cleared |
+/// | Bit | Effect                                                                          |
+/// |-----|---------------------------------------------------------------------------------|
+/// | 1   | open() prints what it does and the bus parameters; set after construction       |
+/// | 2   | an error report of open(), read(), read_wait() or write() ends with exit(1)     |
+/// | 4   | every frame received is decoded, its line ends in " [R]"                        |
+/// | 8   | every frame sent is decoded, its line ends in " [T]"                            |
+/// | 16  | an error counter that has been reported is cleared                              |
 ///
 /// On a machine without CANlib the driver works as if every CANlib call failed, see nodevik/canlib.h.
 ///
