@@ -14,11 +14,17 @@ namespace {
 
 struct Ended {};
 
+bool in_library = false;
+
 }  // namespace
 
-// The linker puts this in the place of exit.
+// The linker puts this in the place of exit. The fuzzer's own end goes through.
+extern "C" [[noreturn]] void __real_exit(int);
 extern "C" [[noreturn]] void __wrap_exit(int);
-void __wrap_exit(int) {
+void __wrap_exit(int status) {
+    if (!in_library) {
+        __real_exit(status);
+    }
     throw Ended();
 }
 
@@ -27,6 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzInput input(data, size);
     // Each variable stands alone on the heap, so that a byte too many is seen.
     std::vector<std::vector<std::uint8_t>> variables;
+    in_library = true;
     try {
         PDO pdo(input.word());
         while (!input.empty()) {
@@ -57,7 +64,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
         }
     } catch (const Ended&) {
+        in_library = false;
         return 0;
     }
+    in_library = false;
     return 0;
 }
