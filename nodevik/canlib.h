@@ -39,13 +39,13 @@ constexpr int canOPEN_REQUIRE_EXTENDED = 0x10;  ///< fail if the controller has 
 
 /// @name Bit rates of canSetBusParams(); a positive value is a frequency in bit/s
 /// @{
-constexpr long canBITRATE_1M = -1;
-constexpr long canBITRATE_500K = -2;
-constexpr long canBITRATE_250K = -3;
-constexpr long canBITRATE_125K = -4;
-constexpr long canBITRATE_100K = -5;
-constexpr long canBITRATE_62K = -6;
-constexpr long canBITRATE_50K = -7;
+constexpr long canBITRATE_1M = -1;    ///< 1 Mbit/s
+constexpr long canBITRATE_500K = -2;  ///< 500 kbit/s
+constexpr long canBITRATE_250K = -3;  ///< 250 kbit/s
+constexpr long canBITRATE_125K = -4;  ///< 125 kbit/s
+constexpr long canBITRATE_100K = -5;  ///< 100 kbit/s
+constexpr long canBITRATE_62K = -6;   ///< 62 kbit/s
+constexpr long canBITRATE_50K = -7;   ///< 50 kbit/s
 /// @}
 
 /// @name Kinds of canSetBusOutputControl()

@@ -4,16 +4,16 @@
 /// CANopen (CiA 301) gives the 11 bits of a CAN identifier, the COB-ID, two parts: a function code (COB-ID &
 /// 0x780) and a node number (COB-ID & 0x7F). What passes between this master and the nodes of a bus:
 ///
-/// | COB-ID                                          | From   | Meaning |
-/// |-------------------------------------------------|--------|-------------------------------------------------------|
-/// | 0x000                                           | master | NMT command: start, stop, reset ... a node |
-/// | 0x080                                           | master | SYNC: every node acts at the same time | |
-/// 0x080 + node                                    | node   | emergency | | 0x180, 0x280, 0x380, 0x480 + node
-/// | node   | TPDO 1 to 4: process data that the node transmits     | | 0x200, 0x300, 0x400, 0x500 + node |
-/// master | RPDO 1 to 4: process data that the node receives      | | 0x580 + node | node   | SDO answer | |
-/// 0x600 + node                                    | master | SDO request: read or write one entry of the
-/// node's object dictionary | | 0x700 + node                                    | both   | node guarding (a
-/// remote request and its answer), heartbeat |
+/// | COB-ID                             | From   | Meaning                                                   |
+/// |------------------------------------|--------|-----------------------------------------------------------|
+/// | 0x000                              | master | NMT command: start, stop, reset ... a node                |
+/// | 0x080                              | master | SYNC: every node acts at the same time                    |
+/// | 0x080 + node                       | node   | emergency                                                 |
+/// | 0x180, 0x280, 0x380, 0x480 + node  | node   | TPDO 1 to 4: process data of the node                     |
+/// | 0x200, 0x300, 0x400, 0x500 + node  | master | RPDO 1 to 4: process data for the node                    |
+/// | 0x580 + node                       | node   | SDO answer                                                |
+/// | 0x600 + node                       | master | SDO request: read or write one object                     |
+/// | 0x700 + node                       | both   | node guarding (a remote request and its answer), heartbeat |
 ///
 /// Direction words follow the node's point of view: a TPDO is received by the master, an RPDO is sent by it.
 ///

@@ -30,8 +30,8 @@
 
 #include <atomic>
 
-/// Key codes: K_<name> has the value of the kernel's KEY_<name>. Three names differ from the kernel's: #K_ND
-/// is the second backslash key of a 102-key keyboard, #K_KFILE and #K_HP stand for KEY_FILE and KEY_HP.
+/// Key codes: K_<name> has the value of the kernel's KEY_<name>. Three names differ from the kernel's: K_ND
+/// is the second backslash key of a 102-key keyboard, K_KFILE and K_HP stand for KEY_FILE and KEY_HP.
 enum keymap {
     K_RESERVED = 0,
     K_ESC = 1,
@@ -270,9 +270,9 @@ enum keymap {
 /// @name Mouse buttons
 /// Set to 1 by a press of the left, right and middle button; a release does not reset them.
 /// @{
-extern std::atomic<int> evmlbutton;
-extern std::atomic<int> evmrbutton;
-extern std::atomic<int> evmmbutton;
+extern std::atomic<int> evmlbutton;  ///< the left button
+extern std::atomic<int> evmrbutton;  ///< the right button
+extern std::atomic<int> evmmbutton;  ///< the middle button
 /// @}
 
 /// Finds and opens the input devices, prints what each can do and starts the reader.

@@ -79,6 +79,8 @@ public:
 
     /// @name Compound assignment, as of unsigned int
     /// @{
+
+    /// Changes the value; counted as an assignment is.
     pdo_cobid& operator+=(unsigned int operand) { return *this = value_ + operand; }
     pdo_cobid& operator-=(unsigned int operand) { return *this = value_ - operand; }
     pdo_cobid& operator|=(unsigned int operand) { return *this = value_ | operand; }

@@ -43,104 +43,104 @@ constexpr unsigned int MEASURENAME_MAX = 14;
 /// @name Colours for CClientFunctions::addmsg_color()
 /// The client interprets the values as they stand, the yellow and the brown pair too.
 /// @{
-constexpr std::uint32_t GRAY = 0x808080;
-constexpr std::uint32_t WHITE = 0xFFFFFF;
-constexpr std::uint32_t RED = 0x800000;
-constexpr std::uint32_t BRIGHT_RED = 0xFF0000;
-constexpr std::uint32_t GREEN = 0x008000;
-constexpr std::uint32_t BRIGHT_GREEN = 0x00FF00;
-constexpr std::uint32_t BLUE = 0x000080;
-constexpr std::uint32_t BRIGHT_BLUE = 0x0000FF;
-constexpr std::uint32_t YELLOW = 0x008080;
-constexpr std::uint32_t BRIGHT_YELLOW = 0x00FFFF;
-constexpr std::uint32_t PURPLE = 0x800080;
-constexpr std::uint32_t BRIGHT_PURPLE = 0xFF00FF;
-constexpr std::uint32_t BROWN = 0x808000;
-constexpr std::uint32_t BRIGHT_BROWN = 0xFFFF00;
+constexpr std::uint32_t GRAY = 0x808080;  ///< gray
+constexpr std::uint32_t WHITE = 0xFFFFFF;  ///< white
+constexpr std::uint32_t RED = 0x800000;  ///< red
+constexpr std::uint32_t BRIGHT_RED = 0xFF0000;  ///< bright red
+constexpr std::uint32_t GREEN = 0x008000;  ///< green
+constexpr std::uint32_t BRIGHT_GREEN = 0x00FF00;  ///< bright green
+constexpr std::uint32_t BLUE = 0x000080;  ///< blue
+constexpr std::uint32_t BRIGHT_BLUE = 0x0000FF;  ///< bright blue
+constexpr std::uint32_t YELLOW = 0x008080;  ///< yellow
+constexpr std::uint32_t BRIGHT_YELLOW = 0x00FFFF;  ///< bright yellow
+constexpr std::uint32_t PURPLE = 0x800080;  ///< purple
+constexpr std::uint32_t BRIGHT_PURPLE = 0xFF00FF;  ///< bright purple
+constexpr std::uint32_t BROWN = 0x808000;  ///< brown
+constexpr std::uint32_t BRIGHT_BROWN = 0xFFFF00;  ///< bright brown
 /// @}
 
 #pragma pack(push, 1)
 
 /// Record 1: a sample of a curve.
 struct Ssetdata {
-    std::uint8_t commandno;
-    std::uint8_t tableno;
-    std::uint8_t unused[2];
-    double sample;
+    std::uint8_t commandno;  ///< number of the command
+    std::uint8_t tableno;    ///< number of the curve
+    std::uint8_t unused[2];  ///< not part of the record
+    double sample;           ///< the sample
 };
 
 /// Record 2: a curve's name, without terminator when it fills the field.
 struct Ssetname {
-    std::uint8_t commandno;
-    std::uint8_t tableno;
-    char name[MEASURENAME_MAX];
+    std::uint8_t commandno;      ///< number of the command
+    std::uint8_t tableno;        ///< number of the curve
+    char name[MEASURENAME_MAX];  ///< characters, zero-padded
 };
 
 /// Record 4: a curve's colour and line width.
 struct Ssetcolor {
-    std::uint8_t commandno;
-    std::uint8_t tableno;
-    std::uint8_t unused[2];
-    std::uint32_t color;
-    std::uint8_t width;
+    std::uint8_t commandno;  ///< number of the command
+    std::uint8_t tableno;    ///< number of the curve
+    std::uint8_t unused[2];  ///< not part of the record
+    std::uint32_t color;     ///< 0xRRGGBB
+    std::uint8_t width;      ///< line width in pixels
 };
 
 /// Record 5: how many samples the client shows.
 struct Ssetrange {
-    std::uint8_t commandno;
-    std::uint8_t unused[3];
-    std::uint32_t range;
+    std::uint8_t commandno;  ///< number of the command
+    std::uint8_t unused[3];  ///< not part of the record
+    std::uint32_t range;     ///< number of samples
 };
 
 /// Records 7 and 9: a switch.
 struct Ssetstate {
-    std::uint8_t commandno;
-    std::uint8_t state;
+    std::uint8_t commandno;  ///< number of the command
+    std::uint8_t state;      ///< 0 or 1, or the low 8 bits of a state
 };
 
 /// Record 8: where the next sample goes.
 struct Ssetsamplepos {
-    std::uint8_t commandno;
-    std::uint8_t unused[3];
-    std::uint32_t pos;
+    std::uint8_t commandno;  ///< number of the command
+    std::uint8_t unused[3];  ///< not part of the record
+    std::uint32_t pos;       ///< position
 };
 
 /// Record 12: a curve's scale and level. The table number is 32 bits wide here, unlike everywhere else.
 struct Ssetscale {
-    std::uint8_t commandno;
-    std::uint8_t unused[3];
-    std::uint32_t tableno;
-    double scale;
-    std::int32_t level;
+    std::uint8_t commandno;  ///< number of the command
+    std::uint8_t unused[3];  ///< not part of the record
+    std::uint32_t tableno;   ///< number of the curve
+    double scale;            ///< factor
+    std::int32_t level;      ///< level of the zero line
 };
 
 /// Record 14: twelve characters of a name that does not fit one record.
 struct Ssetlongname {
-    std::uint8_t commandno;
-    std::uint8_t tableno;
-    std::uint8_t namepartno;
-    std::uint8_t namelength;
-    char name[12];
+    std::uint8_t commandno;   ///< number of the command
+    std::uint8_t tableno;     ///< number of the curve
+    std::uint8_t namepartno;  ///< 0, 1, 2, ...
+    std::uint8_t namelength;  ///< length of the whole name, low 8 bits
+    char name[12];            ///< characters, zero-padded
 };
 
 /// A record as plain bytes.
 struct Smessagepos {
-    std::uint8_t data[16];
+    std::uint8_t data[16];  ///< the bytes
 };
 
 /// One record of a batch, 20 bytes on the wire.
 union ProtocolMessage {
-    std::uint8_t bytes[20];
-    std::uint8_t commandno;
-    Ssetdata setdata;
-    Ssetname setname;
-    Ssetcolor setcolor;
-    Ssetrange setrange;
-    Ssetstate setstate;
-    Ssetsamplepos setsamplepos;
-    Ssetscale setscale;
-    Ssetlongname setlongname;
-    Smessagepos messagepos;
+    std::uint8_t bytes[20];      ///< the record as it goes out
+    std::uint8_t commandno;      ///< number of the command
+    Ssetdata setdata;            ///< record 1
+    Ssetname setname;            ///< record 2
+    Ssetcolor setcolor;          ///< record 4
+    Ssetrange setrange;          ///< record 5
+    Ssetstate setstate;          ///< records 7 and 9
+    Ssetsamplepos setsamplepos;  ///< record 8
+    Ssetscale setscale;          ///< record 12
+    Ssetlongname setlongname;    ///< record 14
+    Smessagepos messagepos;      ///< the first 16 bytes
 };
 
 #pragma pack(pop)

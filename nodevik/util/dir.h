@@ -33,7 +33,9 @@ public:
     /// An empty listing of ".".
     dir();
     virtual ~dir();
+    /// Copies the listing, the filter and the walk.
     dir(const dir&) = default;
+    /// Copies the listing, the filter and the walk.
     dir& operator=(const dir&) = default;
 
     /// Reads the directory @p path and makes it the process's working directory.
