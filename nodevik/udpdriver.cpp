@@ -13,6 +13,7 @@ constexpr std::size_t length_at = 4;
 constexpr std::size_t data_at = 8;
 constexpr std::size_t data_size = 8;
 constexpr int datagram_size = 16;
+constexpr unsigned stop_length = 2;
 
 uint32_t load_le32(const unsigned char* bytes) {
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
@@ -42,7 +43,8 @@ void require_open(bool is_open, const char* message) {
 
 udpDriver::~udpDriver() {
     if (isopen) {
-        udpDriver::close();
+        prepare_stop();
+        udpDriver::write(0, stop_length, &candata[0], 0);
     }
 }
 
@@ -64,11 +66,15 @@ int udpDriver::open(unsigned int speed, unsigned int mode, unsigned int port, bo
 }
 
 void udpDriver::close() {
-    // NMT "stop remote node" for every node (CiA 301, 7.2.8.3.1.2), so that no output keeps its last command.
+    prepare_stop();
+    write(0, stop_length, &candata[0], 0);
+    isopen = 0;
+}
+
+// NMT "stop remote node" for every node (CiA 301, 7.2.8.3.1.2), so that no output keeps its last command.
+void udpDriver::prepare_stop() {
     std::fill(std::begin(candata), std::end(candata), static_cast<unsigned char>(0));
     candata[0] = 2;
-    write(0, 2, &candata[0], 0);
-    isopen = 0;
 }
 
 int udpDriver::read(unsigned int& ID, unsigned int& length, unsigned char* data) {

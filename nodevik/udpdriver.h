@@ -109,6 +109,8 @@ public:
     udpserver& endpoint() { return u; }
 
 private:
+    void prepare_stop();
+
     std::array<unsigned char, 1600> netdata{};  // the frame last received or written
     udpserver u;
 };

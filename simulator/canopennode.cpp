@@ -138,8 +138,8 @@ void CanopenNode::add_identity() {
     dictionary_.add_bytes(0x100A, 0, Access::read_only, 0, "1.0");
     const std::array<std::uint32_t, 5> identity{4, 0x00000000, 0x00000401, 0x00010000, settings_.node};
     dictionary_.add_number(0x1018, 0, Access::read_only, 1, identity[0]);
-    for (std::uint8_t i = 1; i < identity.size(); ++i) {
-        dictionary_.add_number(0x1018, i, Access::read_only, 4, identity[i]);
+    for (std::size_t i = 1; i < identity.size(); ++i) {
+        dictionary_.add_number(0x1018, static_cast<std::uint8_t>(i), Access::read_only, 4, identity[i]);
     }
 }
 
