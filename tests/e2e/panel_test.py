@@ -30,6 +30,8 @@ SIMULATOR = os.environ["VEHICLE_SIMULATOR"]
 class PanelTest(unittest.TestCase):
     """A panel on a screen of its own, with a vehicle of its own."""
 
+    maxDiff = None
+
     def start(self, *vehicle_options, line=None, program=PANEL):
         stack = contextlib.ExitStack()
         self.addCleanup(stack.close)

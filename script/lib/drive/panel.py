@@ -154,6 +154,8 @@ class Panel:
         """The window's rectangle on the screen."""
         values = dict(line.split("=") for line in
                       self._xdotool("getwindowgeometry", "--shell", self.window).split() if "=" in line)
+        if "X" not in values:
+            raise RuntimeError(f"the panel's window is gone; {self.errors() or 'the panel runs on'}")
         return tuple(int(values[name]) for name in ("X", "Y", "WIDTH", "HEIGHT"))
 
     def move_to(self, x, y):
