@@ -133,7 +133,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    friend class DialogTest;  // reads the drive mode, which nothing shows
+    friend class DialogTest;  // reads what nothing shows, such as the drive mode
 
     void LuoYhteydet();
     void TallennaPaikka(const QMouseEvent* event);
