@@ -11,27 +11,26 @@ bool is_free(int descriptor) {
     return fcntl(descriptor, F_GETFD) == -1 && errno == EBADF;
 }
 
-// The lowest free descriptor: 0 if that is free, and unless another thread takes it first.
-int open_null() {
-    return ::open("/dev/null", O_RDWR);
+// Opens the null device, which takes the lowest free descriptor: 0 if that is free. If it is taken, by
+// another thread just now perhaps, it is replaced or left alone.
+void open_null_device(bool replace) {
+    const int null_device = ::open("/dev/null", O_RDWR);
+    if (null_device > STDIN_FILENO) {
+        if (replace) {
+            dup2(null_device, STDIN_FILENO);
+        }
+        ::close(null_device);
+    }
 }
 
 }  // namespace
 
 void fill_descriptor_zero() {
-    if (!is_free(STDIN_FILENO)) {
-        return;
-    }
-    const int null_device = open_null();
-    if (null_device > STDIN_FILENO) {
-        ::close(null_device);
+    if (is_free(STDIN_FILENO)) {
+        open_null_device(false);
     }
 }
 
 void put_null_on_descriptor_zero() {
-    const int null_device = open_null();
-    if (null_device > STDIN_FILENO) {
-        dup2(null_device, STDIN_FILENO);
-        ::close(null_device);
-    }
+    open_null_device(true);
 }

@@ -11,11 +11,15 @@
 #include <QSemaphore>
 #include <QTest>
 #include <QTimer>
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <utility>
+#include <string>
+#include <vector>
 
 #include "descriptorzero.h"
 #include "tests/support/childprocess.h"
