@@ -74,9 +74,13 @@ class Screen:
     def _log(self):
         return os.path.join(self._directory, "log")
 
+    def file(self):
+        """The file that holds the picture."""
+        return os.path.join(self._directory, "Xvfb_screen0")
+
     def image(self, x, y, width, height):
         """What the screen shows in a rectangle."""
-        with open(os.path.join(self._directory, "Xvfb_screen0"), "rb") as file:
+        with open(self.file(), "rb") as file:
             data = file.read()
         header = struct.unpack(">25I", data[:100])
         header_size, bits_per_pixel, stride, colours = header[0], header[11], header[12], header[19]
