@@ -1,0 +1,79 @@
+// Shows the curves of a plotting feed, such as plot_feed's, in a window.
+//
+//     plot_view [--picture FILE] PORT
+//
+// Receives batches of plotting messages by UDP on PORT (0: a free one, which it prints). With --picture it
+// saves the window's picture to FILE when the feed stops the client, and ends.
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QSocketNotifier>
+#include <array>
+#include <cstdio>
+
+#include "examples/plot_view/curveview.h"
+#include "nodevik/util/udpserver.h"
+
+namespace {
+
+constexpr int longest_datagram = 65535;
+
+unsigned local_port(const udpserver& endpoint) {
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    getsockname(endpoint.server_socket(), reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+}
+
+// Hands every waiting datagram to the view.
+void receive(udpserver& endpoint, CurveView& view) {
+    std::array<char, longest_datagram> datagram;
+    int size = 0;
+    while ((size = endpoint.server_receive(static_cast<int>(datagram.size()), datagram.data())) > 0) {
+        const auto bytes = std::as_bytes(std::span(datagram).first(static_cast<std::size_t>(size)));
+        view.take({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const QApplication application(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Draws the curves of a plotting feed."));
+    parser.addHelpOption();
+    const QCommandLineOption picture(QStringLiteral("picture"),
+                                     QStringLiteral("Save a picture to <file> when the feed stops, and end."),
+                                     QStringLiteral("file"));
+    parser.addOption(picture);
+    parser.addPositionalArgument(QStringLiteral("port"), QStringLiteral("UDP port to receive on, 0: any"));
+    parser.process(application);
+    bool valid = false;
+    const unsigned port = parser.positionalArguments().value(0).toUShort(&valid);
+    if (!valid || parser.positionalArguments().size() != 1) {
+        std::fputs("plot_view: give one UDP port, 0 to 65535\n", stderr);
+        return 2;
+    }
+
+    udpserver endpoint;
+    if (endpoint.start_server(port, nullptr) != 0) {
+        return 1;
+    }
+    std::printf("port %u\n", local_port(endpoint));
+    std::fflush(stdout);
+
+    CurveView view;
+    view.resize(view.sizeHint());
+    view.setWindowTitle(QStringLiteral("plot_view"));
+    view.show();
+    QSocketNotifier notifier(endpoint.server_socket(), QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, &view, [&] {
+        receive(endpoint, view);
+        if (parser.isSet(picture) && view.model().stopped()) {
+            const bool saved = view.grab().save(parser.value(picture));
+            std::fputs(saved ? "" : "plot_view: cannot save the picture\n", stderr);
+            QApplication::exit(saved ? 0 : 1);
+        }
+    });
+    return QApplication::exec();
+}
