@@ -183,7 +183,8 @@ public:
     /// comes on the COB-ID that answered the first request. Other frames that arrive in the meantime are
     /// treated as by read_all_messages().
     ///
-    /// Every request is sent up to four times, 20 ms apart, until it is answered. While bit 1 of the debug
+    /// A request is sent up to four times, 20 ms apart, until it is answered; one for a segment once, and
+    /// awaited as long, because a node takes a repeated segment for a fault. While bit 1 of the debug
     /// word is set (the default), a transfer that the node aborts or does not answer ends the process with
     /// status 1, after the message; otherwise the result tells. Only the low seven bits of @p ID are used as
     /// the node number.

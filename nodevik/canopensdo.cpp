@@ -175,14 +175,17 @@ CCANopen::pdo_objects CCANopen::rpdo_objects(unsigned int number) {
 }
 
 // Sends a request up to four times, 20 ms apart, until `react` calls a received frame the end of the wait.
-// Frames that it calls foreign are treated as between transfers. False when no attempt was answered.
+// Frames that it calls foreign are treated as between transfers. False when no attempt was answered. An eager
+// request, one for a segment, goes out once and is awaited as long: a node that has served it would take a second
+// copy for a toggle bit that was not alternated, and give the transfer up (CiA 301, 7.2.4.3).
 template <typename Reaction>
 bool CCANopen::sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react) {
-    for (int attempt = 0; attempt < max_attempts; ++attempt) {
+    const bool once = pace == sdo_pace::eager;
+    for (int attempt = 0; attempt < (once ? 1 : max_attempts); ++attempt) {
         bus_frame sent = request;
         canDriver->write(sent.cobid, sent.length, sent.data.data(), 0);
-        reset_timedelay(attempt_us);
-        int polls_without_pause = pace == sdo_pace::eager ? eager_polls : 0;
+        reset_timedelay(once ? max_attempts * attempt_us : attempt_us);
+        int polls_without_pause = once ? eager_polls : 0;
         do {
             u_sleep(polls_without_pause > 0 ? 0 : poll_pause_us);
             polls_without_pause = std::max(polls_without_pause - 1, 0);

@@ -1,10 +1,12 @@
 #include "nodevik/pdo.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <span>
 
 #include "nodevik/pdomapping.h"
@@ -323,8 +325,10 @@ void PDO::map_object(unsigned short index, unsigned char subindex, unsigned char
 
 void PDO::print_mappings() const {
     unsigned int number = 0;
-    for (const int entry :
-         std::span(obj_info.pdo_mappings, static_cast<std::size_t>(obj_info.mappingcount))) {
+    // A node may tell a count that the table does not hold.
+    const auto count = static_cast<std::size_t>(
+        std::clamp(obj_info.mappingcount, 0, static_cast<int>(std::size(obj_info.pdo_mappings))));
+    for (const int entry : std::span(obj_info.pdo_mappings).first(count)) {
         const auto word = static_cast<unsigned int>(entry);
         std::printf("Mapping Nro=%2u  Index=0x%04x  Subindex=0x%02x  Lenght=%2hhu\n", number, word >> 16,
                     (word >> 8) & 0xFFU, static_cast<unsigned char>(word));

@@ -1130,6 +1130,17 @@ TEST(PdoPrintMappings, SplitsEveryEntry) {
               "SYNC type=0xfe\n");
 }
 
+TEST(PdoPrintMappings, ShowsNoMoreEntriesThanTheTableHolds) {
+    const std::string shown = printed([] {
+        PDO pdo(0x201);
+        pdo.obj_info.mappingcount = 255;
+        pdo.print_mappings();
+        pdo.obj_info.mappingcount = -1;
+        pdo.print_mappings();
+    });
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 64 + 1 + 1);
+}
+
 TEST(PdoPrintMappings, WithoutEntriesShowsTheTransmissionTypeOnly) {
     EXPECT_EQ(printed([] { PDO(0x201).print_mappings(); }), "SYNC type=0x00\n");
 }
