@@ -444,8 +444,10 @@ TEST_F(SdoRead, SilenceBetweenSegmentsAbortsTheTransferAndLeavesDataAlone) {
     int data = 77;
     EXPECT_EQ(master.sdo_read(5, 0x6040, 0, data), -1);
     EXPECT_EQ(data, 77);
-    EXPECT_EQ(sent(driver), "605 40 40 60 00 00 00 00 00 \n" + "605 60 00 00 00 00 00 00 00 \n" +
-                                "605 80 40 60 00 00 00 04 05 \n");
+    EXPECT_EQ(sent(driver),
+              "605 40 40 60 00 00 00 00 00 \n"
+              "605 60 00 00 00 00 00 00 00 \n"
+              "605 80 40 60 00 00 00 04 05 \n");
 }
 
 namespace {
@@ -825,8 +827,7 @@ TEST_F(SdoWriteSegment, DoubledAnswersDoNoHarm) {
 TEST_F(SdoWriteSegment, AToggleBitThatNeverAlternatesAbortsTheTransfer) {
     answer({{write_done}, {even_done}, {even_done}, {even_done}, {even_done}, {even_done}});
     EXPECT_EQ(write_segments(master, sixteen_letters), -1);
-    EXPECT_EQ(sent(driver),
-              std::string(offer_sixteen) + send_first + send_second + toggle_abort);
+    EXPECT_EQ(sent(driver), std::string(offer_sixteen) + send_first + send_second + toggle_abort);
 }
 
 TEST_F(SdoWriteSegment, ASegmentIsSentOnceAndSilenceAbortsTheTransfer) {
