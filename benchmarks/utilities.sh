@@ -6,14 +6,14 @@ utilities=$build/benchmarks/utilities_bench
 # Each scenario's loop around the call is counted too: "nothing" is that loop alone. Under callgrind the clock is a
 # system call of few instructions, so what a reading costs shows in the wall clock.
 figure "the loop around each call" "$(per_call "$utilities" nothing 10000 20000)" instructions
-at_most "timecount" "$(per_call "$utilities" timecount 10000 20000)" 40 instructions
+at_most "timecount" "$(per_call "$utilities" timecount 10000 20000)" 30 instructions
 at_most "timedelay, one alone: no clock reading" "$(per_call "$utilities" timedelay-one 10000 20000)" 60 instructions
-at_most "timedelay, two in turn: a clock reading each" "$(per_call "$utilities" timedelay-pass-2 10000 20000)" 130 instructions
-at_most "timedelay, 32 in turn" "$(per_call "$utilities" timedelay-pass-32 10000 20000)" 130 instructions
-at_most "get_m_time" "$(per_call "$utilities" get_m_time 10000 20000)" 80 instructions
-at_most "get_u_time" "$(per_call "$utilities" get_u_time 10000 20000)" 80 instructions
+at_most "timedelay, two in turn: a clock reading each" "$(per_call "$utilities" timedelay-pass-2 10000 20000)" 80 instructions
+at_most "timedelay, 32 in turn" "$(per_call "$utilities" timedelay-pass-32 10000 20000)" 80 instructions
+at_most "get_m_time" "$(per_call "$utilities" get_m_time 10000 20000)" 50 instructions
+at_most "get_u_time" "$(per_call "$utilities" get_u_time 10000 20000)" 50 instructions
 figure "clock_gettime" "$(per_call "$utilities" clock_gettime 10000 20000)" instructions
-at_most "a record of a plotting batch" "$(per_call "$utilities" batch-samples 8900 17800)" 80 instructions
+at_most "a record of a plotting batch" "$(per_call "$utilities" batch-samples 8900 17800)" 50 instructions
 for scenario in timecount timedelay-one timedelay-pass-2 timedelay-pass-32 get_m_time get_u_time clock_gettime; do
     figure "$scenario, wall clock" "$("$utilities" "$scenario" 5000000 | awk '{ print $2 }')" nanoseconds
 done
