@@ -74,7 +74,8 @@ void drawFace(QPainter& painter) {
 
 /// Colours the scale from @p start to its end, if it starts on the scale.
 void drawBand(QPainter& painter, const QColor& color, double start, double minimum, double maximum) {
-    if (start < minimum || start >= maximum) {
+    const bool on_scale = minimum <= start && start < maximum;
+    if (!on_scale) {
         return;
     }
     const int angle = static_cast<int>((start - minimum) * pie_scale / (maximum - minimum));

@@ -114,7 +114,8 @@ QBrush columnBrush(const QPainter& painter, const QColor& color) {
     QImage row(last - first, 1, QImage::Format_RGB32);
     auto* pixels = reinterpret_cast<QRgb*>(row.scanLine(0));
     for (int x = first; x < last; ++x) {
-        const double edge = qMin(std::abs(x + 0.5 - device.dx()) / (column_radius * device.m11()), 1.0);
+        const double distance = std::abs(x + 0.5 - device.dx()) / (column_radius * device.m11());
+        const double edge = 1 - std::abs(1 - std::fmod(distance, 2));  // reflected
         pixels[x - first] =
             qRgb(blend(middle.red(), color.red(), edge), blend(middle.green(), color.green(), edge),
                  blend(middle.blue(), color.blue(), edge));
