@@ -54,7 +54,7 @@ void Curve::add_name_part(const PlotNamePart& part) {
                           std::min(PlotNamePart::size, length - offset));
     parts_received_.set(part.part);
     if (parts_received_.count() == parts_of(length)) {
-        name = partial_name_.c_str();  // without the padding, should the field have promised more
+        name = partial_name_.substr(0, partial_name_.find('\0'));  // a part may be padded
         parts_received_.reset();
     }
 }

@@ -9,7 +9,9 @@
 #include <QCommandLineParser>
 #include <QSocketNotifier>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <span>
 
 #include "examples/plot_view/curveview.h"
 #include "nodevik/util/udpserver.h"
@@ -27,11 +29,11 @@ unsigned local_port(const udpserver& endpoint) {
 
 // Hands every waiting datagram to the view.
 void receive(udpserver& endpoint, CurveView& view) {
-    std::array<char, longest_datagram> datagram;
+    std::array<std::uint8_t, longest_datagram> datagram;
+    auto* const room = reinterpret_cast<char*>(datagram.data());
     int size = 0;
-    while ((size = endpoint.server_receive(static_cast<int>(datagram.size()), datagram.data())) > 0) {
-        const auto bytes = std::as_bytes(std::span(datagram).first(static_cast<std::size_t>(size)));
-        view.take({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    while ((size = endpoint.server_receive(longest_datagram, room)) > 0) {
+        view.take(std::span(datagram).first(static_cast<std::size_t>(size)));
     }
 }
 

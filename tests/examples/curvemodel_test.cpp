@@ -144,6 +144,11 @@ TEST_F(CurveModelTest, APartBeyondTheNamesLengthCountsForNothing) {
     EXPECT_EQ(model.curves().at(1).name, "");
 }
 
+TEST_F(CurveModelTest, ANameThatIsShorterThanItsLengthSaysEndsAtItsPadding) {
+    model.take(Record{14, 1, 0, 12, 'x', 'y'});
+    EXPECT_EQ(model.curves().at(1).name, "xy");
+}
+
 TEST_F(CurveModelTest, ColourAndWidthAreKeptPerTable) {
     EXPECT_FALSE(model.curves().contains(6));
     batch.addmsg_color(6, BRIGHT_PURPLE, 3);
