@@ -430,6 +430,15 @@ class Ending(PanelTest):
             self.assert_left_at_rest()
             self.doCleanups()
 
+    def test_further_signals_do_not_keep_the_vehicle_from_rest(self):
+        for _ in range(3):
+            self.drive_off()
+            while self.panel.is_running():
+                self.panel.signal(signal.SIGTERM)
+            self.vehicle.wait_for_event("closed")
+            self.assertEqual(self.vehicle.frames()[-1], b"\0gnP")
+            self.doCleanups()
+
     def test_closing_the_window_after_the_port_sends_nothing_more(self):
         self.drive_off()
         self.panel.release()
