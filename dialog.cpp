@@ -57,6 +57,12 @@ int32_t latitude(uint8_t byte0, uint8_t byte1, uint8_t byte2, uint8_t byte3) {
     return static_cast<int32_t>(bits);
 }
 
+// What the cross around a position covers, with a pixel's room for its pen.
+QRect cross_area(int x, int y) {
+    constexpr int reach = cross_arm + 1;
+    return {x - reach, y - reach, 2 * reach + 1, 2 * reach + 1};
+}
+
 }  // namespace
 
 Dialog::Dialog(QWidget* parent, std::string device)
@@ -229,9 +235,12 @@ void Dialog::paintEvent(QPaintEvent* /*event*/) {
     painter.end();
 }
 
+// The cross leaves its old place on the screen and comes up at the new one, on the pad or beside it.
 void Dialog::TallennaPaikka(const QMouseEvent* event) {
+    update(cross_area(Xaxis, Yaxis));
     Xaxis = event->position().toPoint().x();
     Yaxis = event->position().toPoint().y();
+    update(cross_area(Xaxis, Yaxis));
 }
 
 bool Dialog::OnOhjauslevylla() const {

