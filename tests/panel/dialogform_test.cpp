@@ -1,9 +1,11 @@
+#include <QApplication>
 #include <QDialog>
 #include <QKeyEvent>
 #include <QStringList>
 #include <QStyleOptionSlider>
 #include <QTest>
 #include <QTranslator>
+#include <QWheelEvent>
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -330,6 +332,14 @@ QRect handle_of(QScrollBar* bar) {
     return bar->style()->subControlRect(QStyle::CC_ScrollBar, &option, QStyle::SC_ScrollBarSlider, bar);
 }
 
+// Turns the wheel over a widget; 120 is one click of it, away from the hand.
+void turn_wheel(QWidget* widget, int angle) {
+    const QPointF at = widget->rect().center();
+    QWheelEvent event(at, widget->mapToGlobal(at), QPoint(), QPoint(0, angle), Qt::NoButton, Qt::NoModifier,
+                      Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(widget, &event);
+}
+
 // Puts brackets around every text and keeps a list of what it was asked for.
 class BracketTranslator : public QTranslator {
 public:
@@ -382,6 +392,7 @@ private Q_SLOTS:
     void bucketHasItsMinimumAtTheTop();
     void directionHasItsMinimumAtTheRight();
     void directionKeysRunTheOtherWay();
+    void directionWheelRunsTheOtherWay();
     void lampIsSet_data() { add_rows(lamp_rows); }
     void lampIsSet();
     void onlyFourLampsAreDisabled();
@@ -680,6 +691,14 @@ void DialogFormTest::directionKeysRunTheOtherWay() {
     QCOMPARE(form_->SuuntaSlider->value(), 92);
     QTest::keyClick(form_->SuuntaSlider, Qt::Key_PageDown);
     QCOMPARE(form_->SuuntaSlider->value(), 102);
+}
+
+void DialogFormTest::directionWheelRunsTheOtherWay() {
+    const int steps = QApplication::wheelScrollLines();
+    turn_wheel(form_->SuuntaSlider, 120);
+    QCOMPARE(form_->SuuntaSlider->value(), 103 - steps);
+    turn_wheel(form_->SuuntaSlider, -120);
+    QCOMPARE(form_->SuuntaSlider->value(), 103);
 }
 
 void DialogFormTest::lampIsSet() {
