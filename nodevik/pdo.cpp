@@ -315,7 +315,8 @@ bool PDO::pdo_changed() {
 }
 
 void PDO::map_object(unsigned short index, unsigned char subindex, unsigned char len) {
-    if (obj_info.mappingcount >= max_mappings) {
+    // A node may tell a count that the table does not hold, a negative one too.
+    if (obj_info.mappingcount < 0 || obj_info.mappingcount >= max_mappings) {
         return;
     }
     // The truth value and not the mapping word: this is what nodes in the field have been set up with.

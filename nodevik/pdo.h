@@ -37,7 +37,7 @@
 /// The dictionary side of a PDO: what is saved to and loaded from the node.
 struct PDO_object_information {
     int transmission_type = 0;  ///< CiA 301, object 1800h, subindex 2: e.g. 1 for "with every SYNC"
-    int mappingcount = 0;       ///< number of entries used in pdo_mappings, 0 to 64
+    int mappingcount = 0;       ///< number of entries used in pdo_mappings, 0 to 64, or what a node told
     int pdo_mappings[64] =
         {};  ///< mapping words: index in bits 16 to 31, subindex in 8 to 15, length in bits in 0 to 7
 };
@@ -388,14 +388,15 @@ public:
     /// Appends a dictionary entry, as the number 1 when any of the three arguments is non-zero, else as 0.
     ///
     /// The entry is that truth value, not the mapping word: nodes are set up with it as it stands. With 64
-    /// entries present the call is ignored.
+    /// entries present, or a count out of range that a node told, the call is ignored.
     ///
     /// @param index     object index
     /// @param subindex  object subindex
     /// @param len       length in bits
     void map_object(unsigned short index, unsigned char subindex, unsigned char len);
 
-    /// Prints the dictionary entries, a line each, and a line with the transmission type.
+    /// Prints the dictionary entries, a line each and never more than 64, and a line with the transmission
+    /// type.
     void print_mappings() const;
 
     /// Prints a line with COB-ID, address of the data and the 8 data bytes.

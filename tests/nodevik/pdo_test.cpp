@@ -1096,6 +1096,19 @@ TEST(PdoMapObject, IgnoresTheSixtyFifthEntry) {
               "64 0x181");
 }
 
+TEST(PdoMapObject, IgnoresAnEntryWhileTheCountIsOutOfRange) {
+    for (const int count : {-1, 65, 254, std::numeric_limits<int>::min()}) {
+        EXPECT_EQ(printed([count] {
+                      PDO pdo(0x181);
+                      pdo.obj_info.mappingcount = count;
+                      pdo.map_object(0x6000, 1, 8);
+                      std::printf("%d %d %#x", pdo.obj_info.mappingcount, pdo.obj_info.transmission_type,
+                                  pdo.get_cobid());
+                  }),
+                  std::to_string(count) + " 1 0x181");
+    }
+}
+
 TEST(PdoPrintMappings, ShowsAStoredTruthValueAsLengthOne) {
     EXPECT_EQ(printed([] {
                   PDO pdo(0x181);
