@@ -603,9 +603,12 @@ TEST_F(UpdateCount, Bit2PrintsEveryTpdo) {
     master.add_tpdo(a);
     master.add_tpdo(b);
     b.PDO_updated = 12;
-    EXPECT_EQ(printed([&] { std::printf("%d", master.all_tdpos_updated(2)); }),
+    EXPECT_EQ(printed([&] {
+                  const int missing = master.all_tdpos_updated(2);
+                  std::printf("%d %u", missing, b.PDO_updated);
+              }),
               "PDO 0x181 has been updated 0 times since last reset\n"
-              "PDO 0x182 has been updated 12 times since last reset\n1");
+              "PDO 0x182 has been updated 12 times since last reset\n1 12");
     EXPECT_EQ(printed([&] {
                   const int missing = master.all_tdpos_updated(3);
                   std::printf("%d %u", missing, b.PDO_updated);

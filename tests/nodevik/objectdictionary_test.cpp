@@ -281,6 +281,17 @@ TEST_F(ObjectDictionaryMapref, IgnoresTheSixtyFifthMappingWithAMessage) {
               "PDO::mapref COBID=00x181 Maximum number of mappings done\n64");
 }
 
+TEST_F(ObjectDictionaryMapref, ChecksTheTypeBeforeTheNumberOfMappings) {
+    EXPECT_EQ(last_words([](CObjectDictionary& d) {
+                  unsigned char variable = 0;
+                  for (int i = 0; i < 64; ++i) {
+                      d.mapbitcopy(0x181, 0, variable);
+                  }
+                  d.mapref(0x181, 0, PDO::bit1, &variable);
+              }),
+              "PDO::mapref failed: Unknown Type \n");
+}
+
 TEST_F(ObjectDictionaryMapref, IgnoresBytesOutsideOfThePdoWithAMessage) {
     for (const auto& [type, size] : byte_types) {
         for (const unsigned int pos : {9 - size, 8U, std::numeric_limits<unsigned int>::max()}) {
@@ -310,6 +321,22 @@ TEST_F(ObjectDictionaryMapref, RefusesAnOverlap) {
                   d.mapcopy(0x181, 4, four);
               }),
               "PDO::mapref Duplicate mapping for mapping nro= 1, mapping pos= 4, mapping size= 4\n");
+}
+
+TEST_F(ObjectDictionaryMapref, ChecksNumberOfMappingsAndPlaceBeforeTheOverlap) {
+    EXPECT_EQ(printed([](CObjectDictionary& d) {
+                  unsigned char one = 0;
+                  unsigned int four = 0;
+                  d.mapcopy(0x181, 7, one);
+                  d.mapcopy(0x181, 5, four);
+                  for (int i = 1; i < 64; ++i) {
+                      d.mapbitcopy(0x181, 0, one);
+                  }
+                  d.mapcopy(0x181, 7, one);
+                  std::printf("%u", d.tpdoinf[0x81].varmap.num_of_mappings);
+              }),
+              "PDO::mapref COBID=00x181 Mapping not inside of the PDO\n"
+              "PDO::mapref COBID=00x181 Maximum number of mappings done\n64");
 }
 
 TEST_F(ObjectDictionaryMapref, OfABitMappingTheWholeBitNumberStandsForAByte) {
@@ -426,6 +453,17 @@ TEST_F(ObjectDictionaryMapbitref, IgnoresTheSixtyFifthMappingWithAMessage) {
                   std::printf("%u", d.tpdoinf[0x81].varmap.num_of_mappings);
               }),
               "PDO::mapbitref COBID=0x181 Maximum number of mappings done\n64");
+}
+
+TEST_F(ObjectDictionaryMapbitref, ChecksTheSizeBeforeTheNumberOfMappings) {
+    EXPECT_EQ(last_words([](CObjectDictionary& d) {
+                  bool variable = false;
+                  for (int i = 0; i < 64; ++i) {
+                      d.mapbitcopy(0x181, 0, variable);
+                  }
+                  d.mapbitref(0x181, 0, 3, &variable);
+              }),
+              "PDO::mapref failed: Unknown Type \n");
 }
 
 TEST_F(ObjectDictionaryMapbitref, IgnoresABitOutsideOfThePdoWithAMessage) {

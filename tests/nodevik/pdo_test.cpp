@@ -621,6 +621,18 @@ TEST(PdoMapref, RefusesAnOverlapNamingTheEarlierMappingAndTheNewPlace) {
               "PDO::mapref Duplicate mapping for mapping nro= 1, mapping pos= 2, mapping size= 4\n");
 }
 
+TEST(PdoMapref, ChecksThePlaceBeforeTheOverlap) {
+    EXPECT_EQ(printed([] {
+                  PDO pdo(0x181);
+                  unsigned char one = 0;
+                  unsigned int four = 0;
+                  pdo.mapcopy(7, one);
+                  pdo.mapcopy(5, four);
+                  std::printf("%d", pdo.mapCounter);
+              }),
+              "PDO::mapref COBID=00x181 Mapping not inside of the PDO\n1");
+}
+
 TEST(PdoMapref, NeighboursDoNotOverlap) {
     PDO pdo(0x181);
     std::array<unsigned short, 4> words{};

@@ -245,19 +245,22 @@ TEST_F(UdpDriver, AShortDatagramLeavesTheRestOfTheFrameBefore) {
     EXPECT_EQ(data, (Frame{0xAA, 2, 3, 4, 5, 6, 7, 8}));
 }
 
-TEST_F(UdpDriver, ReadReturnsMinusOneAfterASocketError) {
+TEST_F(UdpDriver, ReadReturnsMinusOneAfterASocketErrorAndYieldsTheFrameBefore) {
     const ChildResult result = run_in_child([this] {
         OpenBook fresh;
         open_towards(fresh, peer.port());
-        Frame room{};
+        Frame room{1, 2, 3, 4, 5, 6, 7, 8};
+        fresh.write(0x605, 3, room.data(), 0);
+        room.fill(9);
         ::close(fresh.endpoint().server_socket());
         unsigned number = 0;
-        const int read = fresh.read(number, number, room.data());
-        std::printf("result %d\n", read);
+        unsigned size = 0;
+        const int read = fresh.read(number, size, room.data());
+        std::printf("result %d, frame %x %u %d %d\n", read, number, size, room[0], room[7]);
         std::fflush(stdout);
         _exit(0);
     });
-    EXPECT_NE(result.out.find("\nresult -1\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("\nresult -1, frame 605 3 1 8\n"), std::string::npos) << result.out;
     EXPECT_EQ(result.err, "servrecv - recvfrom(): Bad file descriptor\n");
 }
 
