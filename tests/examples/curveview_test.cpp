@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "nodevik/util/clientfunctions.h"
+#include "tests/support/loopbacksocket.h"
 
 namespace {
 
@@ -207,6 +208,15 @@ private Q_SLOTS:
         QVERIFY(program.waitForFinished(limit_ms));
         QCOMPARE(program.exitCode(), 2);
         QVERIFY(program.readAllStandardError().contains("plot_view: give one UDP port, 0 to 65535\n"));
+    }
+
+    void theProgramEndsWhenThePortIsTaken() {
+        const LoopbackSocket holder;
+        QProcess program;
+        program.start(QStringLiteral(PLOT_VIEW), {QString::number(holder.port())});
+        QVERIFY(program.waitForFinished(limit_ms));
+        QCOMPARE(program.exitCode(), 1);
+        QVERIFY(program.readAllStandardError().contains("startserver - bind()"));
     }
 
     void theProgramTellsAPictureThatItCannotSave() {
