@@ -1,19 +1,5 @@
 # What every target of this project shares: language level, warnings, sanitizers.
 
-# The sources of `units` (paths without ending) that make up the calling directory's library, as <unit>.cpp.
-function(ohjauspaneeli_unit_sources variable)
-    set(sources)
-    foreach(unit IN LISTS ARGN)
-        if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${unit}.cpp)
-            list(APPEND sources ${unit}.cpp)
-        endif()
-        if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${unit}.h)
-            list(APPEND sources ${unit}.h)
-        endif()
-    endforeach()
-    set(${variable} ${sources} PARENT_SCOPE)
-endfunction()
-
 # Compiles `target` as C++20 with the project's warnings and, if chosen, sanitizers.
 function(ohjauspaneeli_configure target)
     target_compile_features(${target} PUBLIC cxx_std_20)
