@@ -197,6 +197,18 @@ TEST(SerialClose, RestoresTheAttributesAndClosesTheDescriptor) {
     EXPECT_FALSE(is_open(descriptor));
 }
 
+TEST(SerialClose, KeepsBytesThatHadArrived) {
+    PseudoTerminal terminal;
+    serial other;
+    other.open(terminal.device(), 9600);
+    serial line;
+    const int descriptor = line.open(terminal.device(), 9600);
+    terminal.send("AB");
+    ASSERT_TRUE(terminal.wait_readable(descriptor, 2));
+    line.close();
+    EXPECT_EQ(other.read(), 2);
+}
+
 TEST(SerialClose, LeavesALineThatCanBeOpenedAgain) {
     OpenLine open;
     open.line.close();
