@@ -185,6 +185,7 @@ private Q_SLOTS:
     void driveModeIsStored();
     void languageChangeAppliesEveryTextAgain();
     void otherChangesLeaveTheTexts();
+    void changesReachTheToolkit();
 
     // The link
     void openButtonOpensTheLineAtTheChosenSpeed_data();
@@ -695,14 +696,17 @@ void DialogTest::pressOnTheBrowserOverThePadDoesNotSteer() {
     release(QPoint(400, 245));
 }
 
+// At a place where neither another press nor a drag moves a slider: their displays repaint at once as well.
 void DialogTest::padIsRepaintedAtOnce() {
+    const QPoint at(253, 50);
     show();
+    send_mouse(QEvent::MouseButtonPress, at, Qt::LeftButton, Qt::LeftButton);
     QCoreApplication::processEvents();
     PaintCounter pad(get<QFrame>("frame_5"));
-    send_mouse(QEvent::MouseButtonPress, QPoint(200, 50), Qt::LeftButton, Qt::LeftButton);
+    send_mouse(QEvent::MouseButtonPress, at, Qt::LeftButton, Qt::LeftButton);
     QVERIFY(pad.count > 0);
     pad.count = 0;
-    send_mouse(QEvent::MouseMove, QPoint(201, 50), Qt::NoButton, Qt::LeftButton);
+    send_mouse(QEvent::MouseMove, at, Qt::NoButton, Qt::LeftButton);
     QVERIFY(pad.count > 0);
 }
 
@@ -768,6 +772,8 @@ void DialogTest::motorSpeedIsShownInRpm_data() {
     QTest::newRow("one rpm forwards") << 0x7F << 0xFB << 1;
     QTest::newRow("one rpm backwards") << 0x80 << 0x03 << -1;
     QTest::newRow("critical") << 0x6E << 0x1D << 1500;
+    QTest::newRow("with all decimals of the factor") << 0x00 << 0x2A << 10724;
+    QTest::newRow("in double precision") << 0x32 << 0x8D << 6497;
 }
 
 void DialogTest::motorSpeedIsShownInRpm() {
@@ -997,6 +1003,15 @@ void DialogTest::otherChangesLeaveTheTexts() {
     dialog_->setEnabled(false);
     QCOMPARE(text("JanniteArvo"), QStringLiteral("256"));
     QCOMPARE(dialog_->windowTitle(), QStringLiteral("other"));
+}
+
+void DialogTest::changesReachTheToolkit() {
+    show();
+    QCoreApplication::processEvents();
+    PaintCounter panel(dialog_.get());
+    QEvent change(QEvent::EnabledChange);
+    QCoreApplication::sendEvent(dialog_.get(), &change);
+    QTRY_VERIFY(panel.count > 0);
 }
 
 // -------------------------------------------------------------------------------------------- The link
