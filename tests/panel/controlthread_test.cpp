@@ -6,9 +6,11 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLabel>
 #include <QMetaMethod>
 #include <QSemaphore>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
@@ -160,6 +162,7 @@ private Q_SLOTS:
     void openingTheSecondTimeMovesTheRunningCycleToTheNewDescriptor();
     void openingThatYieldsDescriptor0FailsAndTriesAgain();
     void openingAMissingDeviceEndsTheProcess();
+    void openingADeviceThatWentMissingWhileDrivingEndsTheProcess();
 
     void theThreadWaitsForTheStartFlag();
     void theFirstTextIsStarted();
@@ -310,6 +313,14 @@ void ControlThreadTest::openingAMissingDeviceEndsTheProcess() {
     const ChildResult result = play("missing-device");
     QCOMPARE(QByteArray::fromStdString(result.err),
              QByteArray("Unable to open serial port: - \n: No such file or directory\n"));
+    QCOMPARE(result.status, 1);
+}
+
+void ControlThreadTest::openingADeviceThatWentMissingWhileDrivingEndsTheProcess() {
+    const ChildResult result = play("device-gone");
+    QVERIFY2(result.err.ends_with("Unable to open serial port: - \n: No such file or directory\n"),
+             result.err.c_str());
+    QCOMPARE(result.signal, 0);
     QCOMPARE(result.status, 1);
 }
 
@@ -822,7 +833,29 @@ int play_unreadable(int argc, char** argv) {
     return QApplication::exec();
 }
 
+// The operator opens the line once more while the link is cycling, and the device has gone.
+int play_device_gone(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QApplication application(argc, argv);
+    Link link;
+    QTemporaryDir directory;
+    const QString name = directory.filePath(QStringLiteral("line"));
+    QFile::link(QString::fromStdString(link.terminal.path()), name);
+    link.thread = std::make_unique<ControlThread>(name.toStdString());
+    QLabel label;
+    QObject::connect(link.thread.get(), &ControlThread::LahetaArvot, &label, [&] { link.pulses++; });
+    label.show();
+    link.open(4, 0);
+    eventually([&] { return link.pulses >= 3; });
+    directory.remove();
+    link.open();
+    return 77;
+}
+
 int play_scene(const std::string& scene, int argc, char** argv) {
+    if (scene == "device-gone") {
+        return play_device_gone(argc, argv);
+    }
     if (scene == "unreadable") {
         return play_unreadable(argc, argv);
     }
@@ -837,8 +870,8 @@ int play_scene(const std::string& scene, int argc, char** argv) {
 }
 
 bool is_scene(const std::string& name) {
-    const std::array<const char*, 5> scenes = {"descriptor-0", "missing-device", "hung-up", "full",
-                                               "unreadable"};
+    const std::array<const char*, 6> scenes = {"descriptor-0", "missing-device", "hung-up",
+                                               "full",         "unreadable",     "device-gone"};
     return std::find(scenes.begin(), scenes.end(), name) != scenes.end();
 }
 
