@@ -136,6 +136,9 @@ int canIoCtl(int handle, unsigned int func, void* buf, unsigned int buflen) {
 
 int canGetErrorText(int err, char* buf, unsigned int bufsiz) {
     const auto text = state().texts.find(err);
+    if (state().lacks_texts) {
+        return called("canGetErrorText", err, bufsiz);
+    }
     if (text != state().texts.end()) {
         std::snprintf(buf, bufsiz, "%s", text->second.c_str());
     } else {

@@ -24,6 +24,9 @@ struct CanlibStandin {
     /// Texts of canGetErrorText(); "text of <code>" for the codes that are not in it.
     std::map<int, std::string> texts;
 
+    /// Whether canGetErrorText() writes no text.
+    bool lacks_texts = false;
+
     /// What canRead() and canReadWait() deliver, whatever they return; the data only when they return 0.
     long id = 0;
     std::array<unsigned char, 8> data = {};

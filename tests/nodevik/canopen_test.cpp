@@ -256,6 +256,13 @@ TEST_F(CanopenLists, ARepeatedRpdoCobidIsRefusedWithAMessage) {
               "CCANopen::addRPDO COBID 0x201 has already been added to list\n-1");
 }
 
+TEST_F(CanopenLists, ARepeatWithoutACobidIsToldWithThreeDigits) {
+    PDO pdo;
+    master.add_tpdo(pdo);
+    EXPECT_EQ(printed([&] { master.add_tpdo(pdo); }),
+              "CCANopen::addTPDO COBID 0x000 has already been added to list\n");
+}
+
 TEST_F(CanopenLists, ARefusedPdoIsNotInTheList) {
     PDO first(0x201);
     PDO second(0x201);

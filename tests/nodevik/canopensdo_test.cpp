@@ -304,9 +304,9 @@ TEST_F(SdoWait, SilenceIsReportedOnlyUnderBit2) {
         printed([&] {
             int data = 0;
             master.set_debug(2);
-            master.sdo_read(5, 0x6040, 0x12, data);
+            master.sdo_read(5, 0x0040, 2, data);
         }),
-        std::string(yellow) + "Error: No SDO Response: nodeID=0x05 Index=0x6040 SubIndex=0x12\n" + modes_off);
+        std::string(yellow) + "Error: No SDO Response: nodeID=0x05 Index=0x0040 SubIndex=0x02\n" + modes_off);
     EXPECT_EQ(printed([&] {
                   master.set_debug(0xF8);
                   master.sdo_write(5, 0x6040, 0x12, 1, 1);
@@ -958,7 +958,7 @@ TEST_F(PdoSetUp, SavingGoesOnAfterFailures) {
 }
 
 TEST_F(PdoSetUp, LoadingATpdoReadsCobidMappingsAndType) {
-    serve(driver, {{0x1801, 1, 0x40000285},
+    serve(driver, {{0x1801, 1, 0x5FFFFA85},
                    {0x1A01, 0, 2},
                    {0x1A01, 1, 0x60410010},
                    {0x1A01, 2, 0x60640020},
@@ -1059,9 +1059,9 @@ TEST_F(PdoSetUp, LoadingKeepsNoAbortCodeInPlaceOfAnEntry) {
 
 TEST_F(PdoSetUp, ShowingStopsAtTheFirstDisabledPdo) {
     serve(driver, {{0x1800, 1, 0x40000185}, {0x1801, 1, 0x285}, {0x1802, 1, 0x80000385}, {0x1803, 1, 0x485}});
-    EXPECT_EQ(printed([&] { master.show_node_tpdo_cobids(5); }),
-              "NodeID = 0x005 : TPDO cobid = 0x40000185\n"
-              "NodeID = 0x005 : TPDO cobid = 0x00000285\n"
+    EXPECT_EQ(printed([&] { master.show_node_tpdo_cobids(0x85); }),
+              "NodeID = 0x085 : TPDO cobid = 0x40000185\n"
+              "NodeID = 0x085 : TPDO cobid = 0x00000285\n"
               "Number of active TPDOs is 2\n\n");
 }
 

@@ -1037,6 +1037,18 @@ TEST_F(KvaserErrors, ErrorTextIsPrintedWithItsCode) {
     EXPECT_EQ(child.out, "Virhe: Kvaser Error Status = -5 (no free channels)\n\ncanGetErrorText(-5, 100)\n");
 }
 
+TEST_F(KvaserErrors, ErrorTextIsNotThatOfTheCodeBefore) {
+    const ChildResult child = run_in_child([] {
+        KvaserDriver driver;
+        open_quietly(driver);
+        driver.print_kvaser_error_text(-5);
+        standin().lacks_texts = true;
+        driver.print_kvaser_error_text(-6);
+    });
+    EXPECT_EQ(child.out,
+              "Virhe: Kvaser Error Status = -5 (text of -5)\n\nVirhe: Kvaser Error Status = -6 ()\n\n");
+}
+
 TEST_F(KvaserErrors, ErrorTextIsFetchedIntoTheCallersBuffer) {
     KvaserDriver driver;
     open_quietly(driver);

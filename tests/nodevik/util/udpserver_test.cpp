@@ -25,6 +25,8 @@
 namespace {
 
 bool refuse_socket_options = false;
+bool nothing_waits = false;
+int last_transfer_flags = -1;
 
 // Lets no further descriptor be created while it lives.
 class NoNewDescriptors {
@@ -142,6 +144,24 @@ extern "C" int setsockopt(int descriptor, int level, int option, const void* val
         return -1;
     }
     return static_cast<int>(syscall(SYS_setsockopt, descriptor, level, option, value, length));
+}
+
+// Take the places of the C library's sendto and recvfrom, so that their flags can be seen, and a queue that is
+// empty after all be brought about.
+extern "C" ssize_t sendto(int descriptor, const void* bytes, size_t size, int flags, const sockaddr* to,
+                          socklen_t length) {
+    last_transfer_flags = flags;
+    return syscall(SYS_sendto, descriptor, bytes, size, flags, to, length);
+}
+
+extern "C" ssize_t recvfrom(int descriptor, void* bytes, size_t size, int flags, sockaddr* from,
+                            socklen_t* length) {
+    last_transfer_flags = flags;
+    if (nothing_waits) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return syscall(SYS_recvfrom, descriptor, bytes, size, flags, from, length);
 }
 
 TEST_F(UdpServer, HasNoSocketAtFirst) {
@@ -445,6 +465,47 @@ TEST_F(UdpServer, BlockingReceiveWaitsForTheDatagram) {
     EXPECT_STREQ(room.data(), "client");
     EXPECT_EQ(text_of(endpoint.client_from()), "127.0.0.1:" + std::to_string(far.port()));
     sender.join();
+}
+
+TEST_F(UdpServer, OnlyTheBlockingReceivesMayWait) {
+    open();
+    start();
+    endpoint.set_server_destination_address(127, 0, 0, 1, far.port());
+    const auto flags_of = [](int result) {
+        EXPECT_EQ(result, 1);
+        return last_transfer_flags;
+    };
+    EXPECT_EQ(flags_of(endpoint.client_send(1, room.data())), MSG_DONTWAIT);
+    EXPECT_EQ(flags_of(endpoint.client_send(127, 0, 0, 1, far.port(), 1, room.data())), MSG_DONTWAIT);
+    EXPECT_EQ(flags_of(endpoint.server_send(1, room.data())), MSG_DONTWAIT);
+    const unsigned client = local_port(endpoint.client_socket());
+    const unsigned server = local_port(endpoint.server_socket());
+    far.send(client, "a");
+    far.send(server, "a");
+    ASSERT_TRUE(wait_readable(endpoint.client_socket()));
+    ASSERT_TRUE(wait_readable(endpoint.server_socket()));
+    EXPECT_EQ(flags_of(endpoint.client_receive(1, room.data())), MSG_DONTWAIT | MSG_WAITALL);
+    EXPECT_EQ(flags_of(endpoint.server_receive(1, room.data())), MSG_DONTWAIT | MSG_WAITALL);
+    far.send(client, "a");
+    far.send(server, "a");
+    EXPECT_EQ(flags_of(endpoint.client_receive_blocking(1, room.data())), 0);
+    EXPECT_EQ(flags_of(endpoint.server_receive_blocking(1, room.data())), 0);
+}
+
+TEST_F(UdpServer, ABlockingReceiveReportsAnEmptyQueueToo) {
+    const ChildResult result = run_in_child([] {
+        nothing_waits = true;
+        udpserver server;
+        char bytes[8];
+        const std::array<int, 4> results{server.client_receive(8, bytes), server.server_receive(8, bytes),
+                                         server.client_receive_blocking(8, bytes),
+                                         server.server_receive_blocking(8, bytes)};
+        std::printf("%d %d %d %d", results[0], results[1], results[2], results[3]);
+    });
+    EXPECT_EQ(result.out, "0 0 -1 -1");
+    EXPECT_EQ(result.err,
+              "clientrecvb - recvfrom(): Resource temporarily unavailable\n"
+              "servrecvb - recvfrom(: Resource temporarily unavailable\n");
 }
 
 TEST_F(UdpServer, EveryFailureHasItsOwnText) {
