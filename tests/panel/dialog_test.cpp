@@ -773,7 +773,7 @@ void DialogTest::motorSpeedIsShownInRpm_data() {
     QTest::newRow("one rpm backwards") << 0x80 << 0x03 << -1;
     QTest::newRow("critical") << 0x6E << 0x1D << 1500;
     QTest::newRow("with all decimals of the factor") << 0x00 << 0x2A << 10724;
-    QTest::newRow("in double precision") << 0x32 << 0x8D << 6497;
+    QTest::newRow("in double precision") << 0x03 << 0x9F << 10433;
 }
 
 void DialogTest::motorSpeedIsShownInRpm() {
