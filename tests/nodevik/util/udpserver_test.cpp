@@ -26,7 +26,7 @@ namespace {
 
 bool refuse_socket_options = false;
 bool nothing_waits = false;
-int last_transfer_flags = -1;
+thread_local int last_transfer_flags = -1;
 
 // Lets no further descriptor be created while it lives.
 class NoNewDescriptors {
