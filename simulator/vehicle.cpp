@@ -41,9 +41,11 @@ Vehicle::Vehicle(double capacity_ah, double latitude_deg) {
 }
 
 void Vehicle::advance(double seconds) {
-    for (double left = seconds; left > 0; left -= longest_step_s) {
-        step(std::min(left, longest_step_s));
+    const auto whole_steps = static_cast<long>(seconds / longest_step_s);
+    for (long count = 0; count < whole_steps; ++count) {
+        step(longest_step_s);
     }
+    step(seconds - static_cast<double>(whole_steps) * longest_step_s);
 }
 
 double Vehicle::wanted_speed_rpm() const {

@@ -400,3 +400,12 @@ TEST(VehicleSimulator, RefusesALogThatItCannotWrite) {
     EXPECT_EQ(result.err,
               "vehicle-simulator: cannot write the log to /nowhere/log: No such file or directory\n");
 }
+
+TEST(VehicleSimulator, TellsThatItGetsNoTerminal) {
+    const std::string without_terminals = "mount -t tmpfs none /dev/pts && exec \"$0\"";
+    const ChildResult result =
+        run_program({"unshare", geteuid() == 0 ? "-m" : "-Urm", "sh", "-c", without_terminals, VEHICLE_SIMULATOR});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(starts_with(result.err, "vehicle-simulator: pseudo-terminal: ")) << result.err;
+}
