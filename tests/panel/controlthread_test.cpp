@@ -622,7 +622,7 @@ void ControlThreadTest::closingAndOpeningWhileTheThreadWaitsForItsStartStartsIt(
     Link link;
     link.thread->start();
     link.thread->SuljePortti();
-    link.open();
+    link.thread->AvaaPortti(4, 1);
     EVENTUALLY(link.pulses >= 3);
     QCOMPARE(link.texts.count(QStringLiteral("Started")), 1);
 }
