@@ -12,10 +12,11 @@ thermometer=$(per_call "$gauges" thermometer 100 457)
 thermometer_redrawn=$(per_call "$gauges" thermometer-redrawn 10 46)
 thermometer2=$(per_call "$gauges" thermometer-ratio2 100 457)
 thermometer2_redrawn=$(per_call "$gauges" thermometer-ratio2-redrawn 10 46)
+lamp=$(per_call "$gauges" lamp 100 500)
 
 at_most "dial 121x121, value change" "$dial" 180000 instructions
 at_most "thermometer 40x131, value change" "$thermometer" 190000 instructions
-figure "lamp 21x21, switched" "$(per_call "$gauges" lamp 100 500)" instructions
+figure "lamp 21x21, switched" "$lamp" instructions
 figure "dial, background redrawn each time" "$dial_redrawn" instructions
 at_least "dial, gain of the cached background" "$(ratio "$dial_redrawn" "$dial")" 5 times
 figure "dial at pixel ratio 2, value change" "$dial2" instructions

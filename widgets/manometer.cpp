@@ -213,6 +213,6 @@ void ManoMeter::paintBackground(QPainter& painter) {
 void ManoMeter::initCoordinateSystem(QPainter& painter) {
     const double scale = qMin(width(), height()) / logical_side;
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.translate(width() / 2, height() / 2);
+    painter.translate(QPoint(width() / 2, height() / 2));
     painter.scale(scale, scale);
 }

@@ -173,8 +173,8 @@ void ThermoMeter::paintEvent(QPaintEvent*) {
         }
         if (m_valueOffset != 0) {
             const TextLine text(valueText(), valueTextFont(), painter.device());
-            const QSize size = text.size();
-            text.draw(painter, QPointF(-(size.width() / 2), m_valueOffset + size.height()));
+            const int left = -(text.size().width() / 2);
+            text.draw(painter, QPointF(left, m_valueOffset + text.size().height()));
         }
         drawFluid(painter, color, (m_value - m_min) / (m_max - m_min));
     }
