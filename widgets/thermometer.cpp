@@ -5,6 +5,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QRadialGradient>
+#include <QVarLengthArray>
 #include <QtMath>
 #include <cmath>
 
@@ -95,14 +96,19 @@ int columnHeight(double fraction) {
     return qBound(fluid_lowest, static_cast<int>(height) + fluid_below_scale, fluid_highest);
 }
 
+// The raster engine blends a gradient pixel row by pixel row through its most general code, and hands a fill of many rows to helper
+// threads; waking them takes several times what a few pixels in a row take to fill. So the column's gradient, which is the same
+// in every row, is handed over as a texture of one row, and the column is filled in strips of a few rows each.
+
+/// Tells whether @p device only shifts and enlarges, so that rows of the drawing are rows of pixels.
+bool keepsRows(const QTransform& device) {
+    return device.type() <= QTransform::TxScale && device.m11() > 0 && device.m22() > 0;
+}
+
 /// The column's colours: a gradient from its middle to both edges.
-///
-/// The raster engine blends a gradient row by row and hands many rows to helper threads; waking them takes
-/// several times what a few pixels in a row take to fill. The gradient is the same in every row, so it is
-/// handed over as a texture of one row of pixels.
 QBrush columnBrush(const QPainter& painter, const QColor& color) {
     const QTransform device = painter.deviceTransform();
-    if (device.type() > QTransform::TxScale) {
+    if (!keepsRows(device)) {
         QLinearGradient gradient(0, 0, column_radius, 0);
         setFluidColors(gradient, color);
         return gradient;
@@ -125,6 +131,25 @@ QBrush columnBrush(const QPainter& painter, const QColor& color) {
     return brush;
 }
 
+/// Fills @p area in strips that meet between two rows of pixels, so that no seam shows.
+void fillInStrips(QPainter& painter, const QRectF& area) {
+    constexpr double strip_rows = 30;
+    const QTransform device = painter.deviceTransform();
+    if (!keepsRows(device)) {
+        painter.drawRect(area);
+        return;
+    }
+    QVarLengthArray<QRectF, 16> strips;
+    double top = area.top();
+    while (top < area.bottom()) {
+        const double row = std::floor(top * device.m22() + device.dy()) + strip_rows;
+        const double bottom = qMin((row - device.dy()) / device.m22(), area.bottom());
+        strips.append(QRectF(area.left(), top, area.width(), bottom - top));
+        top = bottom;
+    }
+    painter.drawRects(strips.constData(), static_cast<int>(strips.size()));
+}
+
 void drawFluid(QPainter& painter, const QColor& color, double fraction) {
     QRadialGradient bulb(QPointF(0, 267), 10, QPointF(-5, 262));
     setFluidColors(bulb, color);
@@ -132,7 +157,7 @@ void drawFluid(QPainter& painter, const QColor& color, double fraction) {
     const int height = columnHeight(fraction);
     painter.setPen(Qt::NoPen);
     painter.setBrush(columnBrush(painter, color));
-    painter.drawRect(QRectF(-column_radius, fluid_bottom - height, 2 * column_radius, height));
+    fillInStrips(painter, QRectF(-column_radius, fluid_bottom - height, 2 * column_radius, height));
     painter.setBrush(bulb);
     painter.drawEllipse(QRectF(-10, 257.5, 20, 20));
 }

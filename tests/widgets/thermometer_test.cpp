@@ -146,6 +146,7 @@ private Q_SLOTS:
     void aValueKeepsTheBackground();
     void isCachedAndSharpAtRatioTwo();
     void aTurnedPainterGetsTheSameFluid();
+    void aMirroringPainterGetsTheSamePicture();
     void anEmptyThermometerDrawsNothing();
 };
 
@@ -562,6 +563,23 @@ void ThermoMeterTest::aTurnedPainterGetsTheSameFluid() {
     const QTransform logical = coordinates(meter);
     QVERIFY(difference(colorAt(back, logical, QPointF(0, 240)),
                        colorAt(rendered(meter), logical, QPointF(0, 240))) <= 12);
+}
+
+void ThermoMeterTest::aMirroringPainterGetsTheSamePicture() {
+    Fluid meter;
+    meter.resize(40, 131);
+    meter.setValueOffset(0);
+    meter.setValue(40);
+    const QImage upright = rendered(meter);
+    for (const QPointF& scale : {QPointF(-1, 1), QPointF(1, -1), QPointF(-1, -1)}) {
+        QImage mirrored = emptyPicture(meter.size());
+        QPainter painter(&mirrored);
+        painter.translate(scale.x() < 0 ? 40 : 0, scale.y() < 0 ? 131 : 0);
+        painter.scale(scale.x(), scale.y());
+        meter.render(&painter, QPoint(), QRegion(), QWidget::RenderFlags());
+        painter.end();
+        QVERIFY(difference(mirrored.mirrored(scale.x() < 0, scale.y() < 0), upright) <= 40);
+    }
 }
 
 void ThermoMeterTest::anEmptyThermometerDrawsNothing() {

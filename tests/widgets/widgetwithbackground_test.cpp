@@ -59,6 +59,7 @@ private Q_SLOTS:
     void theBackgroundIsAsFineAsTheDevice();
     void anotherPixelRatioPaintsTheBackgroundAgain();
     void aTurnedPainterGetsTheBackgroundOfTheWidgetsOwnRatio();
+    void aMirroringPainterGetsTheBackgroundMirrored();
     void cachesOnItsScreen();
     void cachesOnAScreenOfAnotherRatio_data();
     void cachesOnAScreenOfAnotherRatio();
@@ -226,6 +227,21 @@ void WidgetWithBackgroundTest::aTurnedPainterGetsTheBackgroundOfTheWidgetsOwnRat
     painter.end();
     QCOMPARE(probe.backgrounds, 1);
     QCOMPARE(picture.pixelColor(33, 2), QColor(Qt::blue));
+}
+
+void WidgetWithBackgroundTest::aMirroringPainterGetsTheBackgroundMirrored() {
+    Probe probe;
+    probe.resize(20, 30);
+    const QImage upright = rendered(probe);
+    for (const QPoint& scale : {QPoint(-1, 1), QPoint(1, -1)}) {
+        QImage mirrored = emptyPicture(probe.size());
+        QPainter painter(&mirrored);
+        painter.translate(scale.x() < 0 ? 20 : 0, scale.y() < 0 ? 30 : 0);
+        painter.scale(scale.x(), scale.y());
+        probe.render(&painter, QPoint(), QRegion(), QWidget::RenderFlags());
+        painter.end();
+        QCOMPARE(mirrored.mirrored(scale.x() < 0, scale.y() < 0), upright);
+    }
 }
 
 void WidgetWithBackgroundTest::cachesOnItsScreen() {
