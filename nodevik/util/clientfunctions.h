@@ -43,20 +43,20 @@ constexpr unsigned int MEASURENAME_MAX = 14;
 /// @name Colours for CClientFunctions::addmsg_color()
 /// The client interprets the values as they stand, the yellow and the brown pair too.
 /// @{
-constexpr std::uint32_t GRAY = 0x808080;  ///< gray
-constexpr std::uint32_t WHITE = 0xFFFFFF;  ///< white
-constexpr std::uint32_t RED = 0x800000;  ///< red
-constexpr std::uint32_t BRIGHT_RED = 0xFF0000;  ///< bright red
-constexpr std::uint32_t GREEN = 0x008000;  ///< green
-constexpr std::uint32_t BRIGHT_GREEN = 0x00FF00;  ///< bright green
-constexpr std::uint32_t BLUE = 0x000080;  ///< blue
-constexpr std::uint32_t BRIGHT_BLUE = 0x0000FF;  ///< bright blue
-constexpr std::uint32_t YELLOW = 0x008080;  ///< yellow
+constexpr std::uint32_t GRAY = 0x808080;           ///< gray
+constexpr std::uint32_t WHITE = 0xFFFFFF;          ///< white
+constexpr std::uint32_t RED = 0x800000;            ///< red
+constexpr std::uint32_t BRIGHT_RED = 0xFF0000;     ///< bright red
+constexpr std::uint32_t GREEN = 0x008000;          ///< green
+constexpr std::uint32_t BRIGHT_GREEN = 0x00FF00;   ///< bright green
+constexpr std::uint32_t BLUE = 0x000080;           ///< blue
+constexpr std::uint32_t BRIGHT_BLUE = 0x0000FF;    ///< bright blue
+constexpr std::uint32_t YELLOW = 0x008080;         ///< yellow
 constexpr std::uint32_t BRIGHT_YELLOW = 0x00FFFF;  ///< bright yellow
-constexpr std::uint32_t PURPLE = 0x800080;  ///< purple
+constexpr std::uint32_t PURPLE = 0x800080;         ///< purple
 constexpr std::uint32_t BRIGHT_PURPLE = 0xFF00FF;  ///< bright purple
-constexpr std::uint32_t BROWN = 0x808000;  ///< brown
-constexpr std::uint32_t BRIGHT_BROWN = 0xFFFF00;  ///< bright brown
+constexpr std::uint32_t BROWN = 0x808000;          ///< brown
+constexpr std::uint32_t BRIGHT_BROWN = 0xFFFF00;   ///< bright brown
 /// @}
 
 #pragma pack(push, 1)
