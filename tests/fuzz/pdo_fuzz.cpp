@@ -4,6 +4,7 @@
 // input.
 
 #include <array>
+#include <csetjmp>
 #include <cstdint>
 #include <vector>
 
@@ -12,9 +13,8 @@
 
 namespace {
 
-struct Ended {};
-
 bool in_library = false;
+std::jmp_buf ended;
 
 }  // namespace
 
@@ -25,47 +25,54 @@ void __wrap_exit(int status) {
     if (!in_library) {
         __real_exit(status);
     }
-    throw Ended();
+    std::longjmp(ended, 1);  // exit may not throw
 }
+
+namespace {
+
+// Each variable stands alone on the heap, so that a byte too many is seen.
+using Variables = std::vector<std::vector<std::uint8_t>>;
+
+void use_pdo(FuzzInput& input, Variables& variables) {
+    PDO pdo(input.word());
+    while (!input.empty()) {
+        const std::uint8_t operation = input.byte();
+        if (operation % 4 == 0) {
+            const auto type = static_cast<PDO::maptype>(input.byte() % 12);
+            const std::array<std::size_t, 12> sizes = {1, 1, 2, 4, 1, 2, 4, 1, 2, 4, 8, 8};
+            variables.emplace_back(sizes[type]);
+            pdo.mapref(input.byte(), type, variables.back().data());
+        } else if (operation % 4 == 1) {
+            const std::uint8_t width = input.byte() % 5;
+            variables.emplace_back(width == 0 ? 1 : width);
+            pdo.mapbitref(input.byte(), width, variables.back().data());
+        } else if (operation % 4 == 2) {
+            std::uint8_t frame[8];
+            input.bytes(frame);
+            pdo.create_tpdo(frame);
+        } else {
+            pdo.create_rpdo();
+            pdo.pdo_changed();
+            const auto position = static_cast<signed char>(input.byte());
+            pdo.set_byte16(position, input.word());
+            pdo.set_byte32(position, input.dword());
+            pdo.neg_bit(position);
+            pdo[position] = pdo.get_bit(position) ? 1 : 0;
+            pdo.map_object(input.word(), input.byte(), input.byte());
+            pdo.print_mappings();
+        }
+    }
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     silence_standard_output();
     FuzzInput input(data, size);
-    // Each variable stands alone on the heap, so that a byte too many is seen.
-    std::vector<std::vector<std::uint8_t>> variables;
+    Variables variables;
     in_library = true;
-    try {
-        PDO pdo(input.word());
-        while (!input.empty()) {
-            const std::uint8_t operation = input.byte();
-            if (operation % 4 == 0) {
-                const auto type = static_cast<PDO::maptype>(input.byte() % 12);
-                const std::array<std::size_t, 12> sizes = {1, 1, 2, 4, 1, 2, 4, 1, 2, 4, 8, 8};
-                variables.emplace_back(sizes[type]);
-                pdo.mapref(input.byte(), type, variables.back().data());
-            } else if (operation % 4 == 1) {
-                const std::uint8_t width = input.byte() % 5;
-                variables.emplace_back(width == 0 ? 1 : width);
-                pdo.mapbitref(input.byte(), width, variables.back().data());
-            } else if (operation % 4 == 2) {
-                std::uint8_t frame[8];
-                input.bytes(frame);
-                pdo.create_tpdo(frame);
-            } else {
-                pdo.create_rpdo();
-                pdo.pdo_changed();
-                const auto position = static_cast<signed char>(input.byte());
-                pdo.set_byte16(position, input.word());
-                pdo.set_byte32(position, input.dword());
-                pdo.neg_bit(position);
-                pdo[position] = pdo.get_bit(position) ? 1 : 0;
-                pdo.map_object(input.word(), input.byte(), input.byte());
-                pdo.print_mappings();
-            }
-        }
-    } catch (const Ended&) {
-        in_library = false;
-        return 0;
+    if (setjmp(ended) == 0) {
+        use_pdo(input, variables);
     }
     in_library = false;
     return 0;
