@@ -19,7 +19,7 @@ from drive.panel import Panel, pad_press  # noqa: E402
 from drive.screen import Screen  # noqa: E402
 from drive.vehicle import Vehicle, frame  # noqa: E402
 
-START_ROUNDS = 15
+START_ROUNDS = 41
 DRIVING_FRAMES = {100: 100, 10: 500}  # by the pause in ms: how many frames are watched
 
 

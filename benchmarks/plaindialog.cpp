@@ -1,10 +1,13 @@
-// What the panel's start is held against: a bare dialog of the panel's size with 80 of the toolkit's own widgets.
+// What the panel's start is held against: a bare dialog of the panel's size with 80 of the toolkit's own
+// widgets, of the same kinds as the panel's, in the default font.
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
 #include <QFrame>
+#include <QGroupBox>
+#include <QLCDNumber>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
@@ -60,7 +63,9 @@ int main(int argc, char** argv) {
     Grid grid(&dialog);
     grid.add_with_text<QLabel>(46);
     grid.add<QTextBrowser>(5);
-    grid.add<QFrame>(12);
+    grid.add<QFrame>(10);
+    grid.add_with_text<QGroupBox>(1);
+    grid.add<QLCDNumber>(1);
     grid.add<QProgressBar>(3);
     grid.add<QScrollBar>(3);
     grid.add_with_text<QPushButton>(4);
