@@ -46,6 +46,10 @@ void Led::paintEvent(QPaintEvent*) {
         painter.setBrush(lit ? m_color : withSaturation(m_color, off_saturation));
         // The outline stays the foreground colour's thin line: panels are drawn for lamps with a dark edge.
         [[maybe_unused]] const QPen outline(withSaturation(m_color, outline_saturation), 3.0);
+        // One pixel at any size: in logical units a small lamp's edge would be too thin to see.
+        QPen edge = painter.pen();
+        edge.setWidth(0);
+        painter.setPen(edge);
         painter.drawEllipse(-149, -149, 299, 299);
     }
     drawBackground();
