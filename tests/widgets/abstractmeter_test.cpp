@@ -215,6 +215,7 @@ void AbstractMeterTest::ignoresAMaximumNotAboveTheMinimum_data() {
     QTest::newRow("the minimum") << 0.0;
     QTest::newRow("below it") << -1.0;
     QTest::newRow("above it by 0.00001 at most") << 0.000009;
+    QTest::newRow("above it by 0.00001") << 0.00001;
     QTest::newRow("not a number") << std::numeric_limits<double>::quiet_NaN();
     QTest::newRow("without end") << std::numeric_limits<double>::infinity();
 }
@@ -385,6 +386,7 @@ void AbstractMeterTest::showsNumbersWithSixDigits_data() {
     QTest::newRow("large") << 1000000.0 << QStringLiteral("1e+06");
     QTest::newRow("small") << 0.00001 << QStringLiteral("1e-05");
     QTest::newRow("negative") << -20.0 << QStringLiteral("-20");
+    QTest::newRow("zero from below") << -0.0 << QStringLiteral("0");
     QTest::newRow("not a number") << std::numeric_limits<double>::quiet_NaN() << QStringLiteral("nan");
 }
 

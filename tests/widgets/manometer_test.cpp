@@ -150,6 +150,8 @@ private Q_SLOTS:
     void addsNothingToTheMetaObject();
     void drawsTheRimsAndTheFace_data();
     void drawsTheRimsAndTheFace();
+    void theDialIsItsCirclesBandsAndTicks_data();
+    void theDialIsItsCirclesBandsAndTicks();
     void isTransparentAroundTheDial();
     void drawsBandsFromTheirStartToTheEnd();
     void drawsBandsOnlyOnTheScale_data();
@@ -258,6 +260,66 @@ void ManoMeterTest::drawsTheRimsAndTheFace() {
             }
         }
     }
+}
+
+void ManoMeterTest::theDialIsItsCirclesBandsAndTicks_data() {
+    QTest::addColumn<int>("side");
+    QTest::newRow("the panel's") << 121;
+    QTest::newRow("large") << 1340;
+}
+
+void ManoMeterTest::theDialIsItsCirclesBandsAndTicks() {
+    QFETCH(int, side);
+    Dial dial;
+    dial.resize(side, side);
+    dial.setDigitOffset(far_away);
+    QImage shown = emptyPicture(dial.size());
+    QPainter shown_painter(&shown);
+    dial.paintBackground(shown_painter);
+    shown_painter.end();
+
+    QRadialGradient outer(QPointF(0, 0), 180, QPointF(-35, 145));
+    outer.setColorAt(0, QColor(250, 250, 250));
+    outer.setColorAt(1, QColor(20, 20, 20));
+    QRadialGradient inner(QPointF(0, 0), 225, QPointF(76.5, 135));
+    inner.setColorAt(0, QColor(10, 10, 10));
+    inner.setColorAt(1, QColor(250, 250, 250));
+    QRadialGradient face(QPointF(0, 0), 182, QPointF(-12, -15));
+    face.setColorAt(0, Qt::white);
+    face.setColorAt(0.5, QColor(240, 240, 240));
+    face.setColorAt(1, QColor(215, 215, 215));
+    Drawing expected(emptyPicture(dial.size()), dial);
+    QPainter& painter = expected.painter;
+    const auto fill = [&painter](const QBrush& brush, int left, int width) {
+        painter.setBrush(brush);
+        painter.drawEllipse(left, left, width, width);
+    };
+    painter.setPen(QPen(Qt::black, 4));
+    fill(outer, -162, 324);
+    painter.setPen(Qt::NoPen);
+    fill(inner, -152, 304);
+    painter.setPen(QPen(Qt::black, 4));
+    fill(face, -142, 284);
+    painter.setPen(Qt::NoPen);
+    // 80 and 220 of 320.
+    painter.setBrush(QColor(0, 200, 0));
+    painter.drawPie(-141, -141, 282, 282, -480, 3840 - 960);
+    painter.setBrush(QColor(255, 0, 0));
+    painter.drawPie(-141, -141, 282, 282, -480, 3840 - 2640);
+    fill(face, -129, 258);
+    painter.rotate(60);
+    painter.setBrush(Qt::black);
+    for (int tick = 0; tick <= 32; ++tick) {
+        if (tick % 4 == 0) {
+            painter.setPen(Qt::NoPen);
+            painter.drawPolygon(QPolygonF({QPointF(-6, 141), QPointF(6, 141), QPointF(0, 129)}));
+        } else {
+            painter.setPen(QPen(Qt::black, 3));
+            painter.drawLine(QPointF(0, 140), QPointF(0, tick % 2 == 0 ? 130 : 135));
+        }
+        painter.rotate(7.5);
+    }
+    QVERIFY(difference(shown, expected.finished()) <= 2);
 }
 
 void ManoMeterTest::isTransparentAroundTheDial() {

@@ -132,6 +132,8 @@ private Q_SLOTS:
     void theFluidIsShadedToBothSides_data();
     void theFluidIsShadedToBothSides();
     void drawsTheGlass();
+    void theGlassIsOneOutlineUnderTheTicks_data();
+    void theGlassIsOneOutlineUnderTheTicks();
     void theGlassLiesOverTheFluid();
     void drawsThirtyThreeTicks();
     void drawsTheNumbersFromBottomToTop_data();
@@ -322,6 +324,45 @@ void ThermoMeterTest::drawsTheGlass() {
     }
     QVERIFY(colorAt(picture, logical, QPointF(10.5, 265)).alpha() > 100);
     QVERIFY(colorAt(picture, logical, QPointF(-10.5, 265)).alpha() > 0);
+}
+
+void ThermoMeterTest::theGlassIsOneOutlineUnderTheTicks_data() {
+    QTest::addColumn<QSize>("size");
+    QTest::newRow("the panel's") << QSize(40, 131);
+    QTest::newRow("large") << QSize(300, 1228);
+}
+
+void ThermoMeterTest::theGlassIsOneOutlineUnderTheTicks() {
+    QFETCH(QSize, size);
+    Thermometer meter;
+    meter.resize(size);
+    meter.setDigitOffset(0);
+    QPainterPath outline(QPointF(12.5, 267.5));
+    outline.quadTo(12.5, 263, 7.5, 257);
+    outline.lineTo(7.5, 25);
+    outline.quadTo(7.5, 12.5, 0, 12.5);
+    outline.quadTo(-7.5, 12.5, -7.5, 25);
+    outline.lineTo(-7.5, 257);
+    outline.quadTo(-12.5, 263, -12.5, 267.5);
+    outline.quadTo(-12.5, 278, 0, 280);
+    outline.quadTo(12.5, 278, 12.5, 267.5);
+    QLinearGradient blue(-2, 0, 12.5, 0);
+    blue.setSpread(QGradient::ReflectSpread);
+    blue.setColorAt(0, QColor(255, 255, 255, 0));
+    blue.setColorAt(1, QColor(0, 150, 255, 170));
+    QImage expected = emptyPicture(size);
+    QPainter painter;
+    begin(painter, expected, meter);
+    painter.setBrush(blue);
+    painter.drawPath(outline);
+    for (int tick = 0; tick <= 32; ++tick) {
+        const int length = tick % 2 != 0 ? 5 : tick % 4 != 0 ? 8 : 12;
+        const double width = tick % 2 != 0 ? 0.5 : tick % 4 != 0 ? 0.75 : 1.0;
+        painter.setPen(QPen(Qt::black, width));
+        painter.drawLine(QPointF(-7, 28 + 7 * tick), QPointF(length - 7, 28 + 7 * tick));
+    }
+    painter.end();
+    QVERIFY(difference(glass(meter), expected) <= 2);
 }
 
 void ThermoMeterTest::theGlassLiesOverTheFluid() {
