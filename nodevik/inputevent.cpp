@@ -439,13 +439,19 @@ void evsighandler(int signal) {
     std::exit(0);
 }
 
+// Another start finds this handler installed: what stood before the first one stays saved, for the handler
+// would call itself for ever.
 void take_over_signals() {
     struct sigaction action = {};
     action.sa_handler = evsighandler;
     action.sa_mask = exit_signal_set();
     action.sa_flags = 0;
     for (std::size_t i = 0; i < exit_signals.size(); ++i) {
-        sigaction(exit_signals[i], &action, &saved_actions[i]);
+        struct sigaction previous = {};
+        sigaction(exit_signals[i], &action, &previous);
+        if (previous.sa_handler != evsighandler) {
+            saved_actions[i] = previous;
+        }
     }
 }
 

@@ -856,6 +856,28 @@ TEST_P(InputEventSignal, AnIgnoredSignalEndsTheProgramAsWell) {
     EXPECT_EQ(result.status, 0) << result.err;
 }
 
+TEST_P(InputEventSignal, AfterAnotherStartCallsTheHandlerThatStoodBeforeOnce) {
+    const ChildResult result = in_child([] {
+        std::signal(GetParam().number, [](int number) { std::printf("previous handler %d\n", number); });
+        eventinit();
+        settle();
+        eventclose();
+        eventinit();
+        settle();
+        std::fflush(stdout);
+        require(ftruncate(STDOUT_FILENO, 0) == 0 && lseek(STDOUT_FILENO, 0, SEEK_SET) == 0);
+        std::raise(GetParam().number);
+    });
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, std::string("\n\n********************************************\n") +
+                              GetParam().text +
+                              ", we will leave the program now  "
+                              "\n********************************************\n" +
+                              show_cursor + "previous handler " + std::to_string(GetParam().number) + "\n" +
+                              show_cursor + show_cursor);
+}
+
 TEST_P(InputEventSignal, IsHandledOutsideTheReader) {
     const ChildResult result = in_child([] {
         eventinit();
