@@ -42,13 +42,13 @@ struct CloseDirectory {
     void operator()(DIR* stream) const { closedir(stream); }
 };
 
-const char* kind_text(unsigned int mode) {
+// A type without a text prints nothing, not even its column.
+void print_kind(unsigned int mode) {
     for (const Kind& kind : kinds) {
         if ((mode & S_IFMT) == kind.type_bits) {
-            return kind.text;
+            std::printf("%-16s", kind.text);
         }
     }
-    return "";
 }
 
 bool is_self_or_parent(const char* name) {
@@ -120,7 +120,7 @@ int dir::ls(char* filter) {
             break;
         }
         if (filter == nullptr || std::strstr(name.c_str(), filter) != nullptr) {
-            std::printf("%-16s", kind_text(mode));
+            print_kind(mode);
             std::printf("  %-30s\n", name.c_str());
         }
     }

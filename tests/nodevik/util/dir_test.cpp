@@ -23,8 +23,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int failing_opendir = 0;   // errno that the next opendir fails with
-int failing_readdir = -1;  // after how many entries readdir fails
+int failing_opendir = 0;       // errno that the next opendir fails with
+int failing_readdir = -1;      // after how many entries readdir fails
+unsigned int played_mode = 0;  // what stat tells of every name without a slash
 
 // A directory tree of the test's own; the working directory is restored behind it.
 class Dir : public ::testing::Test {
@@ -36,6 +37,7 @@ protected:
     ~Dir() override {
         failing_opendir = 0;
         failing_readdir = -1;
+        played_mode = 0;
         fs::current_path(before_);
         fs::remove_all(root_);
     }
@@ -95,6 +97,16 @@ extern "C" DIR* opendir(const char* name) {
     using Function = DIR* (*)(const char*);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "opendir"));
     return real(name);
+}
+
+extern "C" int stat(const char* name, struct stat* status) noexcept {
+    using Function = int (*)(const char*, struct stat*);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "stat"));
+    const int result = real(name, status);
+    if (played_mode != 0 && std::string(name).find('/') == std::string::npos) {
+        status->st_mode = played_mode;
+    }
+    return result;
 }
 
 extern "C" dirent* readdir(DIR* stream) {
@@ -248,7 +260,7 @@ TEST_F(Dir, AnEntryWithoutStatusIsKeptWithModeZero) {
     EXPECT_EQ(result.status, 7);
     EXPECT_EQ(result.out,
               "Error occoured attempting to stat dangling\n"
-              "                  dangling                      \n");
+              "  dangling                      \n");
 }
 
 TEST_F(Dir, TheReasonOfAMissingStatusFollowsWithTheNextEntry) {
@@ -293,6 +305,41 @@ TEST_F(Dir, ListsTheKindAndTheName) {
     }
     EXPECT_EQ(result.out, expected);
 }
+
+struct TypeRow {
+    const char* name;
+    unsigned int mode;
+    typefilter filter;
+    const char* line;
+};
+
+class DirType : public Dir, public ::testing::WithParamInterface<TypeRow> {};
+
+TEST_P(DirType, PassesItsFilterAloneAndIsListedByItsKind) {
+    file("entry");
+    played_mode = GetParam().mode;
+    ASSERT_EQ(cd(root_), 1);
+    played_mode = 0;
+    EXPECT_EQ(listing.ftype(0), GetParam().mode);
+    for (unsigned int filter = tf_none; filter <= tf_socket; ++filter) {
+        const bool selected = filter == tf_none || filter == static_cast<unsigned int>(GetParam().filter);
+        EXPECT_EQ(walk(static_cast<typefilter>(filter)), selected ? Names{"entry"} : Names{}) << filter;
+    }
+    listing.settypefilter(tf_none);
+    const ChildResult result = run_in_child([this] { listing.ls(nullptr); });
+    EXPECT_EQ(result.out, std::string(GetParam().line) + "  entry                         \n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, DirType,
+                         ::testing::Values(TypeRow{"File", 0x81A4, tf_file, "regular file    "},
+                                           TypeRow{"Directory", 0x41ED, tf_dir, "directory       "},
+                                           TypeRow{"Link", 0xA1FF, tf_none, "symbolic link   "},
+                                           TypeRow{"Char", 0x21B6, tf_char, "character device"},
+                                           TypeRow{"Block", 0x61B0, tf_block, "block device    "},
+                                           TypeRow{"Fifo", 0x1180, tf_fifo, "FIFO            "},
+                                           TypeRow{"Socket", 0xC1FF, tf_socket, "socket          "},
+                                           TypeRow{"Unknown", 0x3180, tf_none, ""}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(Dir, ListsDevicesByKind) {
     cd("/dev");
