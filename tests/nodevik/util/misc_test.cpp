@@ -200,6 +200,25 @@ TEST_F(Misc, ResetDisarmsADelay) {
     EXPECT_EQ(timedelay(0, 10), 1);
 }
 
+TEST_F(Misc, TheLastDelayNumberIsServed) {
+    played.set(1000, 0);
+    timedelay(0, 0);
+    EXPECT_EQ(timedelay(31, 10), 0);
+    played.advance_ms(10);
+    timedelay(0, 0);
+    EXPECT_EQ(timedelay(31, 10), 1);
+}
+
+TEST_F(Misc, NegativeDelayNumbersStandForTheirLowBits) {
+    played.set(1000, 0);
+    timedelay(0, 0);
+    EXPECT_EQ(timedelay(31, 10), 0);
+    resettimedelay(-1);
+    played.advance_ms(10);
+    timedelay(0, 0);
+    EXPECT_EQ(timedelay(31, 10), 0);  // armed anew by this call
+}
+
 TEST_F(Misc, TimeDelayRefusesALargeNumber) {
     const ChildResult result = run_in_child([] {
         const bool refused = timedelay(40, 10) == 0 && timedelay(32, 10) == 0;
