@@ -149,6 +149,37 @@ TEST_F(ClientFunctions, CommandsWithoutArgumentsKeepTheOtherBytes) {
     EXPECT_EQ(record(2, 1, 19), record(0, 1, 19));
 }
 
+TEST_F(ClientFunctions, BytesThatALayoutDoesNotNameAreKept) {
+    struct Row {
+        unsigned char commandno;
+        void (*add)(CClientFunctions&);
+        std::vector<std::size_t> named;
+    };
+    const Row rows[] = {
+        {1, [](CClientFunctions& c) { c.addmsg_data(0, 0.0); }, {1, 4, 5, 6, 7, 8, 9, 10, 11}},
+        {4, [](CClientFunctions& c) { c.addmsg_color(0, 0, 0); }, {1, 4, 5, 6, 7, 8}},
+        {5, [](CClientFunctions& c) { c.addmsg_range(0); }, {4, 5, 6, 7}},
+        {7, [](CClientFunctions& c) { c.addmsg_stop(0); }, {1}},
+        {8, [](CClientFunctions& c) { c.addmsg_samplepos(0); }, {4, 5, 6, 7}},
+        {9, [](CClientFunctions& c) { c.addmsg_stopdraw(false); }, {1}},
+        {12,
+         [](CClientFunctions& c) { c.addmsg_scale(0, 0.0, 0); },
+         {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}},
+    };
+    for (const Row& row : rows) {
+        batch.resetmessage();
+        batch.addmsg_scale(-1, -1.0, -1);
+        batch.addmsg_name(0xFF, std::string(252, '\xFF').c_str());
+        Bytes expected = record(records() - 1, 0, 19);  // no byte of it is zero
+        for (const std::size_t byte : row.named) {
+            expected[byte] = 0;
+        }
+        expected[0] = row.commandno;
+        row.add(batch);
+        EXPECT_EQ(record(records() - 1, 0, 19), expected) << "command " << int{row.commandno};
+    }
+}
+
 TEST_F(ClientFunctions, AddMessageCopiesTheWholeRecord) {
     ProtocolMessage own = {};
     for (unsigned char i = 0; i < 20; ++i) {
