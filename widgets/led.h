@@ -14,8 +14,8 @@
 /// A round indicator lamp.
 ///
 /// The disc is painted each time, with an edge one pixel wide in the widget's foreground colour; the cached
-/// "background" is the highlight, which is laid over it. The drawing stands in a logical square of 330 × 330 units with its origin at the centre, scaled to the smaller
-/// side of the widget.
+/// "background" is the highlight, which is laid over it. The drawing stands in a logical square of 330 × 330
+/// units with its origin at the centre, scaled to the smaller side of the widget.
 class Led : public WidgetWithBackground {
     Q_OBJECT
     Q_PROPERTY(bool checked READ isChecked WRITE setChecked)
