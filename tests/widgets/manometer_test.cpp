@@ -161,6 +161,8 @@ private Q_SLOTS:
     void drawsThirtyThreeTicks();
     void drawsTheNumbersOfItsScale_data();
     void drawsTheNumbersOfItsScale();
+    void placesTheNumbersByTheirSizeUnrounded_data();
+    void placesTheNumbersByTheirSizeUnrounded();
     void theNeedlePointsToTheValue_data();
     void theNeedlePointsToTheValue();
     void theNeedleIsTheOutlineAndTheHub_data();
@@ -500,6 +502,42 @@ void ManoMeterTest::drawsTheNumbersOfItsScale() {
     QVERIFY(difference(shown, rendered(dial, ratio)) == 0);
 }
 
+void ManoMeterTest::placesTheNumbersByTheirSizeUnrounded_data() {
+    QTest::addColumn<int>("points");
+    for (int points = 17; points < 24; ++points) {
+        QTest::addRow("%d points", points) << points;
+    }
+}
+
+void ManoMeterTest::placesTheNumbersByTheirSizeUnrounded() {
+    QFETCH(int, points);
+    Dial dial;
+    dial.resize(1340, 1340);
+    QFont font = dial.digitFont();
+    font.setPointSize(points);
+    dial.setDigitFont(font);
+    const auto background = [&dial] {
+        QImage picture = emptyPicture(dial.size());
+        QPainter painter(&picture);
+        dial.paintBackground(painter);
+        painter.end();
+        return picture;
+    };
+    dial.setDigitOffset(far_away);
+    Drawing expected(background(), dial);
+    expected.painter.setFont(font);
+    for (int i = 0; i <= 8; ++i) {
+        const QString number = QString::number(40 * i);
+        const QSize size = expected.painter.fontMetrics().size(Qt::TextSingleLine, number);
+        const double angle = (i + 5) * M_PI / 6;
+        expected.painter.drawText(
+            QPointF(105 * std::cos(angle) - size.width() / 2.0, 105 * std::sin(angle) + size.height() / 4.0),
+            number);
+    }
+    dial.setDigitOffset(105);
+    QVERIFY(difference(background(), expected.finished()) <= 24);
+}
+
 void ManoMeterTest::theNeedlePointsToTheValue_data() {
     QTest::addColumn<double>("value");
     QTest::addColumn<double>("degrees");
@@ -588,6 +626,12 @@ void ManoMeterTest::drawsTheValueBelowTheCentre_data() {
     QTest::newRow("ratio 2") << -100.0 << 150.0 << QStringLiteral("n 150 [rpm]") << 2.0;
     QTest::newRow("the offset is cut to a whole number")
         << -80.9 << 12.5 << QStringLiteral("n 12.5 [rpm]") << 1.0;
+    // Among texts of so many widths some are odd: half of those is not a whole number.
+    for (const QString& number :
+         {QStringLiteral("7"), QStringLiteral("1.5"), QStringLiteral("12.25"), QStringLiteral("-123.456")}) {
+        QTest::newRow(qPrintable(number))
+            << -100.0 << number.toDouble() << QStringLiteral("n %1 [rpm]").arg(number) << 1.0;
+    }
     QTest::newRow("above the centre") << 60.0 << 219.0 << QStringLiteral("n 219 [rpm]") << 1.0;
 }
 
