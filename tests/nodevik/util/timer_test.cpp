@@ -27,6 +27,7 @@ struct PlayedSystem {
     bool fails_sigaction = false;
     bool fails_sigprocmask = false;
     int created = 0;
+    clockid_t created_on = -1;
     int deleted = 0;
     itimerspec last_set = {};
     int last_flags = -1;
@@ -119,6 +120,7 @@ int timer_create(clockid_t clock, sigevent* event, timer_t* id) noexcept {
         return -1;
     }
     ++played.created;
+    played.created_on = clock;
     return real<int(clockid_t, sigevent*, timer_t*)>("timer_create")(clock, event, id);
 }
 
@@ -305,6 +307,9 @@ TEST(TimerWaiting, AnOwnerCanLetOneWaitPass) {
     const ChildResult result = in_child([] {
         timer tick;
         tick.init_realtime_timer(1);
+        tick.waitover = 1;
+        require(tick.wait_signal() == 0);
+        require(tick.waitover == 0);
         tick.waitover = 2;
         require(tick.wait_signal() == 0);
         require(tick.waitover == 0);
@@ -367,6 +372,68 @@ TEST(TimerStop, ForgetsTheTimes) {
         tick.start();
         require(played.last_set.it_value.tv_sec == 0 && played.last_set.it_value.tv_nsec == 0);
         require(tick.wait_signal_time(20000) == -1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerStop, DisarmsWithARelativeTime) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.init_realtime_timer(1);
+        tick.set_absolute(60000000);
+        tick.start();
+        require(played.last_flags == TIMER_ABSTIME);
+        tick.stop();
+        require(played.last_flags == 0);
+        require(tick.itsp.it_value.tv_sec == 0 && tick.itsp.it_value.tv_nsec == 0);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Timer, EveryModeRunsOnTheMonotonicClock) {
+    const ChildResult result = in_child([] {
+        {
+            timer tick;
+            tick.init_realtime_timer(1);
+            require(played.created_on == CLOCK_MONOTONIC);
+        }
+        played.created_on = -1;
+        {
+            timer tick;
+            tick.set_sigfunction(func);
+            require(played.created_on == CLOCK_MONOTONIC);
+        }
+        played.created_on = -1;
+        timer tick;
+        tick.set_function(counting_function);
+        require(played.created_on == CLOCK_MONOTONIC);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Timer, ASecondModeMakesANewSystemTimerAndKeepsTheOldOne) {
+    const ChildResult result = in_child([] {
+        {
+            timer tick;
+            tick.init_realtime_timer(1);
+            tick.init_realtime_timer(2);
+            require(played.created == 2 && played.deleted == 0);
+        }
+        require(played.deleted == 1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerHandler, TakesTheHighestSignalWhateverThePriorityWas) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.init_realtime_timer(3);
+        tick.set_sigfunction(counting_handler);
+        require(tick.se.sigev_notify == SIGEV_SIGNAL && tick.se.sigev_signo == SIGRTMAX);
+        require(tick.sa.sa_flags == SA_SIGINFO);
+        for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+            require(sigismember(&tick.sa.sa_mask, signal) != 1);
+        }
     });
     EXPECT_EQ(result.status, 7);
 }
