@@ -1,5 +1,6 @@
 #include "nodevik/util/thread.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <unistd.h>
@@ -12,6 +13,8 @@
 #include "tests/support/childprocess.h"
 
 namespace {
+
+int create_result = 0;  // what pthread_create fails with
 
 std::atomic<int> plain_calls{0};
 std::atomic<void*> argument_seen{nullptr};
@@ -42,6 +45,17 @@ public:
 };
 
 }  // namespace
+
+// Stands in front of the C library's function for this executable.
+extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*),
+                              void* argument) noexcept {
+    if (create_result != 0) {
+        return create_result;
+    }
+    using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
+    return real(id, attributes, routine, argument);
+}
 
 TEST(Thread, ExecutesTheOverriddenBody) {
     Counting worker;
@@ -94,6 +108,27 @@ TEST(Thread, AFailedJoinIsReported) {
         std::exit(worker.wait() == 1 && worker.result() == ESRCH ? 7 : 8);
     });
     EXPECT_EQ(result.err, "pthread_join: No such process\n");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Thread, AFailedStartIsSilentAndLeavesItsResult) {
+    const ChildResult result = run_in_child([] {
+        create_result = EAGAIN;
+        plain_calls = 0;
+        argument_seen = nullptr;
+        Counting worker;
+        worker.create();
+        bool kept = worker.result() == EAGAIN;
+        thread plain;
+        plain.create(plain_body);
+        kept = kept && plain.result() == EAGAIN;
+        thread with_argument;
+        with_argument.create(argument_body);
+        kept = kept && with_argument.result() == EAGAIN;
+        std::exit(kept && worker.runs == 0 && plain_calls == 0 && argument_seen == nullptr ? 7 : 8);
+    });
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.status, 7);
 }
 
