@@ -5,16 +5,21 @@
 #include <gtest/gtest.h>
 #include <linux/input.h>
 #include <poll.h>
+#include <pthread.h>
+#include <sched.h>
+#include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -45,6 +50,12 @@ std::vector<int> open_flags;
 int cancel_result = 0;
 bool atexit_fails = false;
 int input_flushes = 0;
+bool policy_fails = false;
+bool priority_fails = false;
+int asked_policy = -1;
+int asked_priority = -1;
+std::atomic<int> failing_polls = 0;  // how many of the next calls of the reader fail
+std::atomic<int> failing_reads = 0;
 
 EmulatedDevice* device_of(int descriptor) {
     for (auto& [path, device] : devices) {
@@ -133,6 +144,37 @@ int pthread_cancel(pthread_t thread) {
         return cancel_result;
     }
     return real<int(pthread_t)>("pthread_cancel")(thread);
+}
+
+int pthread_attr_setschedpolicy(pthread_attr_t* attributes, int policy) noexcept {
+    asked_policy = policy;
+    return policy_fails ? EINVAL
+                        : real<int(pthread_attr_t*, int)>("pthread_attr_setschedpolicy")(attributes, policy);
+}
+
+int pthread_attr_setschedparam(pthread_attr_t* attributes, const sched_param* parameters) noexcept {
+    asked_priority = parameters->sched_priority;
+    return priority_fails ? EINVAL
+                          : real<int(pthread_attr_t*, const sched_param*)>("pthread_attr_setschedparam")(
+                                attributes, parameters);
+}
+
+int poll(pollfd* entries, nfds_t count, int limit_ms) {
+    if (failing_polls > 0 && limit_ms < 0) {
+        --failing_polls;
+        errno = EINTR;
+        return -1;
+    }
+    return real<int(pollfd*, nfds_t, int)>("poll")(entries, count, limit_ms);
+}
+
+ssize_t read(int descriptor, void* target, size_t size) {
+    if (size == 384 && failing_reads > 0) {
+        --failing_reads;
+        errno = EIO;
+        return -1;
+    }
+    return real<ssize_t(int, void*, size_t)>("read")(descriptor, target, size);
 }
 
 int tcflush(int descriptor, int queue) noexcept {
@@ -662,6 +704,61 @@ TEST_F(InputEvent, TakesMoreEventsThanOneReadBrings) {
         send_bytes(keyboard, many.data(), many.size() * sizeof many[0]);
         settle();
         require(getmousex() == 100);
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, AFailedPollOrReadIsTriedAgain) {
+    const ChildResult result = in_child([] {
+        failing_polls = 3;
+        failing_reads = 3;
+        eventinit();
+        send(EV_KEY, KEY_A, 1);
+        settle();
+        require(key(K_A) == 1 && failing_polls == 0 && failing_reads == 0);
+    });
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, TheReaderAsksForTheHighestRealtimePriority) {
+    const ChildResult result = in_child([] {
+        eventinit();
+        settle();
+        require(asked_policy == SCHED_FIFO);
+        require(asked_priority == sched_get_priority_max(SCHED_FIFO));
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, ReportsASchedulingThatCannotBeAskedFor) {
+    const ChildResult result = in_child([] {
+        policy_fails = true;
+        priority_fails = true;
+        devices[keyboard].types = {};
+        eventinit();
+        settle();
+    });
+    EXPECT_EQ(result.out, std::string("\n"
+                                      "vendor 046d product c31c version 0110 is on a Universal Serial Bus\n"
+                                      "The device says its name is Keyboard\n") +
+                              hide_cursor +
+                              "inputevent:pthread_attr_setschedpolicy failed\n"
+                              "inputevent:pthread_attr_setschedparam failed\n" +
+                              started + show_cursor);
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, EnablingAndDisablingDropWhatStandardInputHadBuffered) {
+    const ChildResult result = in_child([this] {
+        for (void (*const change)() : {eventenable, eventdisable}) {
+            terminal.send("old\n");
+            require(std::getchar() == 'o');
+            change();
+            terminal.send("new\n");
+            require(std::getchar() == 'n');
+            __fpurge(stdin);
+        }
     });
     EXPECT_EQ(result.status, 7) << result.err;
 }
