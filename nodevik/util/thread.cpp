@@ -72,7 +72,11 @@ void thread::start(void* (*routine)(void*), bool inherit_scheduling) {
     if (inherit_scheduling) {
         pthread_attr_setinheritsched(&attr, PTHREAD_INHERIT_SCHED);
     }
-    res = pthread_create(&th, &attr, routine, this);
-    joinable = res == 0;
+    joinable = true;  // before the thread runs: its body may cancel itself
+    const int result = pthread_create(&th, &attr, routine, this);
+    if (result != 0) {
+        joinable = false;
+    }
+    res = result;
     pthread_attr_destroy(&attr);
 }

@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+
 /// One POSIX thread.
 ///
 /// Derive and override run(), or hand one of the other create() forms a function. The object must outlive the
@@ -60,7 +62,7 @@ private:
 
     pthread_t th{};
     pthread_attr_t attr{};
-    int res = 0;
+    std::atomic<int> res{0};
     bool joinable = false;  // th names a thread that was started and not yet joined
     void (*plain_body)() = nullptr;
     void (*argument_body)(void*) = nullptr;

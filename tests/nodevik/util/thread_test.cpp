@@ -14,7 +14,8 @@
 
 namespace {
 
-int create_result = 0;  // what pthread_create fails with
+const std::atomic<bool>* created_once = nullptr;  // pthread_create returns no sooner than this is true
+int create_result = 0;                            // what pthread_create fails with
 
 std::atomic<int> plain_calls{0};
 std::atomic<void*> argument_seen{nullptr};
@@ -31,6 +32,17 @@ class Counting : public thread {
 public:
     void run() override { ++runs; }
     std::atomic<int> runs{0};
+};
+
+class SelfCancelling : public thread {
+public:
+    void run() override {
+        outcome = cancel();
+        cancelled = true;
+        pthread_testcancel();
+    }
+    std::atomic<int> outcome{-1};
+    std::atomic<bool> cancelled{false};
 };
 
 class Endless : public thread {
@@ -54,7 +66,10 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes, v
     }
     using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
-    return real(id, attributes, routine, argument);
+    const int result = real(id, attributes, routine, argument);
+    while (created_once != nullptr && !*created_once) {
+    }
+    return result;
 }
 
 TEST(Thread, ExecutesTheOverriddenBody) {
@@ -149,6 +164,15 @@ TEST(Thread, CancelEndsARunningThread) {
     }
     EXPECT_EQ(worker.cancel(), 0);
     EXPECT_EQ(worker.wait(), 0);
+}
+
+TEST(Thread, ABodyMayCancelItselfAtOnce) {
+    SelfCancelling worker;
+    created_once = &worker.cancelled;
+    worker.create();
+    created_once = nullptr;
+    EXPECT_EQ(worker.wait(), 0);
+    EXPECT_EQ(worker.outcome, 0);
 }
 
 TEST(Thread, DestructionLeavesTheThreadAlone) {
