@@ -57,17 +57,21 @@ private:
 
 }  // namespace
 
-// Stand in front of the C library's functions for this executable.
-extern "C" int clock_gettime(clockid_t, timespec* time) noexcept {
+// The linker puts these in the place of the library's calls.
+extern "C" {
+int __wrap_clock_gettime(clockid_t, timespec* time);
+int __wrap_clock_gettime(clockid_t, timespec* time) {
     played_us += 100;
     time->tv_sec = static_cast<time_t>(played_us / 1000000);
     time->tv_nsec = static_cast<long>(played_us % 1000000) * 1000;
     return 0;
 }
 
-extern "C" int nanosleep(const timespec* time, timespec*) {
+int __wrap_nanosleep(const timespec* time, timespec*);
+int __wrap_nanosleep(const timespec* time, timespec*) {
     played_us += time->tv_sec * 1000000 + time->tv_nsec / 1000;
     return 0;
+}
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
