@@ -11,9 +11,11 @@
 #include "nodevik/arch.h"
 #include "nodevik/canopen.h"
 #include "nodevik/udpdriver.h"
+#include "program/standardoptions.h"
 
 namespace {
 
+constexpr const char* operands = "MASTER_PORT NODE_PORT SECONDS [KINDS [LOGFILE]]";
 constexpr unsigned decode_frames = 4;  // the bit of the debug word
 
 void choose_kinds(CCANopen& master, const std::string& kinds) {
@@ -31,8 +33,11 @@ void choose_kinds(CCANopen& master, const std::string& kinds) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (program::answered_standard_option({argv + 1, static_cast<std::size_t>(argc - 1)}, operands)) {
+        return 0;
+    }
     if (argc < 4) {
-        std::puts("usage: bus_monitor MASTER_PORT NODE_PORT SECONDS [KINDS [LOGFILE]]");
+        program::print_usage(operands);
         return 2;
     }
     CCANopen master;

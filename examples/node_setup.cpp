@@ -13,8 +13,12 @@
 #include "nodevik/canopen.h"
 #include "nodevik/pdo.h"
 #include "nodevik/udpdriver.h"
+#include "program/standardoptions.h"
 
 namespace {
+
+constexpr const char* operands =
+    "MASTER_PORT NODE_PORT NODE list|show|set [tpdo|rpdo NUMBER [COBID TYPE [ENTRY ...]]]";
 
 unsigned number(const char* text) {
     return static_cast<unsigned>(std::strtoul(text, nullptr, 0));
@@ -47,11 +51,12 @@ void set(CCANopen& master, unsigned node, bool transmit, int argc, char** argv) 
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (program::answered_standard_option({argv + 1, static_cast<std::size_t>(argc - 1)}, operands)) {
+        return 0;
+    }
     const std::string operation = argc > 4 ? argv[4] : "";
     if (!(operation == "list" || (operation == "show" && argc == 7) || (operation == "set" && argc > 8))) {
-        std::puts(
-            "usage: node_setup MASTER_PORT NODE_PORT NODE list|show|set [tpdo|rpdo NUMBER [COBID TYPE [ENTRY "
-            "...]]]");
+        program::print_usage(operands);
         return 2;
     }
     CCANopen master;

@@ -14,8 +14,12 @@
 
 #include "nodevik/canopen.h"
 #include "nodevik/udpdriver.h"
+#include "program/standardoptions.h"
 
 namespace {
+
+constexpr const char* operands =
+    "MASTER_PORT NODE_PORT read|write NODE INDEX SUBINDEX [text|hex|SIZE [VALUE]]";
 
 unsigned number(const char* text) {
     return static_cast<unsigned>(std::strtoul(text, nullptr, 0));
@@ -39,9 +43,12 @@ void show(const std::string& bytes, bool as_text) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (program::answered_standard_option({argv + 1, static_cast<std::size_t>(argc - 1)}, operands)) {
+        return 0;
+    }
     const std::string operation = argc > 6 ? argv[3] : "";
     if (!(operation == "read" || (operation == "write" && argc == 9))) {
-        std::puts("usage: sdo MASTER_PORT NODE_PORT read|write NODE INDEX SUBINDEX [text|hex|SIZE [VALUE]]");
+        program::print_usage(operands);
         return 2;
     }
     CCANopen master;

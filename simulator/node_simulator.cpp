@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "program/standardoptions.h"
 #include "simulator/nodeoptions.h"
 #include "simulator/nodesession.h"
 
@@ -16,6 +17,10 @@ int main(int argc, char** argv) {
     }
     if (options.help) {
         std::fputs(node_simulator::node_help(), stdout);
+        return 0;
+    }
+    if (options.version) {
+        program::print_version();
         return 0;
     }
     try {

@@ -117,6 +117,7 @@ struct Switch {
     bool NodeOptions::*flag;
 };
 constexpr std::array switches{Switch{"--help", &NodeOptions::help}, Switch{"-h", &NodeOptions::help},
+                              Switch{"--version", &NodeOptions::version},
                               Switch{"--start", &NodeOptions::self_starting},
                               Switch{"--strict", &NodeOptions::strict_counts}};
 
@@ -201,6 +202,7 @@ const char* node_help() {
            "port\n"
            "                      that frames go to, without --peer a free one on 127.0.0.1\n"
            "  --help              this text\n"
+           "  --version           the program's version\n"
            "\n"
            "Faults of answers (SDO and node guarding), each in percent of the answers, 0 to 100:\n"
            "  --lost PERCENT        the answer never comes\n"

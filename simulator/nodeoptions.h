@@ -19,6 +19,7 @@ namespace node_simulator {
 /// What the command line asks for.
 struct NodeOptions {
     bool help = false;                   ///< print the help text and end
+    bool version = false;                ///< print the version and end
     std::vector<std::uint8_t> nodes{1};  ///< node numbers, each 1 to 127, no two alike
     std::uint16_t listen_port = 5001;    ///< UDP port on 127.0.0.1; 0 lets the system pick one
     std::optional<sockaddr_in> peer;     ///< where frames go; none: to the last sender

@@ -5,6 +5,7 @@
 #include <memory>
 #include <system_error>
 
+#include "program/standardoptions.h"
 #include "simulator/vehicleline.h"
 #include "simulator/vehiclelog.h"
 #include "simulator/vehicleoptions.h"
@@ -70,6 +71,10 @@ int main(int argc, char** argv) {
     }
     if (options.help) {
         std::fputs(simulator::vehicle_help(), stdout);
+        return 0;
+    }
+    if (options.version) {
+        program::print_version();
         return 0;
     }
     try {

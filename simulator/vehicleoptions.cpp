@@ -50,6 +50,17 @@ const NumberOption* find_number_option(std::string_view name) {
     return nullptr;
 }
 
+// The flag that the option without a value sets; nullptr when there is no such option.
+bool* find_switch(std::string_view argument, VehicleOptions& options) {
+    if (argument == "--help" || argument == "-h") {
+        return &options.help;
+    }
+    if (argument == "--version") {
+        return &options.version;
+    }
+    return argument == "--mute" ? &options.faults.mute : nullptr;
+}
+
 // Stores `value` for `option`; returns the reason why it cannot, or nothing.
 std::string store_number(const NumberOption& option, std::string_view value, VehicleOptions& options) {
     std::int64_t number = 0;
@@ -73,9 +84,8 @@ ParsedVehicleOptions parse_vehicle_options(std::span<const char* const> argument
         const std::size_t equals = argument.find('=');
         const std::string_view name = argument.substr(0, equals);
         const NumberOption* number_option = find_number_option(name);
-        const bool is_switch = argument == "--help" || argument == "-h" || argument == "--mute";
-        if (is_switch) {
-            (argument == "--mute" ? result.options.faults.mute : result.options.help) = true;
+        if (bool* const flag = find_switch(argument, result.options); flag != nullptr) {
+            *flag = true;
             continue;
         }
         if (number_option == nullptr && name != "--log") {
@@ -116,6 +126,7 @@ const char* vehicle_help() {
            "                      runs by frames, 100 ms each, instead of by the clock\n"
            "  --capacity AH       charge of the battery at the start, 0 to 100 (default 100)\n"
            "  --help              this text\n"
+           "  --version           the program's version\n"
            "\n"
            "Faults of the line:\n"
            "  --mute              no replies\n"

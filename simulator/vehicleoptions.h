@@ -16,6 +16,7 @@ namespace simulator {
 /// What the command line asks for.
 struct VehicleOptions {
     bool help = false;                  ///< print the help text and end
+    bool version = false;               ///< print the version and end
     std::string log_file;               ///< where the log goes; empty is standard output
     std::optional<std::uint32_t> seed;  ///< makes the run repeatable
     double capacity_ah = 100;           ///< charge of the battery at the start

@@ -1,6 +1,7 @@
 // Shows the curves of a plotting feed, such as plot_feed's, in a window.
 //
 //     plot_view [--picture FILE] PORT
+//     plot_view --version
 //
 // Receives batches of plotting messages by UDP on PORT (0: a free one, which it prints). With --picture it
 // saves the window's picture to FILE when the feed stops the client, and ends.
@@ -11,13 +12,16 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <span>
 
 #include "examples/plot_view/curveview.h"
 #include "nodevik/util/udpserver.h"
+#include "program/standardoptions.h"
 
 namespace {
 
+constexpr const char* version_option = "--version";
 constexpr int longest_datagram = 65535;
 
 unsigned local_port(const udpserver& endpoint) {
@@ -40,6 +44,10 @@ void receive(udpserver& endpoint, CurveView& view) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], version_option) == 0) {  // answered without a display too
+        program::print_version();
+        return 0;
+    }
     const QApplication application(argc, argv);
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Draws the curves of a plotting feed."));
@@ -48,6 +56,9 @@ int main(int argc, char** argv) {
                                      QStringLiteral("Save a picture to <file> when the feed stops, and end."),
                                      QStringLiteral("file"));
     parser.addOption(picture);
+    const QCommandLineOption version(QLatin1String(version_option).mid(2),
+                                     QStringLiteral("Displays the version, if it is the only option."));
+    parser.addOption(version);
     parser.addPositionalArgument(QStringLiteral("port"), QStringLiteral("UDP port to receive on, 0: any"));
     parser.process(application);
     bool valid = false;
