@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "simulator/vehicleprotocol.h"
@@ -23,6 +24,9 @@ struct FaultPlan {
     int split_pause_ms = 5;           ///< time between two of these writes
     int every = 1;                    ///< only each n-th reply is hit, the first one that is being the n-th
     std::optional<int> hang_up = {};  ///< the line is hung up after this many frames
+    int random_percent = 0;  ///< share of the replies that one fault, drawn at random, hits, 0 to 100
+    std::optional<int> lose_frame = {};  ///< the frame of this number is lost: no log, no reply
+    std::optional<int> lose_reply = {};  ///< the reply of this number is lost, though the log tells of it
 };
 
 /// A part of a reply that goes out in one write.
@@ -34,22 +38,45 @@ struct Piece {
 };
 
 /// Applies a plan to one reply after the other.
+///
+/// A reply that a random fault hits has this fault alone, whatever else the plan says; the fault's kind and size
+/// are drawn anew for each:
+///
+/// | Told as            | The reply                                                              |
+/// |--------------------|------------------------------------------------------------------------|
+/// | muted              | does not come                                                          |
+/// | short N            | ends after N bytes, 1 to 38                                            |
+/// | split N pause MS   | comes in N writes, 2 to 13, with 1 to 15 ms between two                 |
+/// | garbage N          | follows N random bytes, 1 to 120                                       |
+/// | delayed MS         | comes 1 to 150 ms late                                                 |
 class ReplyFaults {
 public:
-    /// @param seed  starts the random bytes: the same seed gives the same ones
+    /// @param seed  starts the random bytes and faults: the same seed gives the same ones
     ReplyFaults(const FaultPlan& plan, std::uint32_t seed) : plan_(plan), random_(seed) {}
 
     /// The writes that remain of the next reply, in order of time. Empty when it is muted or cut to nothing.
     std::vector<Piece> apply(const ReplyFrame& reply);
 
+    /// The random fault that hit the last reply, in the words above; empty when none did.
+    const std::string& random_fault() const { return random_fault_; }
+
+    /// Whether the frame of this number, counted from 1, is lost on its way to the controller.
+    bool loses_frame(int number) const { return plan_.lose_frame == number; }
+
+    /// Whether the reply to the frame of this number, counted from 1, is lost behind the log's back.
+    bool loses_reply(int number) const { return plan_.lose_reply == number; }
+
     /// Whether the line is to be hung up now that @p frames frames have come.
     bool hangs_up(int frames) const { return plan_.hang_up && frames >= *plan_.hang_up; }
 
 private:
-    std::vector<std::uint8_t> garbage();
+    FaultPlan draw_fault();
+    int draw(int lowest, int highest);
+    std::vector<std::uint8_t> garbage(int count);
 
     FaultPlan plan_;
     std::mt19937 random_;
+    std::string random_fault_;
     int replies_ = 0;
 };
 

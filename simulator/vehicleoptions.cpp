@@ -39,6 +39,12 @@ constexpr NumberOption number_options[] = {
      [](VehicleOptions& options, std::int64_t n) { options.faults.every = static_cast<int>(n); }},
     {"--hang-up", 1, most_frames,
      [](VehicleOptions& options, std::int64_t n) { options.faults.hang_up = static_cast<int>(n); }},
+    {"--random", 0, 100,
+     [](VehicleOptions& options, std::int64_t n) { options.faults.random_percent = static_cast<int>(n); }},
+    {"--lose-frame", 1, most_frames,
+     [](VehicleOptions& options, std::int64_t n) { options.faults.lose_frame = static_cast<int>(n); }},
+    {"--lose-reply", 1, most_frames,
+     [](VehicleOptions& options, std::int64_t n) { options.faults.lose_reply = static_cast<int>(n); }},
 };
 
 const NumberOption* find_number_option(std::string_view name) {
@@ -136,7 +142,12 @@ const char* vehicle_help() {
            "  --split N           the reply is spread over N writes, 1 to 39\n"
            "  --split-pause MS    time between two of these writes (default 5)\n"
            "  --every N           the faults above hit only every N-th reply (default 1)\n"
-           "  --hang-up N         hang the line up after N frames and end\n";
+           "  --hang-up N         hang the line up after N frames and end\n"
+           "  --random PERCENT    of the replies PERCENT are hit by one fault of random kind and size: "
+           "muted,\n"
+           "                      short, split, garbage or delayed; a line of the log tells which\n"
+           "  --lose-frame N      the N-th frame is lost on its way: neither logged nor answered\n"
+           "  --lose-reply N      the reply to the N-th frame is logged, but does not go out\n";
 }
 
 }  // namespace simulator

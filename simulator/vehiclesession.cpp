@@ -78,7 +78,10 @@ void VehicleSession::take_bytes() {
     for (const std::uint8_t byte : line_.receive()) {
         const std::optional<CommandFrame> frame = reader_.take(byte);
         if (frame && !hung_up_) {
-            answer(*frame);
+            ++frames_;
+            if (!faults_.loses_frame(frames_)) {
+                answer(*frame);
+            }
         }
     }
 }
@@ -95,10 +98,14 @@ void VehicleSession::answer(const CommandFrame& frame) {
     const Clock::time_point now = Clock::now();
     for (Piece& piece : faults_.apply(encode_reply(telemetry))) {
         all.insert(all.end(), piece.bytes.begin(), piece.bytes.end());
-        sendings_.push_back({.due = now + milliseconds(piece.after_ms), .bytes = std::move(piece.bytes)});
+        if (!faults_.loses_reply(frames_)) {
+            sendings_.push_back({.due = now + milliseconds(piece.after_ms), .bytes = std::move(piece.bytes)});
+        }
+    }
+    if (!faults_.random_fault().empty()) {
+        log_.line("fault " + faults_.random_fault());
     }
     log_.line(describe(all, telemetry));
-    ++frames_;
     if (faults_.hangs_up(frames_)) {
         hung_up_ = true;
         line_.hang_up();
