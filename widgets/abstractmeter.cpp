@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "widgets/accessiblegauges.h"
 #include "widgets/functions.h"
 
 namespace {
@@ -34,7 +35,9 @@ bool isSame(const QFont& one, const QFont& other) {
 
 }  // namespace
 
-AbstractMeter::AbstractMeter(QWidget* parent) : WidgetWithBackground(parent) {}
+AbstractMeter::AbstractMeter(QWidget* parent) : WidgetWithBackground(parent) {
+    makeGaugesAccessible();
+}
 
 void AbstractMeter::setMinimum(double minimum) {
     if (!isProperRange(minimum, m_maximum)) {
@@ -89,11 +92,13 @@ void AbstractMeter::setDigitFont(const QFont& font) {
 void AbstractMeter::setPrefix(const QString& prefix) {
     m_prefix = prefix;
     updateWithBackground();
+    tellValueTextChanged(*this);
 }
 
 void AbstractMeter::setSuffix(const QString& suffix) {
     m_suffix = suffix;
     updateWithBackground();
+    tellValueTextChanged(*this);
 }
 
 void AbstractMeter::setValue(int value) {
@@ -102,6 +107,7 @@ void AbstractMeter::setValue(int value) {
     }
     m_value = value;
     update();
+    tellValueChanged(*this);
     // Each overload emits its own type first.
     Q_EMIT valueChanged(value);
     Q_EMIT valueChanged(static_cast<double>(value));
@@ -113,6 +119,7 @@ void AbstractMeter::setValue(double value) {
     }
     m_value = value;
     update();
+    tellValueChanged(*this);
     Q_EMIT valueChanged(value);
     Q_EMIT valueChanged(truncated(value));
 }

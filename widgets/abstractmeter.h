@@ -61,6 +61,8 @@ public:
     QString prefix() const { return m_prefix; }
     /// @return text after the value
     QString suffix() const { return m_suffix; }
+    /// @return prefix, value and suffix as the gauge shows them
+    QString valueText() const;
 
     /// Requests the lower end and rounds the drawn scale anew. The background is painted again only if the
     /// drawn scale changed.
@@ -119,9 +121,6 @@ protected:
     ///
     /// @return true when the drawn scale changed
     bool calcMaxMin();
-
-    /// @return prefix, value and suffix as the gauge shows them
-    QString valueText() const;
 
     /// @return the font of the value text, its unset attributes those of the widget's font
     const QFont& valueTextFont();

@@ -1,8 +1,11 @@
 #include "widgets/led.h"
 
+#include <QEvent>
 #include <QPainter>
 #include <QPen>
 #include <QRadialGradient>
+
+#include "widgets/accessiblegauges.h"
 
 namespace {
 
@@ -25,6 +28,7 @@ QColor withSaturation(const QColor& color, double factor) {
 
 Led::Led(QWidget* parent) : WidgetWithBackground(parent) {
     resize(default_side, default_side);
+    makeGaugesAccessible();
 }
 
 void Led::setColor(const QColor& color) {
@@ -33,17 +37,27 @@ void Led::setColor(const QColor& color) {
 }
 
 void Led::setChecked(bool checked) {
+    const bool was_lit = isLit();
     m_checked = checked;
     updateWithBackground();
+    if (isLit() != was_lit) {
+        tellLampSwitched(*this);
+    }
     Q_EMIT checkChanged(m_checked);
+}
+
+void Led::changeEvent(QEvent* event) {
+    WidgetWithBackground::changeEvent(event);
+    if (event->type() == QEvent::EnabledChange && m_checked) {
+        tellLampSwitched(*this);
+    }
 }
 
 void Led::paintEvent(QPaintEvent*) {
     {
         QPainter painter(this);
         initCoordinateSystem(painter);
-        const bool lit = m_checked && isEnabled();
-        painter.setBrush(lit ? m_color : withSaturation(m_color, off_saturation));
+        painter.setBrush(isLit() ? m_color : withSaturation(m_color, off_saturation));
         // The outline stays the foreground colour's thin line: panels are drawn for lamps with a dark edge.
         [[maybe_unused]] const QPen outline(withSaturation(m_color, outline_saturation), 3.0);
         // One pixel at any size: in logical units a small lamp's edge would be too thin to see.

@@ -29,6 +29,8 @@ public:
 
     /// @return whether the lamp is checked: it is lit if it is enabled, too
     bool isChecked() const { return m_checked; }
+    /// @return whether the lamp is on: checked and enabled
+    bool isLit() const { return m_checked && isEnabled(); }
     /// @return the lamp's colour when it is on
     QColor color() const { return m_color; }
 
@@ -44,6 +46,9 @@ Q_SIGNALS:
     void checkChanged(bool val);
 
 protected:
+    /// Tells accessibility clients when enabling or disabling switched the lamp.
+    void changeEvent(QEvent* event) override;
+
     /// Draws the disc, and the highlight over it.
     void paintEvent(QPaintEvent* event) override;
 
