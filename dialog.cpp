@@ -78,6 +78,7 @@ Dialog::Dialog(QWidget* parent, std::string device)
     ui->Browser_Kauha->setText(QString::number(start_bucket));
     setFixedSize(narrow_width, low_height);
     LuoYhteydet();
+    NimeaMittarit();
 }
 
 Dialog::~Dialog() = default;
@@ -101,6 +102,17 @@ void Dialog::LuoYhteydet() {
     // The telemetry crosses threads by this type name; its stream operators come with the type.
     qRegisterMetaType<uint8_t>("uint8_t");
     connect(&cthread, &ControlThread::LahetaArvot, this, &Dialog::VastaanotaArvot);
+}
+
+// By these names screen readers tell the gauges and lamps, whose captions are pictures' neighbours and no more.
+void Dialog::NimeaMittarit() {
+    ui->thermometer->setAccessibleName(tr("Akun jännite"));
+    ui->Nopeus_manometer->setAccessibleName(tr("Moottorin kierrosnopeus"));
+    ui->RedLed->setAccessibleName(tr("Portti kiinni"));
+    ui->GreenLed->setAccessibleName(tr("Portti auki"));
+    ui->SendLed->setAccessibleName(tr("Lähettää"));
+    ui->ReceiveLed->setAccessibleName(tr("Vastaanottaa"));
+    ui->FixLed->setAccessibleName(tr("Yhteys"));
 }
 
 void Dialog::LueKaasu(int KaasuLuku) {
@@ -198,6 +210,7 @@ void Dialog::changeEvent(QEvent* event) {
     QDialog::changeEvent(event);
     if (event->type() == QEvent::LanguageChange) {
         ui->retranslateUi(this);
+        NimeaMittarit();
     }
 }
 

@@ -136,6 +136,7 @@ private:
     friend class DialogTest;  // reads what nothing shows, such as the drive mode
 
     void LuoYhteydet();
+    void NimeaMittarit();
     void TallennaPaikka(const QMouseEvent* event);
     bool OnOhjauslevylla() const;
     void Ohjaa(int SuuntaLuku);
