@@ -1,0 +1,97 @@
+# The Debian packages: one for each component, all with one version and one maintainer.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "Ohjauspaneeli developers <developers@ohjauspaneeli.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # the first line of each description
+set(CPACK_DEBIAN_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_RELEASE 0local1)  # older than a package of this version in Debian itself
+set(debian_version ${CPACK_DEBIAN_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
+set(CPACK_DEBIAN_PACKAGE_SOURCE ohjauspaneeli)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL panel nodevik nodevik-dev tools)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/finish.cmake)
+string(TIMESTAMP debian_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+
+# What the programs need of the system is found by dpkg-shlibdeps; of the library they need the very version that they
+# were built with.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/nodevik)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+
+set(CPACK_DEBIAN_PANEL_PACKAGE_NAME ohjauspaneeli)
+set(CPACK_DEBIAN_PANEL_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PANEL_PACKAGE_SUGGESTS ohjauspaneeli-tools)
+set(CPACK_COMPONENT_PANEL_DEPENDS nodevik)
+set(CPACK_DEBIAN_PANEL_DESCRIPTION "control panel of a remote-controlled work vehicle
+With this window an operator drives a small work vehicle over a serial line:
+throttle, direction and bucket with sliders or by dragging the mouse over a
+steering pad, the motor with a switch. It shows what the vehicle answers on
+dials, bars and lamps, and a line that falls silent at once.
+.
+The panel speaks Finnish. A panel that ends while it drives leaves the vehicle
+at rest.")
+
+set(CPACK_DEBIAN_NODEVIK_PACKAGE_NAME libnodevik${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_NODEVIK_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_NODEVIK_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
+set(CPACK_DEBIAN_NODEVIK_DESCRIPTION "CANopen master library over exchangeable CAN drivers
+nodevik exchanges process data with the nodes of a CAN bus, reads and writes
+their object dictionaries (SDO), commands their state (NMT), gives the beat
+(SYNC) and guards them, as CiA 301 says. The bus is reached through a driver,
+which a program can exchange for one of its own.
+.
+Beside the master stand Linux utilities for such programs: a serial line, a
+realtime timer, threads, keyboard, mouse and lamp input events, a UDP endpoint,
+terminal sequences and a directory lister.
+.
+This package holds the shared library that programs need at run time.")
+
+set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_NAME libnodevik-dev)
+set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_SUGGESTS "ohjauspaneeli-tools, pkg-config")
+set(CPACK_COMPONENT_NODEVIK-DEV_DEPENDS nodevik)
+set(CPACK_DEBIAN_NODEVIK-DEV_DESCRIPTION "CANopen master library over exchangeable CAN drivers - development files
+nodevik exchanges process data with the nodes of a CAN bus, reads and writes
+their object dictionaries (SDO), commands their state (NMT), gives the beat
+(SYNC) and guards them, as CiA 301 says. Beside the master stand Linux
+utilities for such programs.
+.
+This package holds what programs that use the library are built with: headers,
+a CMake package, a pkg-config file and examples.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ohjauspaneeli-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS ohjauspaneeli)
+set(CPACK_COMPONENT_TOOLS_DEPENDS nodevik)
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "simulators and tools for the vehicle panel and for CANopen
+vehicle-simulator plays the vehicle at the far end of the panel's serial line,
+node-simulator plays CANopen nodes behind CAN over UDP, both with faults on
+request.
+.
+The tools read and write objects of a CANopen node, list and change its process
+data objects, show what passes on a bus, and draw the curves of a plotting
+feed in a window.")
+
+# The documentation that each package must have.
+foreach(component ${CPACK_COMPONENTS_ALL})
+    string(TOUPPER ${component} key)
+    set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME})
+    install(FILES debian/copyright DESTINATION ${documentation} COMPONENT ${component})
+    ohjauspaneeli_install_compressed(debian/changelog.in changelog.Debian ${documentation} ${component})
+    ohjauspaneeli_install_compressed(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog ${documentation} ${component})
+endforeach()
+
+# The examples that are no tools show the library's use.
+foreach(example control_loop cyclic_exchange key_state list_directory plot_feed)
+    install(FILES ${PROJECT_SOURCE_DIR}/examples/${example}.cpp
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libnodevik-dev/examples COMPONENT nodevik-dev)
+endforeach()
+
+include(CPack)
