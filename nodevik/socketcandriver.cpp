@@ -47,7 +47,7 @@ constexpr std::size_t transmit_errors = 6;
 constexpr std::size_t receive_errors = 7;
 
 /// A text that has the interface's name filled in.
-using Text = std::array<char, 300>;
+using Text = std::array<char, 400>;
 
 /// What the number of an error means where it occurs, and what to do; '@' stands for the interface's name.
 struct explanation {
@@ -56,11 +56,15 @@ struct explanation {
 };
 
 constexpr const char* no_permission =
-    "permission missing: a container, sandbox or security module keeps this program from CAN sockets; allow "
-    "it the address families AF_CAN and AF_NETLINK";
+    "permission is missing, a container, sandbox or security module keeps this program from it: allow it the "
+    "socket families AF_CAN and AF_NETLINK";
 constexpr const char* no_can_support =
     "this kernel has no CAN support: load it as root with 'modprobe can-raw', or use a kernel that has "
     "CONFIG_CAN_RAW";
+constexpr const char* no_interface =
+    "there is no interface @: plug its adapter in, load its driver, or look for its name with 'ip link'";
+constexpr const char* not_can =
+    "interface @ is not a CAN interface: look for one with 'ip link show type can' or '... type vcan'";
 constexpr const char* interface_down = "interface @ is down: bring it up as root with 'ip link set @ up'";
 constexpr const char* no_bit_rate =
     "interface @ is down and has no bit rate: bring it up as root with 'ip link set @ up type can bitrate "
@@ -68,14 +72,11 @@ constexpr const char* no_bit_rate =
 constexpr const char* interface_gone =
     "interface @ is gone, its adapter unplugged or its driver unloaded: open it again when it is back";
 constexpr const char* controller_bus_off =
-    "the controller of @ is bus-off, off the bus after too many failed transmissions: check wiring, "
-    "termination and bit rate, then restart it as root with 'ip link set @ type can restart', or once and "
-    "for "
-    "all with 'ip link set @ down; ip link set @ up type can restart-ms 100'";
+    "interface @ is bus-off, its controller has left the bus after too many failed transmissions: check "
+    "wiring, termination and bit rate, then restart it as root with 'ip link set @ type can restart'";
 constexpr const char* queue_full =
-    "the transmit queue of @ is full: check that another node is on the bus, with the same bit rate, to "
-    "acknowledge the frames; for longer bursts make the queue longer as root with 'ip link set @ txqueuelen "
-    "1000'";
+    "the transmit queue of @ is full: check that another node is on the bus, at the same bit rate, to "
+    "acknowledge the frames; for longer bursts lengthen it as root with 'ip link set @ txqueuelen 1000'";
 
 constexpr std::array socket_errors = {
     explanation{EAFNOSUPPORT, no_can_support},
@@ -83,17 +84,12 @@ constexpr std::array socket_errors = {
     explanation{EPERM, no_permission},
     explanation{EACCES, no_permission},
 };
-constexpr const char* no_interface =
-    "there is no interface @: plug its adapter in, load its driver, or look for its name with 'ip link'";
 constexpr std::array interface_errors = {
     explanation{ENODEV, no_interface},
     explanation{ENXIO, no_interface},
     explanation{EPERM, no_permission},
     explanation{EACCES, no_permission},
 };
-constexpr const char* not_can =
-    "interface @ is not a CAN interface: look for one with 'ip link show type can' or 'ip link show type "
-    "vcan'";
 constexpr std::array bind_errors = {
     explanation{ENODEV, not_can},
     explanation{EPERM, no_permission},
@@ -335,18 +331,18 @@ bool SocketCanDriver::adopt_name(const char* interface) {
 bool SocketCanDriver::open_sockets() {
     bus_socket.reset(socket(AF_CAN, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, CAN_RAW));
     if (bus_socket.get() < 0) {
-        return open_failed("socket", explain(errno, socket_errors));
+        return open_failed("socket() : ", explain(errno, socket_errors));
     }
     constexpr can_err_mask_t every_error = CAN_ERR_MASK;
     constexpr int on = 1;
     if (!set_option(bus_socket.get(), SOL_CAN_RAW, CAN_RAW_ERR_FILTER, every_error) ||
         !set_option(bus_socket.get(), SOL_SOCKET, SO_TIMESTAMPNS, on) ||
         !set_option(bus_socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on)) {
-        return open_failed("setsockopt", explain(errno, socket_errors));
+        return open_failed("setsockopt() : ", explain(errno, socket_errors));
     }
     link_socket.reset(open_link_socket());
     if (link_socket.get() < 0) {
-        return open_failed("socket", explain(errno, socket_errors));
+        return open_failed("socket() : ", explain(errno, socket_errors));
     }
     return true;
 }
@@ -355,13 +351,13 @@ bool SocketCanDriver::open_sockets() {
 bool SocketCanDriver::bind_to_interface() {
     index = static_cast<int>(if_nametoindex(name.data()));
     if (index == 0) {
-        return open_failed("if_nametoindex", explain(errno, interface_errors));
+        return open_failed("if_nametoindex() : ", explain(errno, interface_errors));
     }
     sockaddr_can address{};
     address.can_family = AF_CAN;
     address.can_ifindex = index;
     if (bind(bus_socket.get(), generic(address), sizeof address) < 0) {
-        return open_failed("bind", explain(errno, bind_errors));
+        return open_failed("bind() : ", explain(errno, bind_errors));
     }
     return true;
 }
@@ -370,7 +366,7 @@ bool SocketCanDriver::bind_to_interface() {
 bool SocketCanDriver::check_link(unsigned int speed) const {
     can_link link;
     if (const int code = ask_can_link(link_socket.get(), index, link); code != 0) {
-        return open_failed("send", explain(code, interface_errors));
+        return open_failed("rtnetlink : ", explain(code, interface_errors));
     }
     if (speed != 0 && link.bitrate != 0 && speed != link.bitrate) {
         show_error(
@@ -403,10 +399,9 @@ void SocketCanDriver::print_link(const can_link& link) const {
     }
 }
 
-/// Reports why open() fails, with the call that failed if one did.
-bool SocketCanDriver::open_failed(const char* call, const char* pattern) const {
-    show_error("socketCanDriver::open() - %s%s%s\n", call, *call != '\0' ? "() : " : "",
-               fill_in(pattern, name.data()).data());
+/// Reports why open() fails, after the step that failed if one did.
+bool SocketCanDriver::open_failed(const char* step, const char* pattern) const {
+    show_error("socketCanDriver::open() - %s%s\n", step, fill_in(pattern, name.data()).data());
     return false;
 }
 

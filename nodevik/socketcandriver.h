@@ -206,7 +206,7 @@ private:
     bool bind_to_interface();
     bool check_link(unsigned int speed) const;
     void print_link(const can_link& link) const;
-    bool open_failed(const char* call, const char* pattern) const;
+    bool open_failed(const char* step, const char* pattern) const;
 
     int fetch(unsigned int& ID, unsigned int& length, unsigned char* data);
     int take(const can_frame& frame, unsigned int& ID, unsigned int& length, unsigned char* data);
