@@ -347,8 +347,8 @@ TEST_F(SocketCanOpen, EveryOtherFailureIsToldInTheSystemsWords) {
     };
     for (const auto& [function, told] : steps) {
         can_kernel().errors = {{function, ENOMEM}};
-        EXPECT_EQ(output_of_open("can0", 0, false, 0), "Virhe: socketCanDriver::open() - " + told +
-                                                           "() : " + std::strerror(ENOMEM) + "\n\n= -1\n");
+        EXPECT_EQ(output_of_open("can0", 0, false, 0),
+                  "Virhe: socketCanDriver::open() - " + told + " : " + std::strerror(ENOMEM) + "\n\n= -1\n");
     }
 }
 
