@@ -1,0 +1,79 @@
+"""The rooms of the tree and who includes whom, from the includes as they stand in the sources."""
+
+import collections
+import os
+import re
+
+ROOMS = (
+    ("the application", "", "main, panel, link to the vehicle, terminal window"),
+    ("widgets/", "widgets", "the drawn gauges"),
+    ("nodevik/", "nodevik", "the fieldbus library"),
+    ("nodevik/util/", "nodevik/util", "the Linux utilities"),
+    ("simulator/", "simulator", "the other ends of the lines"),
+    ("examples/", "examples", "short programs that use the library"),
+    ("docs/gallery/", "docs/gallery", "what the guides' pictures need"),
+)
+_INCLUDE = re.compile(r'^#include ([<"])([^">]+)[">]', re.MULTILINE)
+_PROMOTED = re.compile(r"<header>([^<]+)</header>")
+_QT = re.compile(r"^Q[A-Za-z]")
+_LINUX = re.compile(r"\.h$")
+
+
+def room_of(path):
+    """The room that a file belongs to, by the longest matching directory; None for what is no room."""
+    directory = os.path.dirname(path)
+    names = [room[1] for room in ROOMS]
+    if directory == "" or directory in names:
+        return directory
+    return next((name for name in names if name and directory.startswith(name + "/")), None)
+
+
+def files_of(root):
+    """The sources of all rooms, relative to the root."""
+    found = []
+    for _, room, _ in ROOMS:
+        for directory, below, names in os.walk(os.path.join(root, room)):
+            if room in ("", "nodevik", "widgets", "simulator", "nodevik/util"):
+                below.clear()
+            for name in names:
+                if name.endswith((".h", ".cpp", ".ui")):
+                    found.append(os.path.relpath(os.path.join(directory, name), root))
+    return sorted(found)
+
+
+def edges_of(root):
+    """(room, room, "Qt" or "Linux") -> number of includes from the one into the other, those of forms too."""
+    edges = collections.Counter()
+    for path in files_of(root):
+        with open(os.path.join(root, path), encoding="utf-8") as file:
+            text = file.read()
+        here = room_of(path)
+        headers = _INCLUDE.findall(text) + [('"', header) for header in _PROMOTED.findall(text)]
+        for there in (_where(kind, header) for kind, header in headers):
+            if there is not None and there != here:
+                edges[here, there] += 1
+    return edges
+
+
+def _where(kind, header):
+    """What an include leads to; None for the standard library and the code that the build makes of a form."""
+    if kind == "<":
+        return "Qt" if _QT.match(header) else "Linux" if _LINUX.search(header) else None
+    return None if header.startswith("ui_") else room_of(header)
+
+
+def dot(root):
+    """The picture in the language of graphviz: an arrow for each pair of rooms, thicker for more includes."""
+    lines = ["digraph rooms {",
+             '    graph [rankdir=TB, nodesep=0.4, ranksep=0.55, fontname="DejaVu Sans", tooltip="Rooms"];',
+             '    node [shape=box, style="rounded,filled", fillcolor="#fff7ed", color="#c2410c", '
+             'fontname="DejaVu Sans", fontsize=11, margin="0.2,0.1"];',
+             '    edge [color="#6b7280", fontname="DejaVu Sans", fontsize=9, fontcolor="#374151"];']
+    for title, room, words in ROOMS:
+        lines.append(f'    "{room}" [label="{title}\\n{words}"];')
+    for name, words in (("Qt", "Qt 6 Widgets"), ("Linux", "Linux and C: termios, sockets, timers, threads, ...")):
+        lines.append(f'    "{name}" [label="{words}", fillcolor="#f3f4f6", color="#6b7280"];')
+    lines.append('    {rank=sink; "Qt"; "Linux";}')
+    for (here, there), count in sorted(edges_of(root).items()):
+        lines.append(f'    "{here}" -> "{there}" [label="{count}", penwidth={1 + min(count, 20) / 10:.1f}];')
+    return "\n".join(lines + ["}", ""])
