@@ -1,0 +1,34 @@
+"""The picture of the rooms against the includes as they stand, and the includes against the rooms' order."""
+
+import os
+import sys
+import unittest
+
+import markdown
+
+sys.path.insert(0, os.path.join(markdown.ROOT, "script", "lib"))
+
+from draw import rooms  # noqa: E402
+
+APPLICATION, WIDGETS, LIBRARY, UTILITIES = "", "widgets", "nodevik", "nodevik/util"
+
+
+class Rooms(unittest.TestCase):
+    maxDiff = None
+
+    def test_the_picture_shows_the_includes_of_today(self):
+        """script/pictures rooms makes it anew."""
+        self.assertEqual(markdown.read("docs/pictures/rooms.dot"), rooms.dot(markdown.ROOT))
+
+    def test_dependencies_run_downwards(self):
+        edges = rooms.edges_of(markdown.ROOT)
+        self.assertGreater(edges[APPLICATION, WIDGETS], 0)
+        self.assertGreater(edges[APPLICATION, UTILITIES], 0)
+        for here, there in ((LIBRARY, "Qt"), (UTILITIES, "Qt"), ("simulator", "Qt"), (LIBRARY, WIDGETS),
+                            (LIBRARY, APPLICATION), (UTILITIES, APPLICATION), (WIDGETS, APPLICATION),
+                            (WIDGETS, LIBRARY), (WIDGETS, UTILITIES), ("simulator", APPLICATION)):
+            self.assertEqual(edges[here, there], 0, f"{here} includes {there}")
+
+
+if __name__ == "__main__":
+    unittest.main()
