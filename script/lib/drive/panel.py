@@ -70,19 +70,20 @@ def pad_drag(x, y):
 
 
 class Panel:
-    """A running panel on a screen, with a device (or "none") as its serial line."""
+    """A running panel on a screen, with a device (or "none") as its serial line, and perhaps more environment."""
 
-    def __init__(self, program, screen, line):
+    def __init__(self, program, screen, line, environment=None):
         self._program = program
         self._screen = screen
         self._line = line
+        self._environment = environment or {}
 
     def __enter__(self):
         self._directory = tempfile.mkdtemp(prefix="panel-")
         environment = {name: value for name, value in os.environ.items()
                        if not name.startswith("QT_") and name not in ("WAYLAND_DISPLAY", "SESSION_MANAGER")}
         environment.update(DISPLAY=self._screen.display, QT_QPA_PLATFORM="xcb", XDG_RUNTIME_DIR=self._directory,
-                           HOME=self._directory, LC_ALL="C.UTF-8")
+                           HOME=self._directory, LC_ALL="C.UTF-8", **self._environment)
         self._xdotool_environment = dict(os.environ, DISPLAY=self._screen.display)
         self._client = None
         try:
