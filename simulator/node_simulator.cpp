@@ -1,7 +1,7 @@
-// CANopen nodes on a simulated bus behind CAN-over-UDP.
+// CANopen nodes on a simulated bus behind CAN-over-UDP or on a CAN interface.
 
 #include <cstdio>
-#include <system_error>
+#include <stdexcept>
 
 #include "program/standardoptions.h"
 #include "simulator/nodeoptions.h"
@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     }
     try {
         return node_simulator::NodeSession(options).run();
-    } catch (const std::system_error& failure) {
+    } catch (const std::runtime_error& failure) {
         std::fprintf(stderr, "node-simulator: %s\n", failure.what());
         return usage_status;
     }

@@ -67,6 +67,11 @@ std::string store_peer(std::string_view text, NodeOptions& options) {
     return {};
 }
 
+std::string store_can(std::string_view text, NodeOptions& options) {
+    options.can_interface = text;
+    return text.empty() ? "--can needs the name of an interface" : "";
+}
+
 std::string store_log(std::string_view text, NodeOptions& options) {
     options.log_file = text;
     return text.empty() ? "--log needs the name of a file" : "";
@@ -109,7 +114,7 @@ struct TextOption {
     Store store;
 };
 constexpr std::array text_options{TextOption{"--nodes", store_nodes}, TextOption{"--peer", store_peer},
-                                  TextOption{"--log", store_log}};
+                                  TextOption{"--can", store_can}, TextOption{"--log", store_log}};
 
 // An option without a value.
 struct Switch {
@@ -192,6 +197,9 @@ const char* node_help() {
            "  --peer HOST:PORT    where frames go, an IPv4 address (default: to the last sender; the nodes "
            "are\n"
            "                      switched on when the first frame arrives)\n"
+           "  --can INTERFACE     the nodes are on this CAN interface instead; --listen and --peer have no "
+           "meaning\n"
+           "                      and the first line is \"can INTERFACE\"\n"
            "  --log FILE          write each frame to FILE: seconds, in or out, identifier, length, data\n"
            "  --heartbeat MS      heartbeat time of every node, 0 to 65535 (default 0, none)\n"
            "  --sync MS           the first node produces SYNC with this period (default 0, not)\n"
@@ -200,7 +208,9 @@ const char* node_help() {
            "  --run COMMAND ...   run the command against the nodes and end with it, with its status;\n"
            "                      in its arguments {node} stands for the nodes' port and {master} for the "
            "port\n"
-           "                      that frames go to, without --peer a free one on 127.0.0.1\n"
+           "                      that frames go to, without --peer a free one on 127.0.0.1; with --can, "
+           "{can}\n"
+           "                      stands for the interface\n"
            "  --help              this text\n"
            "  --version           the program's version\n"
            "\n"

@@ -23,6 +23,7 @@ struct NodeOptions {
     std::vector<std::uint8_t> nodes{1};  ///< node numbers, each 1 to 127, no two alike
     std::uint16_t listen_port = 5001;    ///< UDP port on 127.0.0.1; 0 lets the system pick one
     std::optional<sockaddr_in> peer;     ///< where frames go; none: to the last sender
+    std::string can_interface;           ///< CAN interface that the nodes are on; empty: they are behind UDP
     std::string log_file;                ///< where the frames are logged; empty: nowhere
     FaultSettings faults;
     std::uint16_t heartbeat_ms = 0;    ///< heartbeat time of every node; 0 none

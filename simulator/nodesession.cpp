@@ -1,21 +1,20 @@
 #include "simulator/nodesession.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <fstream>
 #include <system_error>
 
 #include "simulator/nodeconsole.h"
+#include "simulator/socketcanlink.h"
+#include "simulator/udplink.h"
 
 namespace node_simulator {
 
@@ -33,47 +32,8 @@ Time monotonic_us() {
     return static_cast<Time>(now.tv_sec) * 1'000'000 + static_cast<Time>(now.tv_nsec) / 1000;
 }
 
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-// The socket calls take every address family through the one generic type.
-const sockaddr* generic(const sockaddr_in& address) {
-    return reinterpret_cast<const sockaddr*>(&address);
-}
-sockaddr* generic(sockaddr_in& address) {
-    return reinterpret_cast<sockaddr*>(&address);
-}
-
 [[noreturn]] void fail(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
-}
-
-// A datagram socket on a loopback port.
-int bound_socket(std::uint16_t port) {
-    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (descriptor < 0) {
-        fail("cannot open a socket");
-    }
-    const sockaddr_in address = loopback(port);
-    if (bind(descriptor, generic(address), sizeof address) < 0) {
-        const int reason = errno;
-        close(descriptor);
-        errno = reason;
-        fail("cannot receive on port " + std::to_string(port));
-    }
-    return descriptor;
-}
-
-std::uint16_t port_of(int descriptor) {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    getsockname(descriptor, generic(address), &length);
-    return ntohs(address.sin_port);
 }
 
 // The signals of a session come through a descriptor, between two frames.
@@ -86,32 +46,27 @@ sigset_t session_signals() {
     return set;
 }
 
+// Where the options want the nodes.
+std::unique_ptr<NodeLink> make_link(const NodeOptions& options) {
+    if (!options.can_interface.empty()) {
+        return std::make_unique<SocketCanLink>(options.can_interface);
+    }
+    return std::make_unique<UdpLink>(options.listen_port, options.peer);
+}
+
 int signal_descriptor() {
     const sigset_t set = session_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-void replace_all(std::string& text, const std::string& what, const std::string& by) {
-    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
-        text.replace(at, what.size(), by);
-    }
-}
-
 }  // namespace
-
-Descriptor::~Descriptor() {
-    if (number_ >= 0) {
-        close(number_);
-    }
-}
 
 NodeSession::NodeSession(const NodeOptions& options)
     : options_(options),
       bus_(options.faults),
-      socket_(bound_socket(options.listen_port)),
+      link_(make_link(options)),
       signals_(signal_descriptor()),
-      peer_(options.peer),
       started_(monotonic_us()) {
     if (!options_.log_file.empty()) {
         log_.reset(std::fopen(options_.log_file.c_str(), "we"));
@@ -140,10 +95,10 @@ NodeSession::~NodeSession() {
 }
 
 int NodeSession::run() {
-    std::printf("port %u\n", static_cast<unsigned>(port_of(socket_.get())));
+    std::printf("%s\n", link_->announcement().c_str());
     std::fflush(stdout);
     if (!options_.command.empty()) {
-        choose_master_port();
+        link_->expect_command();
         start_command();
     }
     reads_commands_ = options_.command.empty();
@@ -154,19 +109,10 @@ int NodeSession::run() {
     return *status_;
 }
 
-// Without a peer, frames go to a port that nobody uses: the command will bind it.
-void NodeSession::choose_master_port() {
-    if (!peer_) {
-        const Descriptor probe(bound_socket(0));
-        peer_ = loopback(port_of(probe.get()));
-    }
-}
-
 void NodeSession::start_command() {
     std::vector<char*> arguments;
     for (std::string& argument : options_.command) {
-        replace_all(argument, "{node}", std::to_string(port_of(socket_.get())));
-        replace_all(argument, "{master}", std::to_string(ntohs(peer_->sin_port)));
+        link_->fill_in(argument);
         arguments.push_back(argument.data());
     }
     arguments.push_back(nullptr);
@@ -185,24 +131,9 @@ void NodeSession::start_command() {
     }
 }
 
-// Whether some program has bound the port that frames go to (proc(5), /proc/net/udp).
-bool NodeSession::master_listens() const {
-    std::ifstream table("/proc/net/udp");
-    std::array<char, 8> port;
-    std::snprintf(port.data(), port.size(), ":%04X", static_cast<unsigned>(ntohs(peer_->sin_port)));
-    std::string line;
-    while (std::getline(table, line)) {
-        const std::size_t local = line.find(':', line.find(':') + 1);
-        if (local != std::string::npos && line.compare(local, 5, port.data()) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // The boot-up messages are for somebody: the nodes wait until they can be heard.
 bool NodeSession::can_be_heard(Time now) const {
-    return peer_ && (command_ == 0 || master_listens() || now >= started_ + master_patience_us);
+    return link_->has_peer() && (command_ == 0 || link_->is_heard() || now >= started_ + master_patience_us);
 }
 
 void NodeSession::switch_on(Time now) {
@@ -229,7 +160,7 @@ void NodeSession::serve() {
 
 // Sleeps until a frame, a command, a signal or the bus's next deadline comes.
 void NodeSession::wait() const {
-    std::array<pollfd, 3> entries{{{socket_.get(), POLLIN, 0},
+    std::array<pollfd, 3> entries{{{link_->descriptor(), POLLIN, 0},
                                    {signals_.get(), POLLIN, 0},
                                    {reads_commands_ ? STDIN_FILENO : -1, POLLIN, 0}}};
     const Time now = monotonic_us();
@@ -263,20 +194,13 @@ bool NodeSession::receive_frames() {
 }
 
 bool NodeSession::receive_frame() {
-    std::array<std::uint8_t, 64> room;
-    sockaddr_in from{};
-    socklen_t from_length = sizeof from;
-    const ssize_t count =
-        recvfrom(socket_.get(), room.data(), room.size(), MSG_DONTWAIT, generic(from), &from_length);
-    if (count < 0) {
+    std::optional<CanFrame> frame;
+    if (!link_->receive(frame)) {
         return false;
-    }
-    if (!options_.peer && command_ == 0) {
-        peer_ = from;
     }
     const Time now = monotonic_us();
     switch_on(now);
-    if (const auto frame = from_datagram(std::span(room).first(static_cast<std::size_t>(count)))) {
+    if (frame) {
         log("in ", *frame, now);
         bus_.receive(*frame, now);
         send_frames();
@@ -287,12 +211,11 @@ bool NodeSession::receive_frame() {
 void NodeSession::send_frames() {
     const Time now = monotonic_us();
     while (const std::optional<CanFrame> frame = bus_.take(now)) {
-        if (!peer_) {
+        if (!link_->has_peer()) {
             continue;  // nobody has been heard yet
         }
         log("out", *frame, now);
-        const auto datagram = to_datagram(*frame);
-        sendto(socket_.get(), datagram.data(), datagram.size(), 0, generic(*peer_), sizeof *peer_);
+        link_->send(*frame);
     }
 }
 
