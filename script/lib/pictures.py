@@ -149,8 +149,8 @@ class Pictures:
         diagram.moment(ms(read, zero), 1, f"read: {read.count} bytes", above=False)
         diagram.bar(ms(read, zero), ms(end, zero), 1, "")
         diagram.moment(ms(end, zero), 1, "10 ms later: reports,\nwrites the next frame", above=False, level=1)
-        diagram.arrow(ms(end, zero), 1, ms(end, zero) + 1, 0)
-        diagram.moment(ms(end, zero) + 1, 0, f"shows the values, counter {read.count},\nblinks both lamps")
+        diagram.arrow(ms(end, zero), 1, ms(end, zero), 0)
+        diagram.moment(ms(end, zero), 0, f"shows the values, counter {read.count},\nblinks both lamps")
         diagram.span(0, ms(end, zero), f"{ms(end, zero):.1f} ms from frame to frame")
         diagram.write(self.path("link-cycle.svg"))
 
@@ -183,9 +183,10 @@ class Pictures:
             if moment.what == "read":
                 diagram.moment(at, 1, f"read {moment.count}", above=False, level=0)
                 if counter:
-                    diagram.moment(at + 10, 0, f"counter {moment.count}" +
+                    reported = ms(write_after(panel, moment), zero)
+                    diagram.moment(reported, 0, f"counter {moment.count}" +
                                    (",\nlamp off" if moment.count == 0 else ""))
-                    diagram.arrow(at + 10, 1, at + 10, 0)
+                    diagram.arrow(reported, 1, reported, 0)
             elif moment.what == "write":
                 diagram.moment(at, 1, "" if frames else "frame", above=True)
         for moment in vehicle:
@@ -326,6 +327,11 @@ def is_raw(descriptor):
 
 def first(moments, what):
     return next(moment for moment in moments if moment.what == what)
+
+
+def write_after(moments, read):
+    """The write that ends the cycle of a read: the report to the window comes just before it."""
+    return next((moment for moment in moments if moment.what == "write" and moment.time_s > read.time_s), read)
 
 
 def ms(moment, zero_s):
