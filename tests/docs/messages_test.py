@@ -16,7 +16,7 @@ NO_MESSAGES = ("nodevik/canopendecode.cpp", "nodevik/util/vt100.cpp", "nodevik/u
 # The simulators' help texts, logs, and what their nodes contain, stand beside their messages.
 # The panel's own texts are names of its gauges for assistive technology, which the operator's guide has.
 ONLY_ONE_WAY = ("simulator/", "dialog.cpp")
-SCRIPTS = ("script/run", "script/bootstrap", "script/lib/with-line")
+SCRIPTS = ("script/run", "script/bootstrap", "script/package", "script/pictures", "script/lib/with-line")
 
 # Texts with a blank in them that no operator reads as a message.
 NO_TROUBLE = re.compile(r"^(symbolic link|regular file|block device|character device|Analog Barmeter"
