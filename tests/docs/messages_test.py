@@ -112,7 +112,7 @@ class Messages(unittest.TestCase):
         missing = sorted({f"{name}: {text}" for name, text in printed() if must_be_listed(name, text)
                           if not any(pattern.fullmatch(text) for pattern in patterns)
                           if not all(piece in spans for piece in pieces(text))})
-        self.assertEqual(missing, [])
+        self.assertEqual(missing, [], f"list them in {PAGE}")
 
     def test_literals_are_joined_and_made_plain(self):
         source = 'show_error("it is %u of "\n           "%s\\n", a, b);  // "no"\n'

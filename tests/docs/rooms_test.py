@@ -17,8 +17,8 @@ class Rooms(unittest.TestCase):
     maxDiff = None
 
     def test_the_picture_shows_the_includes_of_today(self):
-        """script/pictures rooms makes it anew."""
-        self.assertEqual(markdown.read("docs/pictures/rooms.dot"), rooms.dot(markdown.ROOT))
+        self.assertEqual(markdown.read("docs/pictures/rooms.dot"), rooms.dot(markdown.ROOT),
+                         "make it anew: script/pictures rooms")
 
     def test_dependencies_run_downwards(self):
         edges = rooms.edges_of(markdown.ROOT)
