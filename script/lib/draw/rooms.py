@@ -75,5 +75,7 @@ def dot(root):
     for name, words in (("Qt", "Qt 6 Widgets"), ("Linux", "Linux and C: termios, sockets, timers, threads, ...")):
         lines.append(f'    "{name}" [label="{words}", fillcolor="#f3f4f6", color="#6b7280"];')
     lines.append('    {rank=sink; "Qt"; "Linux";}')
-    lines += [f'    "{here}" -> "{there}";' for here, there in sorted(edges_of(root))]
+    for here, there in sorted(edges_of(root)):
+        upwards = there != "" and here.startswith(there + "/")
+        lines.append(f'    "{here}" -> "{there}"{" [constraint=false, style=dashed]" if upwards else ""};')
     return "\n".join(lines + ["}", ""])

@@ -1,5 +1,4 @@
-#!/usr/bin/env python3
-"""Turns a Markdown page of the guides into what Doxygen understands: script/lib/reference-page PAGE
+"""Turns a Markdown page of the guides into what Doxygen understands: python3 script/lib/reference_page.py PAGE
 
 Headings get the anchors that other renderers give them, links to anchors and headers become references, links out of the
 reference become plain text, and code spans that Doxygen would misread become HTML.
