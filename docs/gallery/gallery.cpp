@@ -9,7 +9,6 @@
 #include <QImage>
 #include <QPainter>
 #include <QString>
-#include <QTimer>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -127,7 +126,7 @@ int main(int argc, char** argv) {
     if (deed == "terminal") {
         MainWindow window(nullptr, argv[2]);
         window.show();
-        QTimer::singleShot(0, &window, [&window] { print_places(window); });
+        print_places(window);
         return QApplication::exec();
     }
     std::fputs("usage: gallery gauges DIRECTORY | terminal DEVICE\n", stderr);

@@ -1,7 +1,7 @@
 """Turns a Markdown page of the guides into what Doxygen understands: python3 script/lib/reference_page.py PAGE
 
-Headings get the anchors that other renderers give them, links to anchors and headers become references, links out of the
-reference become plain text, and code spans that Doxygen would misread become HTML.
+Headings get the anchors that other renderers give them, links to anchors and headers become references, links out of
+the reference become plain text, and code spans that Doxygen would misread become HTML.
 """
 
 import os

@@ -29,7 +29,9 @@ LIMIT_S = 300
 PRELUDE = """#include <cstdlib>
 inline unsigned port_of(const char* name) { return static_cast<unsigned>(std::atoi(std::getenv(name))); }
 """
-WITH_PORTS = 'MASTER_PORT=$1 NODE_PORT=$2; export MASTER_PORT NODE_PORT; shift 2; "$@"; echo "ports $MASTER_PORT $NODE_PORT"'
+WITH_PORTS = """MASTER_PORT=$1 NODE_PORT=$2; export MASTER_PORT NODE_PORT; shift 2
+"$@"; echo "ports $MASTER_PORT $NODE_PORT"
+"""
 
 
 class Program:
@@ -58,8 +60,8 @@ class Program:
         how = re.fullmatch(r"run(?: with node-simulator ?(.*))?", self.block.comment)
         command = [program]
         if "with" in self.block.comment:
-            command = [NODE_SIMULATOR, "--listen", "0", *shlex.split(how.group(1)), "--run", "/bin/sh", "-c", WITH_PORTS,
-                       "sh", "{master}", "{node}", program]
+            command = [NODE_SIMULATOR, "--listen", "0", *shlex.split(how.group(1)), "--run", "/bin/sh", "-c",
+                       WITH_PORTS, "sh", "{master}", "{node}", program]
         done = subprocess.run(command, cwd=room, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True,
                               timeout=LIMIT_S, check=False)
         return self._plain(done.stdout)
