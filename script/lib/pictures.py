@@ -5,6 +5,7 @@ import contextlib
 import os
 import pty
 import subprocess
+import sys
 import tempfile
 import termios
 import time
@@ -118,6 +119,8 @@ class Pictures:
                     panel.close()
                     panel.wait()
                 moments = recording.read_trace(trace)
+                if not any(moment.what == "write" for moment in moments):
+                    raise RuntimeError("strace has recorded nothing: a container may forbid ptrace")
                 return moments, recording.vehicle_moments(vehicle.events(), moments)
 
     def _draw_opening(self, panel, vehicle):
@@ -361,7 +364,11 @@ def main():
         if kind not in kinds:
             parser.error(f"there is no kind of picture '{kind}'")
         begin = time.monotonic()
-        getattr(pictures, kind)()
+        try:
+            getattr(pictures, kind)()
+        except (TimeoutError, RuntimeError, OSError, subprocess.CalledProcessError) as failure:
+            print(f"pictures: {kind}: {failure}", file=sys.stderr)
+            return 1
         print(f"pictures: {kind} ({time.monotonic() - begin:.1f} s)")
     return 0
 
