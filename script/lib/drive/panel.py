@@ -70,10 +70,13 @@ def pad_drag(x, y):
 
 
 class Panel:
-    """A running panel on a screen, with a device (or "none") as its serial line, and perhaps more environment."""
+    """A running panel on a screen, with a device (or "none") as its serial line, and perhaps more environment.
 
-    def __init__(self, program, screen, line, environment=None):
-        self._program = program
+    `preload` is a library that is preloaded into the panel, and into nothing that is run on the way to it.
+    """
+
+    def __init__(self, program, screen, line, environment=None, preload=None):
+        self._command = ["env", "LD_PRELOAD=" + preload, program] if preload else [program]
         self._screen = screen
         self._line = line
         self._environment = environment or {}
@@ -89,7 +92,7 @@ class Panel:
         try:
             self._out = open(os.path.join(self._directory, "out"), "w+")
             self._err = open(os.path.join(self._directory, "err"), "w+")
-            self.child = process.start([WITH_LINE, self._line, self._program], env=environment, stdout=self._out,
+            self.child = process.start([WITH_LINE, self._line] + self._command, env=environment, stdout=self._out,
                                        stderr=self._err)
             self._client = XClient(self._screen.display)
             self.window = process.wait_until(self._find_window, lambda: "the panel's window: " + self.errors())

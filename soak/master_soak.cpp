@@ -1,0 +1,144 @@
+// A long run of the CANopen master against simulated nodes that vanish and return; see mastersoak.h.
+//
+//     master-soak --simulator FILE --directory DIR [--seed N] [--seconds S | --cycles N] [--period-ms MS]
+//                 [--lose-frame N] [--leak]
+//
+// Leaves its figures in DIR/figures, one a line, name and number, and "problem TEXT" when something went wrong; then
+// it ends with status 1.
+
+#include <charconv>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "soak/mastersoak.h"
+
+namespace {
+
+using soak::MasterFigures;
+using soak::MasterOptions;
+
+constexpr int usage_status = 2;
+
+struct Figure {
+    const char* name;
+    std::uint64_t MasterFigures::*value;
+};
+constexpr Figure figures[] = {
+    {"cycles", &MasterFigures::cycles},
+    {"worst_gap_us", &MasterFigures::worst_gap_us},
+    {"pdos_sent", &MasterFigures::pdos_sent},
+    {"pdos_arrived", &MasterFigures::pdos_arrived},
+    {"pdo_values", &MasterFigures::pdo_values},
+    {"sdo_done", &MasterFigures::sdo_done},
+    {"sdo_bytes", &MasterFigures::sdo_bytes},
+    {"sdo_failed_away", &MasterFigures::sdo_failed_away},
+    {"sdo_failed_present", &MasterFigures::sdo_failed_present},
+    {"sdo_late", &MasterFigures::sdo_late},
+    {"guarded", &MasterFigures::guarded},
+    {"missed", &MasterFigures::missed},
+    {"vanished", &MasterFigures::vanished},
+    {"returned", &MasterFigures::returned},
+    {"reappeared", &MasterFigures::reappeared},
+    {"kills", &MasterFigures::kills},
+};
+
+struct Footprint {
+    const char* name;
+    long MasterFigures::*value;
+};
+constexpr Footprint footprints[] = {
+    {"memory_start_kib", &MasterFigures::memory_start_kib},
+    {"memory_end_kib", &MasterFigures::memory_end_kib},
+    {"descriptors_start", &MasterFigures::descriptors_start},
+    {"descriptors_end", &MasterFigures::descriptors_end},
+};
+
+template <typename Number>
+bool parse(std::string_view text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return !text.empty() && error == std::errc() && end == text.data() + text.size();
+}
+
+bool store(std::string_view name, std::string_view value, MasterOptions& options) {
+    if (name == "--simulator") {
+        options.simulator = value;
+        return true;
+    }
+    if (name == "--directory") {
+        options.directory = value;
+        return true;
+    }
+    return (name == "--seed" && parse(value, options.seed)) ||
+           (name == "--seconds" && parse(value, options.seconds)) ||
+           (name == "--cycles" && parse(value, options.cycles)) ||
+           (name == "--period-ms" && parse(value, options.period_ms)) ||
+           (name == "--lose-frame" && parse(value, options.lose_frame));
+}
+
+bool parse_options(int argc, char** argv, MasterOptions& options) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view name = argv[i];
+        if (name == "--leak") {
+            options.leak = true;
+        } else if (i + 1 == argc || !store(name, argv[++i], options)) {
+            return false;
+        }
+    }
+    return !options.simulator.empty() && !options.directory.empty();
+}
+
+void write_figures(std::FILE* file, const soak::MasterSoak& run) {
+    const auto write = [file](const char* name, auto number) {
+        std::fprintf(file, "%s %s\n", name, std::to_string(number).c_str());
+    };
+    write("frames_asked", run.frames().asked);
+    write("frames_sent", run.frames().sent);
+    write("frames_received", run.frames().received);
+    for (const Figure& figure : figures) {
+        write(figure.name, run.figures().*figure.value);
+    }
+    for (const Footprint& footprint : footprints) {
+        write(footprint.name, run.figures().*footprint.value);
+    }
+}
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    MasterOptions options;
+    if (!parse_options(argc, argv, options)) {
+        std::fputs(
+            "usage: master-soak --simulator FILE --directory DIR [--seed N] [--seconds S | --cycles N]\n"
+            "                   [--period-ms MS] [--lose-frame N] [--leak]\n",
+            stderr);
+        return usage_status;
+    }
+    const std::unique_ptr<std::FILE, CloseFile> file(
+        std::fopen((options.directory + "/figures").c_str(), "we"));
+    if (!file) {
+        std::perror(options.directory.c_str());
+        return usage_status;
+    }
+    try {
+        soak::MasterSoak run(options);
+        int status = 0;
+        try {
+            run.run();
+        } catch (const std::exception& failure) {
+            std::fprintf(file.get(), "problem %s\n", failure.what());
+            status = 1;
+        }
+        write_figures(file.get(), run);
+        return status;
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "master-soak: %s\n", failure.what());
+        return usage_status;
+    }
+}

@@ -1,0 +1,354 @@
+"""The long runs of script/soak: that they run, and that each of their checks can fail.
+
+Run by ctest, one class at a time; by hand with the environment that tests/soak/CMakeLists.txt sets.
+"""
+
+import argparse
+import inspect
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+sys.path.insert(0, os.path.join(ROOT, "script", "lib"))
+
+from drive.vehicle import frame  # noqa: E402
+from soaking import master as master_run  # noqa: E402
+from soaking.figures import Footprint, Report, Tail, growth  # noqa: E402
+from soaking.journal import JournalCheck  # noqa: E402
+from soaking.ledger import Ledger, stray_frames  # noqa: E402
+
+# A sanitizer holds freed memory back, and a busy machine leaves nobody a turn for a while: the short runs here are about
+# everything else.
+NO_LIMITS = ["--memory-allowance", "1000000", "--longest-gap", "600"]
+
+
+def run_soak(kind, *arguments):
+    """Runs script/lib/soak.py; returns what became of it, its artefacts and the figures that it printed."""
+    directory = tempfile.TemporaryDirectory(prefix="soak-")
+    artefacts = os.path.join(directory.name, "artefacts")
+    programs = [word for name in ("panel", "witness", "vehicle", "master", "nodes")
+                for word in ("--" + name, os.environ["SOAK_" + name.upper()]) if "SOAK_" + name.upper() in os.environ]
+    done = subprocess.run([sys.executable, "-B", os.path.join(ROOT, "script", "lib", "soak.py"), kind, "--artefacts",
+                           artefacts] + NO_LIMITS + programs + list(arguments),
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+    figures = {name.strip(): float(value.replace(",", ""))
+               for name, value in re.findall(r"^  (\S.*?|  of these .*?)  +([0-9,.]+)", done.stdout, re.M)}
+    return done, directory, figures
+
+
+class Panel(unittest.TestCase):
+    def test_short_run_loses_nothing(self):
+        done, directory, figures = run_soak("panel", "--seed", "5", "--deeds", "30")
+        with directory:
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+            self.assertIn("nothing lost, nothing grown, nothing hung", done.stdout)
+            self.assertIn("seed 5", done.stdout)
+            self.assertGreater(figures["frames asked for"], 100)
+            self.assertEqual(figures["frames asked for"], figures["frames sent"])
+            self.assertEqual(figures["frames sent"], figures["frames received by the vehicle"])
+            self.assertGreater(figures["set-point changes, all of which arrived"], 20)
+            self.assertGreater(figures["openings of the port"], 3)
+            for kind in ("muted", "short", "split", "garbage", "delayed"):
+                self.assertGreater(figures["of these " + kind], 0, kind)
+            self.assertEqual(figures["reply bytes given to the line"] - figures["reply bytes taken by the panel"],
+                             figures["reply bytes still on their way at a closing"])
+            self.assertEqual(sorted(os.listdir(os.path.join(directory.name, "artefacts"))),
+                             ["footprints", "line.log", "screen.png", "vehicle.log"])
+
+    def test_a_frame_that_is_lost_is_found(self):
+        done, directory, _ = run_soak("panel", "--seed", "5", "--deeds", "3", "--vehicle-option=--lose-frame",
+                                      "--vehicle-option=20")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stdout, "FAIL: ")
+            self.assertIn("logs and pictures are in", done.stderr)
+            self.assertTrue(os.path.exists(os.path.join(directory.name, "artefacts", "screen.png")))
+
+    def test_a_reply_that_is_lost_is_found(self):
+        done, directory, _ = run_soak("panel", "--seed", "5", "--deeds", "3", "--vehicle-option=--lose-reply",
+                                      "--vehicle-option=20")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: the panel took other bytes from the line than the vehicle gave", done.stdout)
+
+    def test_a_vehicle_that_goes_is_found(self):
+        done, directory, _ = run_soak("panel", "--seed", "5", "--deeds", "3", "--vehicle-option=--hang-up",
+                                      "--vehicle-option=30")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: ", done.stdout)
+            self.assertNotIn("Traceback", done.stderr)
+
+
+class Master(unittest.TestCase):
+    def test_short_run_loses_nothing(self):
+        done, directory, figures = run_soak("master", "--seed", "5", "--cycles", "200", "--period-ms", "0")
+        with directory:
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+            self.assertIn("nothing lost, nothing grown, nothing hung", done.stdout)
+            self.assertEqual(figures["frames asked for"], figures["frames sent"])
+            self.assertEqual(figures["frames sent"], figures["of these heard by the nodes"] +
+                             figures["of these sent while no nodes were there"])
+            self.assertEqual(figures["frames sent by the nodes"], figures["of these received"])
+            self.assertEqual(figures["values in them, all as they were set"], 4 * figures["PDOs received"])
+            self.assertEqual(figures["SDO transfers failed with nodes present"], 0)
+            self.assertEqual(figures["nodes returned"], figures["returns seen by the master"])
+            self.assertGreaterEqual(figures["nodes returned"], 20)
+            self.assertGreaterEqual(figures["kills of all nodes at once"], 2)
+            self.assertGreater(figures["SDO transfers done"], 20)
+            self.assertGreater(figures["SDO transfers failed with nodes away"], 1)
+
+    def test_a_frame_that_is_lost_is_found(self):
+        # After three for each of the five nodes comes the first PDO.
+        done, directory, _ = run_soak("master", "--cycles", "50", "--period-ms", "0", "--master-option=--lose-frame",
+                                      "--master-option=16")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: the inputs of node 1 are not what its outputs were set to", done.stdout)
+            self.assertIn("FAIL: in their life 1 the nodes heard", done.stdout)
+
+    def test_descriptors_that_leak_are_found(self):
+        done, directory, _ = run_soak("master", "--cycles", "300", "--period-ms", "0", "--master-option=--leak")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: open descriptors grew from", done.stdout)
+
+    def test_nodes_that_do_not_start_are_told(self):
+        done, directory, _ = run_soak("master", "--cycles", "10", "--nodes", "/bin/false")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: the nodes do not start", done.stdout)
+
+
+class Account(unittest.TestCase):
+    """The account of the vehicle's line."""
+
+    def setUp(self):
+        self.ledger = Ledger()
+
+    def feed(self, *lines):
+        """Lines of the vehicle's log begin with "v ", those of the witness with "w "."""
+        for line in lines:
+            (self.ledger.vehicle if line.startswith("v ") else self.ledger.witness)("1.0 " + line[2:])
+
+    def test_frames_that_agree(self):
+        self.feed("w opened 9", "v opened", "w wrote 4 4 00 67 6e 50", "v received 00 67 6e 50 throttle 0")
+        self.assertTrue(self.ledger.frames_agree())
+        self.assertEqual((self.ledger.asked, self.ledger.sent, self.ledger.received), (1, 1, 1))
+        self.assertEqual(self.ledger.problems, [])
+
+    def test_a_missing_frame(self):
+        self.feed("w opened 9", "v opened", "w wrote 4 4 00 67 6e 50", "w wrote 4 4 01 67 6e 50",
+                  "v received 01 67 6e 50 throttle 1")
+        self.assertFalse(self.ledger.frames_agree())
+        self.assertEqual(self.ledger.problems, ["the panel sent 00 67 6e 50, the vehicle received 01 67 6e 50"])
+
+    def test_a_frame_still_on_its_way(self):
+        self.feed("w opened 9", "v opened", "w wrote 4 4 00 67 6e 50")
+        self.assertFalse(self.ledger.frames_agree())
+        self.assertEqual(self.ledger.problems, [])
+
+    def test_a_frame_that_the_line_did_not_take(self):
+        self.feed("w opened 9", "w wrote 4 2 00 67 6e 50")
+        self.assertEqual((self.ledger.asked, self.ledger.sent), (1, 0))
+        self.assertEqual(self.ledger.problems, ["the line took 2 of the 4 bytes of a frame"])
+
+    def test_replies_in_whatever_parts(self):
+        self.feed("w opened 9", "v opened", "v replied 3 bytes 01 02 03 speed 0", "w read 1 01", "w read 0",
+                  "w read 4 02 03 04 05", "v replied 2 bytes 04 05 speed 0", "v muted speed 0")
+        self.assertEqual(self.ledger.problems, [])
+        self.assertEqual((self.ledger.given, self.ledger.taken, self.ledger.replies), (5, 5, 3))
+
+    def test_a_wrong_byte_of_a_reply(self):
+        self.feed("w opened 9", "v opened", "v replied 3 bytes 01 02 03 speed 0", "w read 2 01 03")
+        self.assertEqual(self.ledger.problems, ["the panel took other bytes from the line than the vehicle gave"])
+
+    def test_more_bytes_than_were_given(self):
+        self.feed("w opened 9", "v opened", "v replied 1 bytes 01 speed 0", "w read 2 01 02", "w closed 9", "v closed")
+        self.assertEqual(self.ledger.problems, ["the panel took more bytes from the line than the vehicle gave"])
+
+    def test_a_closing_may_leave_bytes_behind_and_the_next_opening_find_some_of_them(self):
+        for found, good in (("", True), ("02", True), ("02 03", True), ("03", False), ("02 04", False)):
+            self.ledger = Ledger()
+            self.feed("w opened 9", "v opened", "v replied 3 bytes 01 02 03 speed 0", "w read 1 01", "w closed 9",
+                      "v closed", "w opened 9", "v opened", "v replied 2 bytes 11 12 speed 0",
+                      f"w read {len(found.split()) + 2} {found} 11 12")
+            self.assertEqual(not self.ledger.problems, good, found)
+
+    def test_ends_that_are_told_of_at_different_times(self):
+        self.feed("w opened 9", "w read 1 01", "w closed 9", "w opened 9", "w read 1 11", "v opened",
+                  "v replied 1 bytes 01 speed 0", "v closed", "v opened", "v replied 1 bytes 11 speed 0")
+        self.assertEqual(self.ledger.problems, [])
+        self.assertEqual(self.ledger.openings, 2)
+
+    def test_what_was_given_until_now_has_been_taken(self):
+        self.feed("w opened 9", "v opened", "v replied 2 bytes 01 02 speed 0", "w read 1 01")
+        opening = self.ledger.opening()
+        position = opening.position()
+        self.assertFalse(opening.has_taken(position))
+        self.feed("v replied 1 bytes 03 speed 0", "w read 1 02")
+        self.assertTrue(opening.has_taken(position))
+        self.assertFalse(opening.has_taken(opening.position()))
+
+    def test_what_the_panel_shows(self):
+        reply = ["00"] * 39
+        reply[21] = "3f"
+        self.feed("w opened 9", "v opened", "v replied 39 bytes " + " ".join(reply) + " speed 0",
+                  "w read 39 " + " ".join(reply))
+        self.assertEqual((self.ledger.capacity, self.ledger.last_count), (63, 39))
+        self.feed("v replied 19 bytes " + " ".join(["07"] * 19), "w read 19 " + " ".join(["07"] * 19))
+        self.assertEqual((self.ledger.capacity, self.ledger.last_count), (63, 19))
+
+    def test_faults_are_counted_by_kind(self):
+        self.feed("v opened", "v fault short 7", "v fault short 9", "v fault split 3 pause 2")
+        self.assertEqual(dict(self.ledger.faults), {"short": 2, "split": 1})
+
+    def test_the_worst_gap_lies_within_an_opening(self):
+        for line in ("1.0 opened", "1.5 received 00 67 6e 50", "2.0 received 00 67 6e 50", "2.1 closed", "9.0 opened",
+                     "9.1 received 00 67 6e 50", "9.9 received 00 67 6e 50"):
+            self.ledger.vehicle(line)
+        self.assertAlmostEqual(self.ledger.worst_gap_s, 0.8)
+
+    def test_frames_that_nobody_asked_for(self):
+        old, new = frame(10, 100, 50, "P"), frame(20, 120, 60, "Q")
+        mixed = frame(20, 100, 50, "P")
+        between = frame(15, 100, 60, "P")
+        self.assertEqual(stray_frames([old, new, mixed], [old, new]), [])
+        self.assertEqual(stray_frames([between], [old, new]), [between])
+        self.assertEqual(stray_frames([between], [old, new], sweep=True), [])
+        beyond = frame(21, 100, 60, "P")
+        self.assertEqual(stray_frames([beyond], [old, new], sweep=True), [beyond])
+
+
+class Journal(unittest.TestCase):
+    """The master's journal against the nodes' logs."""
+
+    GOOD = {"master.log": ["life 1 begins", "in  000 2 01 00", "out 701 1 00", "in  080 0", "life 1 ends", "in  080 0",
+                           "out 181 1 05", "life 2 begins", "in  081 0", "life 2 ends"],
+            "nodes.1.log": ["     0.000001 out 701 1 00", "     0.000002 in  000 2 01 00", "     0.000003 in  080 0",
+                            "     0.000004 out 181 1 05"],
+            "nodes.2.log": ["     0.000001 in  081 0"]}
+
+    def check(self, changes=None):
+        with tempfile.TemporaryDirectory() as directory:
+            for name, lines in dict(self.GOOD, **(changes or {})).items():
+                with open(os.path.join(directory, name), "w") as file:
+                    file.write("".join(line + "\n" for line in lines))
+            return JournalCheck(directory)
+
+    def test_agree(self):
+        check = self.check()
+        self.assertEqual(check.problems, [])
+        self.assertEqual((check.heard, check.unheard, check.told, check.taken), (3, 1, 2, 2))
+
+    def test_each_missing_changed_or_additional_line_is_found(self):
+        for name, lines in self.GOOD.items():
+            for i, line in enumerate(lines):
+                if line.startswith("life"):
+                    continue
+                silent = name == "master.log" and i == 5  # sent while nobody was there: nothing to hold it against
+                for changed in (lines[:i] + lines[i + 1 :], lines[: i + 1] + lines[i:],
+                                lines[:i] + [line[:-1] + "7"] + lines[i + 1 :]):
+                    self.assertEqual(bool(self.check({name: changed}).problems), not silent, f"{name} {i}: {changed}")
+
+    def test_an_exchanged_pair_is_found(self):
+        lines = list(self.GOOD["nodes.1.log"])
+        lines[1], lines[2] = lines[2], lines[1]
+        self.assertTrue(self.check({"nodes.1.log": lines}).problems)
+
+
+class Judgement(unittest.TestCase):
+    """What the figures are judged by."""
+
+    FIGURES = {"frames_asked": 10, "frames_sent": 10, "heard": 9, "unheard": 1, "frames_received": 4, "told": 4,
+               "sdo_failed_present": 0, "returned": 3, "reappeared": 3, "worst_gap_us": 20000, "memory_start_kib": 4000,
+               "memory_end_kib": 4100, "descriptors_start": 9, "descriptors_end": 9}
+
+    def judge(self, **changes):
+        return master_run.judge(dict(self.FIGURES, **changes), argparse.Namespace(memory_allowance=None, longest_gap=2))
+
+    def test_a_good_run(self):
+        self.assertEqual(self.judge(), [])
+
+    def test_each_fault_is_found(self):
+        for changes in ({"frames_asked": 11}, {"heard": 8}, {"unheard": 0}, {"told": 5}, {"sdo_failed_present": 1},
+                        {"reappeared": 2}, {"worst_gap_us": 2000001}, {"memory_end_kib": 4257}, {"descriptors_end": 10}):
+            self.assertEqual(len(self.judge(**changes)), 1, changes)
+
+    def test_growth_is_told(self):
+        self.assertEqual(growth(Footprint(100, 5), Footprint(150, 5), 50), [])
+        self.assertEqual(growth(Footprint(100, 5), Footprint(90, 4), 0), [])
+        self.assertEqual(growth(Footprint(100, 5), Footprint(151, 6), 50),
+                         ["resident memory grew by 51 KiB, from 100 to 151; 50 KiB are allowed",
+                          "open descriptors grew from 5 to 6"])
+
+    def test_a_process_that_grows_is_seen_to_grow(self):
+        program = ("import sys\nheld = []\n"
+                   "for line in sys.stdin:\n"
+                   "    held += [open('/dev/null'), bytearray(b'x') * 4000000]\n"
+                   "    print(flush=True)\n")
+        with subprocess.Popen([sys.executable, "-c", program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              text=True) as child:
+            footprints = []
+            for _ in range(3):
+                child.stdin.write("\n")
+                child.stdin.flush()
+                child.stdout.readline()
+                footprints.append(Footprint.of(child.pid))
+            child.stdin.close()
+        problems = growth(footprints[0], footprints[2], 4000)
+        self.assertEqual(len(problems), 2, problems)
+
+    def test_a_report_names_what_is_wrong(self):
+        report = Report("a run")
+        report.add("frames", 1234567)
+        report.add("gap", "3.5", "ms")
+        self.assertEqual(report.text(), "a run\n  frames  1,234,567\n  gap           3.5 ms\n"
+                                        "  nothing lost, nothing grown, nothing hung")
+        report.problems.append("a frame is missing")
+        self.assertTrue(report.text().endswith("\n  FAIL: a frame is missing"))
+
+    def test_a_tail_brings_each_line_once_it_is_complete(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path = os.path.join(directory, "log")
+            tail = Tail(path)
+            self.assertEqual(tail.lines(), [])
+            with open(path, "w") as file:
+                for text, lines in (("one\ntw", ["one"]), ("o\n", ["two"]), ("", []), ("three\nfour\n", ["three", "four"])):
+                    file.write(text)
+                    file.flush()
+                    self.assertEqual(tail.lines(), lines)
+            tail.close()
+
+
+class Script(unittest.TestCase):
+    def run_script(self, *arguments):
+        return subprocess.run([os.path.join(ROOT, "script", "soak")] + list(arguments), stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True, check=False)
+
+    def test_tells_its_use(self):
+        done = self.run_script("--help")
+        self.assertEqual(done.returncode, 0)
+        for word in ("panel", "master", "MINUTES", "--seed N"):
+            self.assertIn(word, done.stdout)
+
+    def test_refuses_what_it_does_not_know(self):
+        for arguments in (["fast"], ["1.2.3"], ["."], ["1", "2"], ["panel", "master"], ["--seed"], ["--seed", "x"], [""]):
+            done = self.run_script(*arguments)
+            self.assertEqual(done.returncode, 2, arguments)
+            self.assertTrue(done.stderr.startswith("soak: "), done.stderr)
+
+
+class Cases(unittest.TestCase):
+    def test_all_classes_are_run(self):
+        classes = [name for name, value in inspect.getmembers(sys.modules[__name__], inspect.isclass)
+                   if issubclass(value, unittest.TestCase) and name != "Cases"]
+        self.assertEqual(sorted(os.environ["CASES"].split(",")), sorted(classes))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
