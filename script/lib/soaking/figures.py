@@ -26,7 +26,11 @@ class Tail:
 
 
 class Footprint:
-    """What a process holds: resident memory in KiB (VmRSS of proc(5)) and the number of its open descriptors."""
+    """What a process holds: resident memory in KiB, and the number of its open descriptors.
+
+    The memory is that of the process itself and of its files (RssAnon and RssFile of proc(5)). What it shares with the
+    screen is left out: that is the picture of its window, and as large as the window was when last drawn.
+    """
 
     def __init__(self, memory_kib, descriptors):
         self.memory_kib = memory_kib
@@ -35,7 +39,7 @@ class Footprint:
     @classmethod
     def of(cls, pid):
         with open(f"/proc/{pid}/status") as status:
-            memory_kib = next(int(line.split()[1]) for line in status if line.startswith("VmRSS:"))
+            memory_kib = sum(int(line.split()[1]) for line in status if line.startswith(("RssAnon:", "RssFile:")))
         return cls(memory_kib, len(os.listdir(f"/proc/{pid}/fd")))
 
 

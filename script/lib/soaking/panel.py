@@ -249,7 +249,7 @@ class PanelRun:
         """Drives until the time, or the number of deeds, is over."""
         deeds = {self.press_and_drag: 30, self.pull_a_slider: 12, self.press_with_the_right_button: 8,
                  self.switch_the_motor: 10, self.change_the_drive_mode: 6, self.change_the_panes: 6,
-                 self.look_at_the_set_points: 4, self.close_and_reopen: 6}
+                 self.look_at_the_set_points: 4, self.close_and_reopen: 3}
         self._panel.type_number(on_panel.RATE_BOX, RATE_MS)
         self.open_the_port()
         for deed in list(deeds) * 2:
