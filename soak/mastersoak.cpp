@@ -155,9 +155,7 @@ void MasterSoak::run() {
     for (unsigned i = 0; i < longest_absence; ++i) {
         cycle();
     }
-    bus_->settle();
-    wait_for_frames(0);
-    master_.read_all_messages();
+    drain();
     take_footprint(figures_.memory_end_kib, figures_.descriptors_end);
     driver_.note("life " + std::to_string(bus_->life()) + " ends");
 }
@@ -322,6 +320,38 @@ void MasterSoak::take_footprint(long& memory_kib, long& descriptors) const {
     descriptors = open_descriptors();
 }
 
+// Does a transfer with a node that is there, and tells whether it came to its right end. If not, it was the master's
+// loss, unless the node's answers come only now: then the machine was busy for longer than the master waits.
+template <typename Transfer>
+bool MasterSoak::succeeds(const Node& node, unsigned bytes, Transfer transfer) {
+    const unsigned requests_before = driver_.sdo_requests(node.number);
+    const unsigned answers_before = driver_.sdo_answers(node.number);
+    const bool done = transfer();
+    const unsigned requests = driver_.sdo_requests(node.number) - requests_before;
+    const unsigned answers = driver_.sdo_answers(node.number) - answers_before;
+    if (!done || answers < requests) {
+        drain();  // a late answer would be taken for that to a later request
+    }
+    if (done) {
+        ++figures_.sdo_done;
+        figures_.sdo_bytes += bytes;
+        return true;
+    }
+    if (driver_.sdo_answers(node.number) - answers_before > answers) {
+        ++figures_.sdo_late;
+        return false;
+    }
+    ++figures_.sdo_failed_present;
+    fail("an SDO transfer with node " + std::to_string(node.number) + ", which is there, failed after " +
+         std::to_string(requests) + " requests and " + std::to_string(answers) + " answers");
+}
+
+// Takes all that the nodes have to say to what they were sent.
+void MasterSoak::drain() {
+    bus_->settle();
+    master_.read_all_messages();
+}
+
 void MasterSoak::write_and_read() {
     const Node* node = any(true);
     if (node == nullptr) {
@@ -331,15 +361,14 @@ void MasterSoak::write_and_read() {
     const auto subindex = static_cast<unsigned char>(size);
     const auto mask = size == 4 ? 0xFFFFFFFFU : (1U << (8 * size)) - 1;
     const auto value = static_cast<int>(static_cast<unsigned>(random_()) & mask);
-    unsigned answers = driver_.sdo_answers(node->number);
-    if (!succeeded(*node, master_.sdo_write(node->number, numbers_object, subindex, size, value), answers,
-                   size)) {
-        return;
-    }
+    const bool written = succeeds(*node, size, [&] {
+        return master_.sdo_write(node->number, numbers_object, subindex, size, value) == 0;
+    });
     int back = 0;
-    answers = driver_.sdo_answers(node->number);
-    const int result = master_.sdo_read(node->number, numbers_object, subindex, back);
-    if (succeeded(*node, result, answers, size) && back != value) {
+    const bool read = written && succeeds(*node, size, [&] {
+                          return master_.sdo_read(node->number, numbers_object, subindex, back) == 0;
+                      });
+    if (read && back != value) {
         fail("node " + std::to_string(node->number) + " gave " + std::to_string(back) + " back for " +
              std::to_string(value));
     }
@@ -352,16 +381,15 @@ void MasterSoak::write_and_read_segments() {
     }
     const unsigned size = draw(1, static_cast<unsigned>(written_.size()));
     std::generate_n(written_.begin(), size, [this] { return static_cast<char>(random_()); });
-    unsigned answers = driver_.sdo_answers(node->number);
-    if (!succeeded(*node, master_.sdo_write_segment(node->number, bytes_object, 0, size, written_.data()),
-                   answers, size)) {
-        return;
-    }
+    const bool written = succeeds(*node, size, [&] {
+        return master_.sdo_write_segment(node->number, bytes_object, 0, size, written_.data()) == 0;
+    });
     unsigned length = static_cast<unsigned>(read_.size());
-    answers = driver_.sdo_answers(node->number);
-    const int result = master_.sdo_read_segment(node->number, bytes_object, 0, length, read_.data());
-    if (succeeded(*node, result, answers, size) &&
-        (length != size || !std::equal(written_.begin(), written_.begin() + size, read_.begin()))) {
+    const bool read =
+        written && succeeds(*node, size, [&] {
+            return master_.sdo_read_segment(node->number, bytes_object, 0, length, read_.data()) == 0;
+        });
+    if (read && (length != size || !std::equal(written_.begin(), written_.begin() + size, read_.begin()))) {
         fail("node " + std::to_string(node->number) + " gave " + std::to_string(length) +
              " other bytes back for " + std::to_string(size));
     }
@@ -372,11 +400,11 @@ void MasterSoak::read_what_is_not_there() {
     if (node == nullptr) {
         return;
     }
-    int code = 0;
-    const unsigned answers = driver_.sdo_answers(node->number);
-    const int result = master_.sdo_read(node->number, missing_object, 0, code);
     // The abort is the right end of this transfer.
-    succeeded(*node, result == -1 && code == no_object ? 0 : -1, answers, 0);
+    succeeds(*node, 0, [&] {
+        int code = 0;
+        return master_.sdo_read(node->number, missing_object, 0, code) == -1 && code == no_object;
+    });
 }
 
 void MasterSoak::guard() {
@@ -425,11 +453,18 @@ void MasterSoak::vanish_in_a_transfer() {
     const unsigned size = segments * segment_bytes;
     std::generate_n(written_.begin(), size, [this] { return static_cast<char>(random_()); });
     // The request that opens the transfer, and then one for each segment: some are still to come.
-    driver_.after_sending(draw(1, segments - 2), [this, node] { bus_->off(node->number); });
+    bool gone = false;
+    driver_.after_sending(draw(1, segments - 2), [this, node, &gone] {
+        bus_->off(node->number);
+        gone = true;
+    });
     const int result = master_.sdo_write_segment(node->number, bytes_object, 0, size, written_.data());
     driver_.after_sending(0, {});
     if (result != -1) {
         fail("a transfer in the middle of which the node went ended with " + std::to_string(result));
+    }
+    if (!gone) {  // the machine was too busy for the transfer to come so far
+        bus_->off(node->number);
     }
     ++figures_.sdo_failed_away;
     leaves(*node);
@@ -525,27 +560,6 @@ void MasterSoak::leaves(Node& node) {
         fail("node " + std::to_string(node.number) + " has gone, yet tells its state");
     }
     ++figures_.missed;
-}
-
-// Whether a transfer with a node that is there has come to its right end. If not, it was the master's loss, unless
-// the node's answers come only now: then the machine was busy for longer than the master waits.
-bool MasterSoak::succeeded(const Node& node, int result, unsigned answers_before, unsigned bytes) {
-    if (result == 0) {
-        ++figures_.sdo_done;
-        figures_.sdo_bytes += bytes;
-        return true;
-    }
-    const unsigned answers = driver_.sdo_answers(node.number);
-    bus_->settle();
-    wait_for_frames(0);
-    master_.read_all_messages();
-    const bool late = driver_.sdo_answers(node.number) > answers;
-    ++(late ? figures_.sdo_late : figures_.sdo_failed_present);
-    if (!late) {
-        fail("an SDO transfer with node " + std::to_string(node.number) + ", which is there, ended with " +
-             std::to_string(result) + " after " + std::to_string(answers - answers_before) + " answers");
-    }
-    return false;
 }
 
 // A node that is there, or away, at random; null when there is none.

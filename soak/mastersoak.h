@@ -143,7 +143,9 @@ private:
     void operate(Node& node);
     void await_boot_up(Node& node);
     void leaves(Node& node);
-    bool succeeded(const Node& node, int result, unsigned answers_before, unsigned bytes);
+    template <typename Transfer>
+    bool succeeds(const Node& node, unsigned bytes, Transfer transfer);
+    void drain();
     Node* any(bool present);
     unsigned draw(unsigned lowest, unsigned highest);
     [[noreturn]] void fail(const std::string& what) const;

@@ -11,6 +11,7 @@ namespace {
 constexpr unsigned function_code_mask = 0x780;
 constexpr unsigned node_mask = 0x7F;
 constexpr unsigned sdo_answer_code = 0x580;
+constexpr unsigned sdo_request_code = 0x600;
 constexpr unsigned heartbeat_code = 0x700;
 constexpr unsigned most_bytes = 8;
 
@@ -47,6 +48,7 @@ int WitnessDriver::read(unsigned int& ID, unsigned int& length, unsigned char* d
 
 int WitnessDriver::write(unsigned int cobid, unsigned int length, unsigned char* data, unsigned int flags) {
     ++counts_.asked;
+    sdo_requests_[cobid & node_mask] += (cobid & function_code_mask) == sdo_request_code ? 1 : 0;
     record("in ", cobid, length, data);
     const int result = counts_.asked == lost_frame_ ? 0 : udpDriver::write(cobid, length, data, flags);
     counts_.sent += result == 0 ? 1 : 0;

@@ -47,6 +47,11 @@ public:
     /// @param node  1 to 127
     unsigned sdo_answers(unsigned node) const { return sdo_answers_.at(node); }
 
+    /// Number of SDO requests (0x600 + node) that have been sent to a node.
+    ///
+    /// @param node  1 to 127
+    unsigned sdo_requests(unsigned node) const { return sdo_requests_.at(node); }
+
     /// Adds a line of the program's own to the journal.
     void note(const std::string& line);
 
@@ -70,6 +75,7 @@ private:
     FrameCounts counts_;
     std::array<unsigned, 128> boot_ups_{};
     std::array<unsigned, 128> sdo_answers_{};
+    std::array<unsigned, 128> sdo_requests_{};
     std::function<void()> deed_;
     unsigned frames_until_deed_ = 0;
     std::uint64_t lost_frame_ = 0;
