@@ -42,7 +42,11 @@ def main():
     shutil.rmtree(options.artefacts, ignore_errors=True)
     os.makedirs(options.artefacts)
     print(f"soak {options.kind}: seed {options.seed}", flush=True)
-    report = KINDS[options.kind](options)
+    try:
+        report = KINDS[options.kind](options)
+    except (TimeoutError, RuntimeError, OSError) as failure:
+        print(f"soak: {failure}", file=sys.stderr)
+        return 1
     print(report.text(), flush=True)
     if report.problems:
         print(f"soak: failed; logs and pictures are in {options.artefacts}", file=sys.stderr)

@@ -30,8 +30,8 @@ def run_soak(kind, *arguments):
     """Runs script/lib/soak.py; returns what became of it, its artefacts and the figures that it printed."""
     directory = tempfile.TemporaryDirectory(prefix="soak-")
     artefacts = os.path.join(directory.name, "artefacts")
-    programs = [word for name in ("panel", "witness", "vehicle", "master", "nodes")
-                for word in ("--" + name, os.environ["SOAK_" + name.upper()]) if "SOAK_" + name.upper() in os.environ]
+    programs = [f"--{name}=" + os.environ.get("SOAK_" + name.upper(), "")
+                for name in ("panel", "witness", "vehicle", "master", "nodes")]
     done = subprocess.run([sys.executable, "-B", os.path.join(ROOT, "script", "lib", "soak.py"), kind, "--artefacts",
                            artefacts] + NO_LIMITS + programs + list(arguments),
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
@@ -75,6 +75,18 @@ class Panel(unittest.TestCase):
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertIn("FAIL: the panel took other bytes from the line than the vehicle gave", done.stdout)
 
+    def test_a_gap_between_frames_is_found(self):
+        done, directory, _ = run_soak("panel", "--seed", "5", "--deeds", "3", "--longest-gap", "0.001")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stdout, r"FAIL: no frame came for 0\.\d+ s")
+
+    def test_a_panel_that_does_not_come_up_is_told(self):
+        done, directory, _ = run_soak("panel", "--deeds", "3", "--panel", "/bin/false")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stderr, "^soak: the panel ended with status 1")
+
     def test_a_vehicle_that_goes_is_found(self):
         done, directory, _ = run_soak("panel", "--seed", "5", "--deeds", "3", "--vehicle-option=--hang-up",
                                       "--vehicle-option=30")
@@ -117,6 +129,12 @@ class Master(unittest.TestCase):
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertIn("FAIL: open descriptors grew from", done.stdout)
 
+    def test_a_gap_between_cycles_is_found(self):
+        done, directory, _ = run_soak("master", "--cycles", "10", "--longest-gap", "0.001")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stdout, r"FAIL: no cycle began for 0\.\d+ s")
+
     def test_nodes_that_do_not_start_are_told(self):
         done, directory, _ = run_soak("master", "--cycles", "10", "--nodes", "/bin/false")
         with directory:
@@ -146,6 +164,13 @@ class Account(unittest.TestCase):
                   "v received 01 67 6e 50 throttle 1")
         self.assertFalse(self.ledger.frames_agree())
         self.assertEqual(self.ledger.problems, ["the panel sent 00 67 6e 50, the vehicle received 01 67 6e 50"])
+
+    def test_a_missing_frame_that_is_like_the_others(self):
+        self.feed("w opened 9", "v opened", "w wrote 4 4 00 67 6e 50", "w wrote 4 4 00 67 6e 50",
+                  "v received 00 67 6e 50 throttle 0", "w closed 9")
+        self.assertEqual(self.ledger.problems, [])
+        self.feed("v closed")
+        self.assertEqual(self.ledger.problems, ["in one opening the panel sent 2 frames, the vehicle received 1"])
 
     def test_a_frame_still_on_its_way(self):
         self.feed("w opened 9", "v opened", "w wrote 4 4 00 67 6e 50")

@@ -20,9 +20,10 @@ CAPACITY_RANGE = (0, 100)
 
 
 class Opening:
-    """The replies of one opening of the line: those given, those taken, and those kept from the opening before."""
+    """One opening of the line: how many frames passed, and the replies that were given, taken, and kept from before."""
 
     def __init__(self):
+        self.sent = self.received = 0
         self._kept = None  # unknown until the opening before is settled
         self._given = bytearray()
         self._taken = bytearray()
@@ -145,6 +146,7 @@ class Ledger:
 
     def _received(self, time_s, frame):
         self.received += 1
+        self._giving.received += 1
         self.last_frame = frame
         self._new_frames.append(frame)
         self._arrived.append(frame)
@@ -195,6 +197,7 @@ class Ledger:
             self._fault(f"the line took {result} of the {size} bytes of a frame")
             return
         self.sent += 1
+        self._taking.sent += 1
         self._written.append(data)
 
     # One against the other.
@@ -210,7 +213,8 @@ class Ledger:
         return opening
 
     def _fault(self, text):
-        self.problems.append(text)
+        if not self.problems:  # what follows from it says no more
+            self.problems.append(text)
 
     def _settle(self):
         while self._written and self._arrived:
@@ -227,6 +231,8 @@ class Ledger:
             self._end(opening)
 
     def _end(self, opening):
+        if opening.sent != opening.received:
+            self._fault(f"in one opening the panel sent {opening.sent} frames, the vehicle received {opening.received}")
         rest = opening.rest()
         if rest is None:
             self._fault("the panel took more bytes from the line than the vehicle gave")

@@ -59,7 +59,7 @@ def judge(figures, options):
     if figures["reappeared"] != figures["returned"]:
         problems.append(f"the master has seen {figures['reappeared']} of {figures['returned']} returns")
     if figures["worst_gap_us"] > 1e6 * options.longest_gap:
-        problems.append(f"no cycle began for {figures['worst_gap_us'] / 1e6:.1f} s")
+        problems.append(f"no cycle began for {figures['worst_gap_us'] / 1e6:.3f} s")
     return problems
 
 

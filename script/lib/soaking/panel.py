@@ -2,6 +2,7 @@
 
 import os
 import random
+import subprocess
 import time
 
 from drive import panel as on_panel
@@ -299,7 +300,7 @@ def _handle(rectangle, limits, grows, value):
 
 def _report(run, options, seconds):
     ledger, report = run.ledger, Report(f"soak panel: seed {options.seed}, {seconds / 60:.1f} minutes")
-    report.problems = ledger.problems + run.problems
+    report.problems = list(dict.fromkeys(ledger.problems + run.problems))
     report.add("frames asked for", ledger.asked)
     report.add("frames sent", ledger.sent)
     report.add("frames received by the vehicle", ledger.received)
@@ -321,7 +322,7 @@ def _report(run, options, seconds):
     if ledger.asked != ledger.sent or ledger.sent != ledger.received:
         report.problems.append("frames asked for, sent and received are not the same number")
     if ledger.worst_gap_s > options.longest_gap:
-        report.problems.append(f"no frame came for {ledger.worst_gap_s:.1f} s")
+        report.problems.append(f"no frame came for {ledger.worst_gap_s:.3f} s")
     return report
 
 
@@ -337,7 +338,7 @@ def run(options):
             panel_run = PanelRun(options, screen, vehicle, panel, witness)
             try:
                 panel_run.drive()
-            except (TimeoutError, RuntimeError) as failure:
+            except (TimeoutError, RuntimeError, subprocess.TimeoutExpired) as failure:
                 panel_run.problems.append(str(failure))
                 panel_run.picture()
             finally:
