@@ -25,6 +25,8 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
 set(CPACK_DEBIAN_PANEL_PACKAGE_NAME ohjauspaneeli)
 set(CPACK_DEBIAN_PANEL_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PANEL_PACKAGE_DEPENDS fonts-dejavu-core)
+set(CPACK_DEBIAN_PANEL_PACKAGE_RECOMMENDS xfonts-scalable)  # its headings' family; nothing may depend on X fonts
 set(CPACK_DEBIAN_PANEL_PACKAGE_SUGGESTS ohjauspaneeli-tools)
 set(CPACK_COMPONENT_PANEL_DEPENDS nodevik)
 set(CPACK_DEBIAN_PANEL_DESCRIPTION "control panel of a remote-controlled work vehicle
