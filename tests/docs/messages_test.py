@@ -16,7 +16,9 @@ NO_MESSAGES = ("nodevik/canopendecode.cpp", "nodevik/util/vt100.cpp", "nodevik/u
 # The simulators' help texts, logs, and what their nodes contain, stand beside their messages.
 # The panel's own texts are names of its gauges for assistive technology, which the operator's guide has.
 ONLY_ONE_WAY = ("simulator/", "dialog.cpp")
-SCRIPTS = ("script/run", "script/bootstrap", "script/package", "script/pictures", "script/lib/with-line")
+SCRIPTS = tuple(sorted(os.path.relpath(path, markdown.ROOT)
+                       for pattern in ("script/*", "script/lib/*")
+                       for path in glob.glob(os.path.join(markdown.ROOT, pattern)) if os.path.isfile(path)))
 
 # Texts with a blank in them that no operator reads as a message.
 NO_TROUBLE = re.compile(r"^(symbolic link|regular file|block device|character device|Analog Barmeter"
@@ -51,6 +53,15 @@ def printed():
     return result
 
 
+def script_messages(name):
+    """What a shell script of this name tells on standard error, its own name ahead."""
+    text = markdown.read(name)
+    told = re.findall(r'echo "([\w-]+: [^"$][^"]*)".*>&2', text)
+    told += [f"{os.path.basename(name)}: {words}"
+             for words in re.findall(r'^[^#\n]*\bfail "([^"]+)"', text, re.MULTILINE)]
+    return [re.sub(r"\$\{?\w+\}?", DOTS, message) for message in told]
+
+
 def must_be_listed(name, text):
     """Whether a literal reads like a message: it has words, or it heads a report of perror(3)."""
     if name.startswith(ONLY_ONE_WAY) or NO_TROUBLE.match(text):
@@ -78,6 +89,19 @@ def pieces(message):
     return [part.strip() for part in message.split(DOTS) if len(part.strip()) >= 4]
 
 
+class Listed:
+    """Tells whether a page has a message: as one of those that it lists, or by all its unchanging parts."""
+
+    def __init__(self, page):
+        self._spans = " ".join(re.findall(r"`([^`\n]+)`", page))
+        self._patterns = [re.compile(re.escape(message).replace(DOTS, ".*")) for message in listed(page)
+                          if len(re.findall(r"\w", message)) >= 4]
+
+    def __call__(self, text):
+        return (any(pattern.fullmatch(text) for pattern in self._patterns) or
+                all(piece in self._spans for piece in pieces(text)))
+
+
 def is_made_of(piece, texts, most=3):
     """Whether a piece stands in one of the texts, or is made of few parts that do, printed one after the other."""
     for _ in range(most):
@@ -98,21 +122,25 @@ class Messages(unittest.TestCase):
     def test_every_message_of_the_page_is_printed_somewhere(self):
         texts = [text for _, text in printed()]
         texts += [literal for name in NO_MESSAGES for literal in map(plain, literals(markdown.read(name)))]
-        texts += [line.replace("$1", DOTS) for name in SCRIPTS for line in markdown.read(name).split("\n")]
+        texts += [message for name in SCRIPTS for message in script_messages(name)]
+        texts += [plain(literal) for name in SCRIPTS if name.endswith(".py")
+                  for literal in literals(markdown.read(name))]
         messages = listed(markdown.read(PAGE))
         self.assertGreater(len(messages), 100)
         self.assertEqual([message for message in messages for piece in pieces(message) if not is_made_of(piece, texts)],
                          [])
 
     def test_every_message_of_the_sources_is_on_the_page(self):
-        page = markdown.read(PAGE)
-        spans = " ".join(re.findall(r"`([^`\n]+)`", page))
-        patterns = [re.compile(re.escape(message).replace(DOTS, ".*")) for message in listed(page)
-                    if len(re.findall(r"\w", message)) >= 4]
-        missing = sorted({f"{name}: {text}" for name, text in printed() if must_be_listed(name, text)
-                          if not any(pattern.fullmatch(text) for pattern in patterns)
-                          if not all(piece in spans for piece in pieces(text))})
+        is_listed = Listed(markdown.read(PAGE))
+        missing = sorted({f"{name}: {text}" for name, text in printed()
+                          if must_be_listed(name, text) and not is_listed(text)})
         self.assertEqual(missing, [], f"list them in {PAGE}")
+
+    def test_every_message_of_the_scripts_is_on_the_page(self):
+        is_listed = Listed(markdown.read(PAGE))
+        messages = [message for name in SCRIPTS for message in script_messages(name)]
+        self.assertGreater(len(messages), 10)
+        self.assertEqual([message for message in messages if not is_listed(message)], [], f"list them in {PAGE}")
 
     def test_literals_are_joined_and_made_plain(self):
         source = 'show_error("it is %u of "\n           "%s\\n", a, b);  // "no"\n'
