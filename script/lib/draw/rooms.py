@@ -6,6 +6,7 @@ import re
 
 ROOMS = (
     ("the application", "", "main, panel, link to the vehicle, terminal window"),
+    ("designer/", "designer", "the gauges in Qt Designer"),
     ("widgets/", "widgets", "the drawn gauges"),
     ("nodevik/", "nodevik", "the fieldbus library"),
     ("nodevik/util/", "nodevik/util", "the Linux utilities"),
@@ -49,7 +50,9 @@ def edges_of(root):
         with open(os.path.join(root, path), encoding="utf-8") as file:
             text = file.read()
         here = room_of(path)
-        headers = _INCLUDE.findall(text) + [('"', header) for header in _PROMOTED.findall(text)]
+        headers = _INCLUDE.findall(text)
+        if path.endswith(".ui"):
+            headers += [('"', header) for header in _PROMOTED.findall(text)]
         for there in (_where(kind, header) for kind, header in headers):
             if there is not None and there != here:
                 edges[here, there] += 1
