@@ -8,7 +8,6 @@ ROOMS = (
     ("the application", "", "main, panel, link to the vehicle, terminal window"),
     ("designer/", "designer", "the gauges in Qt Designer"),
     ("widgets/", "widgets", "the drawn gauges"),
-    ("designer/", "designer", "the gauges in Qt Designer"),
     ("nodevik/", "nodevik", "the fieldbus library"),
     ("nodevik/util/", "nodevik/util", "the Linux utilities"),
     ("program/", "program", "what the programs beside the panel share"),
