@@ -104,7 +104,7 @@ void Dialog::LuoYhteydet() {
     connect(&cthread, &ControlThread::LahetaArvot, this, &Dialog::VastaanotaArvot);
 }
 
-// By these names screen readers tell the gauges and lamps, whose captions are pictures' neighbours and no more.
+// Screen readers tell the gauges and lamps by these names: no caption on the form is bound to one of them.
 void Dialog::NimeaMittarit() {
     ui->thermometer->setAccessibleName(tr("Akun jännite"));
     ui->Nopeus_manometer->setAccessibleName(tr("Moottorin kierrosnopeus"));
