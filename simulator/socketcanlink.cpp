@@ -1,12 +1,28 @@
 #include "simulator/socketcanlink.h"
 
-#include <algorithm>
 #include <array>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 namespace node_simulator {
+
+namespace {
+
+// Sockets of this machine that receive every frame of the interface.
+int count_receivers(const std::string& interface) {
+    std::ifstream table("/proc/net/can/rcvlist_all");
+    int receivers = 0;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream words(line);
+        std::string device;
+        words >> device;
+        receivers += device == interface ? 1 : 0;
+    }
+    return receivers;
+}
+
+}  // namespace
 
 SocketCanLink::SocketCanLink(const std::string& interface) : interface_(interface) {
     driver_.set_debug(0);
@@ -43,16 +59,12 @@ void SocketCanLink::fill_in(std::string& argument) const {
     replace_all(argument, "{can}", interface_);
 }
 
+void SocketCanLink::expect_command() {
+    receivers_before_ = count_receivers(interface_);
+}
+
 bool SocketCanLink::is_heard() const {
-    std::ifstream table("/proc/net/can/rcvlist_all");
-    int receivers = 0;
-    for (std::string line; std::getline(table, line);) {
-        std::istringstream words(line);
-        std::string device;
-        words >> device;
-        receivers += device == interface_ ? 1 : 0;
-    }
-    return receivers > 1;
+    return count_receivers(interface_) > receivers_before_;
 }
 
 }  // namespace node_simulator

@@ -28,19 +28,20 @@ public:
     bool has_peer() const override { return true; }
     void send(const CanFrame& frame) override;
 
-    /// Nothing is to be prepared.
-    void expect_command() override {}
+    /// From now on, programs that already listen do not count for is_heard().
+    void expect_command() override;
 
     /// Replaces "{can}" by the name of the interface.
     void fill_in(std::string& argument) const override;
 
-    /// Whether another program of this machine receives every frame of the interface
+    /// Whether another program of this machine has come to receive every frame of the interface
     /// (/proc/net/can/rcvlist_all, which has a line for each that does).
     bool is_heard() const override;
 
 private:
     std::string interface_;
     SocketCanDriver driver_;
+    int receivers_before_ = 1;  // the driver itself
 };
 
 }  // namespace node_simulator
