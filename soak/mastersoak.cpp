@@ -262,7 +262,7 @@ void MasterSoak::check_tpdos() {
                  " are not what its outputs were set to");
         }
         figures_.pdos_arrived += 2;
-        figures_.pdo_values += 2 * channels;
+        figures_.pdo_values += 2 * std::uint64_t{channels};
     }
 }
 
@@ -272,17 +272,14 @@ void MasterSoak::wait_for_frames(int wait_ms) {
 }
 
 void MasterSoak::act() {
-    unsigned weights = 0;
+    constexpr unsigned all_percent = 100;
+    unsigned drawn = draw(1, all_percent);
     for (const Deed& deed : deeds) {
-        weights += deed.weight;
-    }
-    unsigned drawn = draw(1, weights);
-    for (const Deed& deed : deeds) {
-        if (drawn <= deed.weight) {
+        if (drawn <= deed.percent) {
             (this->*deed.act)();
             return;
         }
-        drawn -= deed.weight;
+        drawn -= deed.percent;
     }
 }
 

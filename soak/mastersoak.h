@@ -110,9 +110,9 @@ private:
         PDO analogue_in;
     };
 
-    // A deed, how often it is drawn, and what it does.
+    // A deed: how often it is drawn, and what it does. Together they are drawn in all cases.
     struct Deed {
-        unsigned weight;
+        unsigned percent;
         void (MasterSoak::*act)();
     };
     static const std::array<Deed, 10> deeds;

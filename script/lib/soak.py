@@ -29,7 +29,11 @@ def parse_arguments(arguments):
     parser.add_argument("--master", help="master-soak")
     parser.add_argument("--nodes", help="node-simulator")
     parser.add_argument("--cycles", type=int, help="how many cycles of the master, instead of how long")
-    parser.add_argument("--period-ms", type=int, default=10, help="from one cycle of the master to the next (default 10)")
+    parser.add_argument("--period-ms", type=int, default=10,
+                        help="from one cycle of the master to the next (default 10)")
+    parser.add_argument("--patience", type=float, default=300, metavar="S",
+                        help="how long the master may take beyond its time, for its warming up and for nodes that "
+                             "hang, until it is given up (default 300)")
     parser.add_argument("--master-option", action="append", default=[], help="a further option of master-soak")
     options = parser.parse_args(arguments)
     if options.seed is None:

@@ -21,23 +21,39 @@ from soaking.figures import Footprint, Report, Tail, growth  # noqa: E402
 from soaking.journal import JournalCheck  # noqa: E402
 from soaking.ledger import Ledger, stray_frames  # noqa: E402
 
-# A sanitizer holds freed memory back, and a busy machine leaves nobody a turn for a while: the short runs here are about
-# everything else.
+# A sanitizer holds freed memory back, and a busy machine leaves nobody a turn for a while: the short runs here are
+# about everything else.
 NO_LIMITS = ["--memory-allowance", "1000000", "--longest-gap", "600"]
 
 
+def write_script(directory, text):
+    """Writes a shell script that stands in for a program."""
+    path = os.path.join(directory, "program.sh")
+    with open(path, "w") as file:
+        file.write("#!/bin/sh\n" + text)
+    os.chmod(path, 0o700)
+    return path
+
+
 def run_soak(kind, *arguments):
-    """Runs script/lib/soak.py; returns what became of it, its artefacts and the figures that it printed."""
+    """Runs script/lib/soak.py; returns what became of it, a directory with its artefacts, and the figures printed."""
     directory = tempfile.TemporaryDirectory(prefix="soak-")
-    artefacts = os.path.join(directory.name, "artefacts")
+    done, figures = run_soak_in(directory.name, kind, *arguments)
+    return done, directory, figures
+
+
+def run_soak_in(directory, kind, *arguments, **variables):
+    """Runs script/lib/soak.py with its artefacts in a directory, and perhaps more environment."""
+    artefacts = os.path.join(directory, "artefacts")
     programs = [f"--{name}=" + os.environ.get("SOAK_" + name.upper(), "")
                 for name in ("panel", "witness", "vehicle", "master", "nodes")]
     done = subprocess.run([sys.executable, "-B", os.path.join(ROOT, "script", "lib", "soak.py"), kind, "--artefacts",
                            artefacts] + NO_LIMITS + programs + list(arguments),
-                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+                          env=dict(os.environ, **variables), stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, text=True, check=False)
     figures = {name.strip(): float(value.replace(",", ""))
                for name, value in re.findall(r"^  (\S.*?|  of these .*?)  +([0-9,.]+)", done.stdout, re.M)}
-    return done, directory, figures
+    return done, figures
 
 
 class Panel(unittest.TestCase):
@@ -80,6 +96,17 @@ class Panel(unittest.TestCase):
         with directory:
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertRegex(done.stdout, r"FAIL: no frame came for 0\.\d+ s")
+
+    def test_a_panel_that_hangs_is_found(self):
+        with tempfile.TemporaryDirectory(prefix="soak-") as directory:
+            log = os.path.join(directory, "artefacts", "vehicle.log")
+            stop = f"until [ $(grep -c received {log}) -ge 60 ]; do sleep 0.1; done; kill -STOP $$"
+            panel = write_script(directory, f"({stop}) &\nexec {os.environ['SOAK_PANEL']}\n")
+            done, _ = run_soak_in(directory, "panel", "--seed", "5", "--deeds", "1000", "--panel", panel,
+                                  DRIVE_LIMIT_S="10")
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stdout, "FAIL: .*(waited in vain for|does not answer)")
+            self.assertNotIn("Traceback", done.stderr)
 
     def test_a_panel_that_does_not_come_up_is_told(self):
         done, directory, _ = run_soak("panel", "--deeds", "3", "--panel", "/bin/false")
@@ -128,6 +155,13 @@ class Master(unittest.TestCase):
         with directory:
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertIn("FAIL: open descriptors grew from", done.stdout)
+
+    def test_a_master_that_hangs_is_found(self):
+        with tempfile.TemporaryDirectory(prefix="soak-") as directory:
+            master = write_script(directory, "exec sleep 600\n")
+            done, _ = run_soak_in(directory, "master", "--seconds", "0", "--patience", "0.2", "--master", master)
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: the master hangs", done.stdout)
 
     def test_a_gap_between_cycles_is_found(self):
         done, directory, _ = run_soak("master", "--cycles", "10", "--longest-gap", "0.001")
@@ -301,7 +335,8 @@ class Judgement(unittest.TestCase):
 
     def test_each_fault_is_found(self):
         for changes in ({"frames_asked": 11}, {"heard": 8}, {"unheard": 0}, {"told": 5}, {"sdo_failed_present": 1},
-                        {"reappeared": 2}, {"worst_gap_us": 2000001}, {"memory_end_kib": 4257}, {"descriptors_end": 10}):
+                        {"reappeared": 2}, {"worst_gap_us": 2000001}, {"memory_end_kib": 4257},
+                        {"descriptors_end": 10}):
             self.assertEqual(len(self.judge(**changes)), 1, changes)
 
     def test_growth_is_told(self):
@@ -343,7 +378,8 @@ class Judgement(unittest.TestCase):
             tail = Tail(path)
             self.assertEqual(tail.lines(), [])
             with open(path, "w") as file:
-                for text, lines in (("one\ntw", ["one"]), ("o\n", ["two"]), ("", []), ("three\nfour\n", ["three", "four"])):
+                for text, lines in (("one\ntw", ["one"]), ("o\n", ["two"]), ("", []),
+                                    ("three\nfour\n", ["three", "four"])):
                     file.write(text)
                     file.flush()
                     self.assertEqual(tail.lines(), lines)
@@ -362,7 +398,8 @@ class Script(unittest.TestCase):
             self.assertIn(word, done.stdout)
 
     def test_refuses_what_it_does_not_know(self):
-        for arguments in (["fast"], ["1.2.3"], ["."], ["1", "2"], ["panel", "master"], ["--seed"], ["--seed", "x"], [""]):
+        for arguments in (["fast"], ["1.2.3"], ["."], ["1", "2"], ["panel", "master"], ["--seed"],
+                          ["--seed", "x"], [""]):
             done = self.run_script(*arguments)
             self.assertEqual(done.returncode, 2, arguments)
             self.assertTrue(done.stderr.startswith("soak: "), done.stderr)

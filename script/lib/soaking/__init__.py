@@ -1,1 +1,1 @@
-"""Long runs that prove that nothing is lost, nothing grows and nothing hangs: of the panel, and of the CANopen master."""
+"""Long runs of the panel and of the CANopen master, in which nothing is lost, nothing grows and nothing hangs."""

@@ -72,8 +72,8 @@ class Report:
         self.add("open descriptors at the end", end.descriptors)
 
     def text(self):
-        width = max(len(name) for name, _, _ in self._rows)
-        figures = max(len(value) for _, value, _ in self._rows)
+        width = max((len(name) for name, _, _ in self._rows), default=0)
+        figures = max((len(value) for _, value, _ in self._rows), default=0)
         lines = [self._title]
         lines += [f"  {name:{width}}  {value:>{figures}} {unit}".rstrip() for name, value, unit in self._rows]
         lines += ["  FAIL: " + problem for problem in self.problems] or ["  nothing lost, nothing grown, nothing hung"]

@@ -1,8 +1,8 @@
 """The master's journal of frames, held against the logs of the nodes, frame by frame.
 
-The journal tells where each life of the nodes' process begins and ends. What the master sent during a life is what that
-life's log heard, in that order; what it sent between two lives reached nobody. What all logs say was sent by the nodes is
-what the master took, in that order.
+The journal tells where each life of the nodes' process begins and ends. What the master sent during a life is what
+that life's log heard, in that order; what it sent between two lives reached nobody. What all logs say was sent by the
+nodes is what the master took, in that order.
 """
 
 import itertools

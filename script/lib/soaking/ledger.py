@@ -7,14 +7,13 @@ Frames: what the panel wrote is what the vehicle received, in that order, whatev
 
 Replies: a fault may take a reply away, shorten it, stretch it, or put garbage ahead of it. The log tells what was given
 to the line in the end, and the panel takes exactly that, in that order, up to a hundred bytes with each read. Only what
-was still on its way when the panel closed the line may be missing; a pseudo-terminal keeps what had arrived by then, and
-the panel finds it there at the next opening, before anything new.
+was still on its way when the panel closed the line may be missing; a pseudo-terminal keeps what had arrived by then,
+and the panel finds it there at the next opening, before anything new.
 """
 
 import collections
 
 RECEIVE_BUFFER = 100
-REPLY_LENGTH = 39
 CAPACITY_SLOTS = (18, 21)  # positions of the high and the low byte in the receive buffer
 CAPACITY_RANGE = (0, 100)
 
@@ -247,8 +246,8 @@ def stray_frames(frames, wishes, sweep=False):
     """Those frames that nobody asked for.
 
     Every byte of a frame is one of a wish in `wishes`. Not every frame is a wish as a whole: the panel stores the three
-    set-points one after the other while its link may be sending. With `sweep`, a set-point that was pulled from one place
-    to another may also be anywhere between.
+    set-points one after the other while its link may be sending. With `sweep`, a set-point that was pulled from one
+    place to another may also be anywhere between.
     """
     columns = [[wish[i] for wish in wishes] for i in range(4)]
 

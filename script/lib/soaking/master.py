@@ -13,9 +13,6 @@ from .journal import JournalCheck
 # program and of the C library that are touched for the first time only after the warming up.
 MEMORY_ALLOWANCE_KIB = 256
 
-# Beyond its time a run may take so long for its warming up, and for nodes that hang before they are given up.
-PATIENCE_S = 300
-
 ROWS = (("cycles", "cycles", ""), ("frames_asked", "frames asked for", ""), ("frames_sent", "frames sent", ""),
         ("heard", "  of these heard by the nodes", ""), ("unheard", "  of these sent while no nodes were there", ""),
         ("told", "frames sent by the nodes", ""), ("frames_received", "  of these received", ""),
@@ -26,13 +23,16 @@ ROWS = (("cycles", "cycles", ""), ("frames_asked", "frames asked for", ""), ("fr
         ("sdo_late", "SDO transfers answered after the time-out", ""),
         ("sdo_failed_present", "SDO transfers failed with nodes present", ""),
         ("guarded", "node states told", ""), ("missed", "node states missed, with nodes away", ""),
-        ("kills", "kills of all nodes at once", ""), ("vanished", "nodes vanished", ""), ("returned", "nodes returned", ""),
+        ("kills", "kills of all nodes at once", ""), ("vanished", "nodes vanished", ""),
+        ("returned", "nodes returned", ""),
         ("reappeared", "returns seen by the master", ""), ("worst_gap_us", "worst gap between cycles", "us"))
 
 
 def read_figures(path):
     """The figures that the run left, by name, and its problems."""
     figures, problems = {}, []
+    if not os.path.exists(path):
+        return figures, problems
     with open(path) as file:
         for line in file:
             name, value = line.rstrip("\n").split(" ", 1)
@@ -73,7 +73,7 @@ def run(options):
     with open(os.path.join(options.artefacts, "output"), "w") as output:
         child = process.start(command + options.master_option, stdout=output, stderr=subprocess.STDOUT)
         try:
-            status = child.wait(options.seconds + PATIENCE_S)
+            status = child.wait(options.seconds + options.patience)
         except subprocess.TimeoutExpired:
             status = None
             problems.append("the master hangs")

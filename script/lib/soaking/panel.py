@@ -18,9 +18,9 @@ RATE_MS = 10
 FAULT_PERCENT = 25
 
 # Resident memory may grow by this much, and by so much more for each line of the status view, which is the one thing in
-# the panel that grows by design: it keeps every message, at about 0.7 KiB. The first covers pages of libraries and of the
-# heap that are touched late, some 100 KiB; in a run of any length it is used once. A leak of a hundred bytes with each
-# frame is beyond both after two minutes.
+# the panel that grows by design: it keeps every message, at about 0.7 KiB. The first covers pages of libraries and of
+# the heap that are touched late, some 100 KiB; in a run of any length it is used once. A leak of a hundred bytes with
+# each frame is beyond both after two minutes.
 MEMORY_ALLOWANCE_KIB = 384
 STATUS_LINE_KIB = 1
 STATUS_LINES_PER_OPENING = 3
@@ -82,7 +82,8 @@ class PanelRun:
             if self.ledger.problems:
                 raise RuntimeError(self.ledger.problems[0])
             if not self._panel.is_running():
-                raise RuntimeError(f"the panel ended with status {self._panel.child.returncode}: {self._panel.errors()}")
+                raise RuntimeError(f"the panel ended with status {self._panel.child.returncode}: " +
+                                   self._panel.errors())
             return condition()
 
         return process.wait_until(holds, what)
