@@ -140,6 +140,18 @@ bool same(const termios& a, const termios& b) {
            std::equal(std::begin(a.c_cc), std::end(a.c_cc), std::begin(b.c_cc));
 }
 
+// The chip's loop joins its RTS with its CTS, and its transmitter with its receiver. Here RTS is down.
+class Loop {
+public:
+    explicit Loop(const Port& port) : port_(port) { port_.set_modem_lines(modem_loop | TIOCM_DTR); }
+    ~Loop() { port_.set_modem_lines(TIOCM_DTR | TIOCM_RTS); }
+    Loop(const Loop&) = delete;
+    Loop& operator=(const Loop&) = delete;
+
+private:
+    const Port& port_;
+};
+
 // Both ends of the cable, with attributes like those that a login leaves and nothing on the way.
 class Cable : public testing::Test {
 protected:
@@ -376,15 +388,17 @@ TEST_F(Cable, AFullTransmitterFailsTheWriteAndTheProcessGoesOn) {
     EXPECT_EQ(result.status, 0);
 }
 
-// The chip's loop joins its RTS with its CTS, and its transmitter with its receiver.
 TEST_F(Cable, WritesWithoutWaitingForClearToSend) {
     open_both();
     const Port port(near_path);
-    port.set_modem_lines(modem_loop | TIOCM_DTR);
+    const Loop loop(port);
     ASSERT_EQ(port.modem_lines() & TIOCM_CTS, 0);
+    termios attributes = port.attributes();
+    cfsetispeed(&attributes, B9600);
+    cfsetospeed(&attributes, B9600);
+    port.set_attributes(attributes);  // the driver looks at CTS when an attribute changes
     send(near_line, "loop");
     EXPECT_EQ(receive(near_line, 4), "loop");
-    port.set_modem_lines(TIOCM_DTR | TIOCM_RTS);
 }
 
 TEST_F(Cable, FlowControlCharactersStopNothing) {
