@@ -1,5 +1,5 @@
-"""The application in its real window on /dev/ttyS1, a 16550A port; the simulated vehicle answers at the other end of the
-cable, /dev/ttyS2.
+"""The application in its real window on /dev/ttyS1, a 16550A port; the simulated vehicle answers at the other end of
+the cable, /dev/ttyS2.
 
 Run by ctest in the machine that script/test-devices boots.
 """
