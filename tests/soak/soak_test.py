@@ -91,16 +91,23 @@ class Panel(unittest.TestCase):
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertIn("FAIL: the panel took other bytes from the line than the vehicle gave", done.stdout)
 
-    def test_a_gap_between_frames_is_found(self):
-        done, directory, _ = run_soak("panel", "--seed", "5", "--deeds", "3", "--longest-gap", "0.001")
-        with directory:
-            self.assertEqual(done.returncode, 1, done.stdout)
-            self.assertRegex(done.stdout, r"FAIL: no frame came for 0\.\d+ s")
+    def test_all_that_is_wrong_at_the_end_is_found(self):
+        with tempfile.TemporaryDirectory(prefix="soak-") as directory:
+            panel = write_script(directory, f"echo complaint >&2\n{os.environ['SOAK_PANEL']}\nexit 3\n")
+            done, _ = run_soak_in(directory, "panel", "--seed", "5", "--deeds", "3", "--longest-gap", "0.001",
+                                  "--memory-allowance=-1000000", "--panel", panel)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertRegex(done.stdout, r"FAIL: no frame came for \d+\.\d+ s")
+        self.assertIn("FAIL: resident memory grew by ", done.stdout)
+        self.assertIn("FAIL: the panel ended with status 3", done.stdout)
+        self.assertIn("FAIL: the panel wrote to its error output: complaint", done.stdout)
 
     def test_a_panel_that_hangs_is_found(self):
         with tempfile.TemporaryDirectory(prefix="soak-") as directory:
-            log = os.path.join(directory, "artefacts", "vehicle.log")
-            stop = f"until [ $(grep -c received {log}) -ge 60 ]; do sleep 0.1; done; kill -STOP $$"
+            log, picture = (os.path.join(directory, "artefacts", name) for name in ("vehicle.log", "screen.png"))
+            # It goes on once it has been found, so that it can be ended in good order.
+            stop = (f"until [ $(grep -c received {log}) -ge 60 ]; do sleep 0.1; done; kill -STOP $$; "
+                    f"until [ -e {picture} ]; do kill -0 $$ || exit; sleep 0.1; done; kill -CONT $$")
             panel = write_script(directory, f"({stop}) &\nexec {os.environ['SOAK_PANEL']}\n")
             done, _ = run_soak_in(directory, "panel", "--seed", "5", "--deeds", "1000", "--panel", panel,
                                   DRIVE_LIMIT_S="10")
@@ -167,7 +174,7 @@ class Master(unittest.TestCase):
         done, directory, _ = run_soak("master", "--cycles", "10", "--longest-gap", "0.001")
         with directory:
             self.assertEqual(done.returncode, 1, done.stdout)
-            self.assertRegex(done.stdout, r"FAIL: no cycle began for 0\.\d+ s")
+            self.assertRegex(done.stdout, r"FAIL: no cycle began for \d+\.\d+ s")
 
     def test_nodes_that_do_not_start_are_told(self):
         done, directory, _ = run_soak("master", "--cycles", "10", "--nodes", "/bin/false")
@@ -338,6 +345,10 @@ class Judgement(unittest.TestCase):
                         {"reappeared": 2}, {"worst_gap_us": 2000001}, {"memory_end_kib": 4257},
                         {"descriptors_end": 10}):
             self.assertEqual(len(self.judge(**changes)), 1, changes)
+
+    def test_an_allowance_of_nothing_is_one(self):
+        figures = dict(self.FIGURES, memory_end_kib=4001)
+        self.assertEqual(len(master_run.judge(figures, argparse.Namespace(memory_allowance=0, longest_gap=2))), 1)
 
     def test_growth_is_told(self):
         self.assertEqual(growth(Footprint(100, 5), Footprint(150, 5), 50), [])

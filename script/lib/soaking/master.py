@@ -47,7 +47,8 @@ def judge(figures, options):
     """What the figures alone tell that is wrong."""
     start = Footprint(figures["memory_start_kib"], figures["descriptors_start"])
     end = Footprint(figures["memory_end_kib"], figures["descriptors_end"])
-    problems = growth(start, end, options.memory_allowance or MEMORY_ALLOWANCE_KIB)
+    allowance_kib = MEMORY_ALLOWANCE_KIB if options.memory_allowance is None else options.memory_allowance
+    problems = growth(start, end, allowance_kib)
     if figures["frames_asked"] != figures["frames_sent"]:
         problems.append("the driver did not send all frames that it was asked to")
     if figures["frames_sent"] != figures["heard"] + figures["unheard"]:

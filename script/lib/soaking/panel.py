@@ -50,7 +50,7 @@ class PanelRun:
         self._witness_log = Tail(witness)
         self.ledger = Ledger()
         self.problems = []
-        self.changes = 0  # of a set-point
+        self.changes = 0  # of the frame that is wanted, all of which have arrived
         self.slowest_change_s = 0.0
         self.looks = 0
         self.start = self.end = None
@@ -62,6 +62,7 @@ class PanelRun:
         self._set_points = (0, 103, 110)
         self._position = None  # of the last left press or drag
         self._wishes = [NEUTRAL]  # frames that may be on their way; the last is the one that is wanted
+        self._arrived = NEUTRAL  # the last of them that has been waited for
 
     def close(self):
         self._vehicle_log.close()
@@ -100,7 +101,6 @@ class PanelRun:
     def _asked(self, sweep=False):
         """A deed may have changed what is wanted: with the line open, waits until that has reached the vehicle."""
         wish = self._wish()
-        self.changes += wish != self._wishes[-1]
         self._wishes.append(wish)
         if not self._open:
             return
@@ -114,6 +114,8 @@ class PanelRun:
         self.slowest_change_s = max(self.slowest_change_s, time.monotonic() - begin)
         self._check_arrived(sweep)
         self._wishes = [wish]
+        self.changes += wish != self._arrived
+        self._arrived = wish
 
     # What the operator does.
 
@@ -318,8 +320,8 @@ def _report(run, options, seconds):
     report.add("looks at the panel's widgets", run.looks)
     if run.start and run.end:
         report.add_footprints(run.start, run.end)
-        allowance_kib = (options.memory_allowance or MEMORY_ALLOWANCE_KIB) + run.status_lines * STATUS_LINE_KIB
-        report.problems += growth(run.start, run.end, allowance_kib)
+        allowance_kib = MEMORY_ALLOWANCE_KIB if options.memory_allowance is None else options.memory_allowance
+        report.problems += growth(run.start, run.end, allowance_kib + run.status_lines * STATUS_LINE_KIB)
     if ledger.asked != ledger.sent or ledger.sent != ledger.received:
         report.problems.append("frames asked for, sent and received are not the same number")
     if ledger.worst_gap_s > options.longest_gap:
