@@ -33,7 +33,7 @@ set(CPACK_DEBIAN_PANEL_DESCRIPTION "control panel of a remote-controlled work ve
 With this window an operator drives a small work vehicle over a serial line:
 throttle, direction and bucket with sliders or by dragging the mouse over a
 steering pad, the motor with a switch. It shows what the vehicle answers on
-dials, bars and lamps, and a line that falls silent at once.
+dials, bars and lamps, and at once when the line falls silent.
 .
 The panel speaks Finnish. A panel that ends while it drives leaves the vehicle
 at rest.")
@@ -46,8 +46,9 @@ set(CPACK_DEBIAN_NODEVIK_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debia
 set(CPACK_DEBIAN_NODEVIK_DESCRIPTION "CANopen master library over exchangeable CAN drivers
 nodevik exchanges process data with the nodes of a CAN bus, reads and writes
 their object dictionaries (SDO), commands their state (NMT), gives the beat
-(SYNC) and guards them, as CiA 301 says. The bus is reached through a driver,
-which a program can exchange for one of its own.
+(SYNC) and guards them, as CiA 301 says. The bus is reached through a driver:
+any interface of Linux's own (SocketCAN), CAN over UDP, a Kvaser interface, or
+what a program brings along.
 .
 Beside the master stand Linux utilities for such programs: a serial line, a
 realtime timer, threads, keyboard, mouse and lamp input events, a UDP endpoint,
@@ -74,8 +75,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS ohjauspaneeli)
 set(CPACK_COMPONENT_TOOLS_DEPENDS nodevik)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "simulators and tools for the vehicle panel and for CANopen
 vehicle-simulator plays the vehicle at the far end of the panel's serial line,
-node-simulator plays CANopen nodes behind CAN over UDP, both with faults on
-request.
+node-simulator plays CANopen nodes behind CAN over UDP or on a CAN interface,
+both with faults on request.
 .
 The tools read and write objects of a CANopen node, list and change its process
 data objects, show what passes on a bus, and draw the curves of a plotting
@@ -89,6 +90,8 @@ foreach(component ${CPACK_COMPONENTS_ALL})
     ohjauspaneeli_install_compressed(debian/changelog.in changelog.Debian ${documentation} ${component})
     ohjauspaneeli_install_compressed(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog ${documentation} ${component})
 endforeach()
+install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_PACKAGE_NAME}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
 
 # The examples that are no tools show the library's use.
 foreach(example control_loop cyclic_exchange key_state list_directory plot_feed)
