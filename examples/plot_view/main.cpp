@@ -10,6 +10,7 @@
 #include <QCommandLineParser>
 #include <QSocketNotifier>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,7 @@
 
 namespace {
 
+constexpr int usage_status = 2;
 constexpr const char* version_option = "--version";
 constexpr int longest_datagram = 65535;
 
@@ -57,15 +59,23 @@ int main(int argc, char** argv) {
                                      QStringLiteral("file"));
     parser.addOption(picture);
     const QCommandLineOption version(QLatin1String(version_option).mid(2),
-                                     QStringLiteral("Displays the version, if it is the only option."));
+                                     QStringLiteral("Displays the version."));
     parser.addOption(version);
     parser.addPositionalArgument(QStringLiteral("port"), QStringLiteral("UDP port to receive on, 0: any"));
-    parser.process(application);
+    if (!parser.parse(QApplication::arguments())) {
+        std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, qPrintable(parser.errorText()));
+        return usage_status;
+    }
+    if (parser.isSet(version)) {
+        program::print_version();
+        return 0;
+    }
+    parser.process(application);  // answers the questions for help
     bool valid = false;
     const unsigned port = parser.positionalArguments().value(0).toUShort(&valid);
     if (!valid || parser.positionalArguments().size() != 1) {
-        std::fputs("plot_view: give one UDP port, 0 to 65535\n", stderr);
-        return 2;
+        std::fprintf(stderr, "%s: give one UDP port, 0 to 65535\n", program_invocation_short_name);
+        return usage_status;
     }
 
     udpserver endpoint;
@@ -84,7 +94,9 @@ int main(int argc, char** argv) {
         receive(endpoint, view);
         if (parser.isSet(picture) && view.model().stopped()) {
             const bool saved = view.grab().save(parser.value(picture));
-            std::fputs(saved ? "" : "plot_view: cannot save the picture\n", stderr);
+            if (!saved) {
+                std::fprintf(stderr, "%s: cannot save the picture\n", program_invocation_short_name);
+            }
             QApplication::exit(saved ? 0 : 1);
         }
     });
