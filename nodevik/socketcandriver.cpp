@@ -77,6 +77,11 @@ constexpr const char* controller_bus_off =
 constexpr const char* queue_full =
     "the transmit queue of @ is full: check that another node is on the bus, at the same bit rate, to "
     "acknowledge the frames; for longer bursts lengthen it as root with 'ip link set @ txqueuelen 1000'";
+constexpr const char* send_buffer_full =
+    "too many frames of this program wait in the transmit queue of @: check that another node is on the bus, "
+    "at "
+    "the same bit rate, to acknowledge the frames; for longer bursts make more room as root with 'sysctl "
+    "net.core.wmem_default=1000000', then open it again";
 
 constexpr std::array socket_errors = {
     explanation{EAFNOSUPPORT, no_can_support},
@@ -98,7 +103,7 @@ constexpr std::array bind_errors = {
 constexpr std::array traffic_errors = {
     explanation{ENETDOWN, interface_down}, explanation{ENODEV, interface_gone},
     explanation{ENXIO, interface_gone},    explanation{ENOBUFS, queue_full},
-    explanation{EAGAIN, queue_full},       explanation{EPERM, no_permission},
+    explanation{EAGAIN, send_buffer_full}, explanation{EPERM, no_permission},
     explanation{EACCES, no_permission},
 };
 
@@ -225,7 +230,7 @@ int SocketCanDriver::write(unsigned int cobid, unsigned int length, unsigned cha
     }
     std::copy_n(std::begin(frame.data), frame_size, std::begin(candata));
     if (send(bus_socket.get(), &frame, sizeof frame, MSG_DONTWAIT) < 0) {
-        return report_write(explain(errno, traffic_errors));
+        return send_failed(errno);
     }
     if (has_debug(debug_trace_sent)) {
         trace(cobid, length, " [T]");
@@ -378,6 +383,9 @@ bool SocketCanDriver::check_link(unsigned int speed) const {
     if (!link.up) {
         return open_failed("", link.controller && link.bitrate == 0 ? no_bit_rate : interface_down);
     }
+    if (link.bus_off) {
+        return open_failed("", controller_bus_off);
+    }
     if (has_debug(debug_progress)) {
         print_link(link);
     }
@@ -455,8 +463,8 @@ int SocketCanDriver::take(const can_frame& frame, unsigned int& ID, unsigned int
 
 /// Notes what the kernel tells beside a frame: when it came, and how many were dropped until now.
 void SocketCanDriver::note_control(msghdr& message, bool is_error) {
-    for (const cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-         header = CMSG_NXTHDR(&message, const_cast<cmsghdr*>(header))) {
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
+         header = CMSG_NXTHDR(&message, header)) {
         if (header->cmsg_level != SOL_SOCKET) {
             continue;
         }
@@ -542,6 +550,23 @@ int SocketCanDriver::fetch_failed(int code) {
         default:
             return report_fetch(explain(code, traffic_errors));
     }
+}
+
+/// The result of write() when its system call failed. The kernel tells only one call that the interface has gone
+/// down or away: what write() learns, the fetching operations must know.
+int SocketCanDriver::send_failed(int code) {
+    switch (code) {
+        case ENETDOWN:
+            condition = Condition::down;
+            break;
+        case ENODEV:
+        case ENXIO:
+            condition = Condition::gone;
+            break;
+        default:
+            break;
+    }
+    return report_write(explain(code, traffic_errors));
 }
 
 /// Reports a failed fetching operation, and receive errors that are known.

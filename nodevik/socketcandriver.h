@@ -80,8 +80,8 @@ public:
 
     /// Opens an interface, at whatever bit rate it has.
     ///
-    /// What was open before is closed first, whatever comes after. The interface must be a CAN interface and be
-    /// up. The error counters start again from 0.
+    /// What was open before is closed first, whatever comes after. The interface must be a CAN interface, be up
+    /// and not bus-off. The error counters start again from 0.
     ///
     /// Silent means that this program sends nothing: write() refuses. Whether the controller acknowledges the
     /// frames of other nodes, and marks faulty ones, is no choice of a program's, because the interface may
@@ -89,7 +89,8 @@ public:
     /// set can0 up type can bitrate 500000 listen-only on"). When it is none, open() says so if the debug word
     /// has bit 1, and goes on.
     ///
-    /// @param interface  name of the interface, 1 to 15 characters
+    /// @param interface  name of the interface, 1 to 15 characters; reports go on to use it if the interface is
+    ///                   renamed
     /// @param mode       identifiers of the frames to be sent: 0 for 11 bits, others (1) for 29 bits; both
     ///                   kinds are received in either mode
     /// @param silent     true to send nothing
@@ -106,9 +107,9 @@ public:
     /// Error frames on the way are taken out, see the file's description. After a remote request @p length is
     /// the length that is asked for and @p data stays cleared; is_remote_request() tells it from a data frame.
     ///
-    /// When the interface has gone down, or its controller bus-off, that is reported once. As long as it lasts,
-    /// a call that finds no frame is answered with -1, not with 1; when the interface is back, reading and
-    /// writing go on by themselves. An interface that is gone (an adapter was unplugged) stays gone for this
+    /// When the interface has gone down, or its controller bus-off, that is reported once, unless write() has
+    /// already reported it. As long as it lasts, a call that finds no frame is answered with -1, not with 1; when
+    /// the interface is back, reading and writing go on by themselves. An interface that is gone (an adapter was unplugged) stays gone for this
     /// driver, even if it comes back under its name, until the driver is opened again.
     ///
     /// @param[out] ID      identifier, 11 or 29 bits; 0 unless a frame was fetched
@@ -122,7 +123,8 @@ public:
     /// Sends one frame: hands it to the interface's transmit queue, without blocking.
     ///
     /// That a frame has been taken does not mean that another node has received it: the controller repeats it
-    /// until one acknowledges it. Every frame that is not taken is reported.
+    /// until one acknowledges it. Every frame that is not taken is reported. The first frame after an interface
+    /// was down is one of them if nothing has been read meanwhile, even when the interface is up again.
     ///
     /// @param cobid   identifier; it must fit into 11 or 29 bits
     /// @param length  number of data bytes, 0 to 8; of a remote request, the number that is asked for
@@ -216,6 +218,7 @@ private:
     Condition ask_condition() const;
     int enter(Condition found);
     int fetch_failed(int code);
+    int send_failed(int code);
     int report_fetch(const char* pattern);
     int report_write(const char* pattern);
     void trace(unsigned int id, unsigned int length, const char* direction) const;

@@ -144,6 +144,11 @@ const std::string queue_full =
     "Virhe: the transmit queue of can0 is full: check that another node is on the bus, at the same bit rate, "
     "to acknowledge the frames; for longer bursts lengthen it as root with 'ip link set can0 txqueuelen "
     "1000'\n\n";
+const std::string send_buffer_full =
+    "Virhe: too many frames of this program wait in the transmit queue of can0: check that another node is "
+    "on "
+    "the bus, at the same bit rate, to acknowledge the frames; for longer bursts make more room as root with "
+    "'sysctl net.core.wmem_default=1000000', then open it again\n\n";
 const std::string read_error = "Virhe: SocketCAN driver: Read Error !\n\n";
 const std::string read_wait_error = "Virhe: SocketCAN driver: ReadWait Error !\n\n";
 const std::string write_error = "Virhe: SocketCAN driver: Write Error !\n\n";
@@ -301,6 +306,25 @@ TEST_F(SocketCanOpen, AnInterfaceThatIsDownIsReported) {
               "= -1\n");
 }
 
+TEST_F(SocketCanOpen, AVirtualInterfaceThatIsDownNeedsNoBitRate) {
+    can_kernel().links["vcan0"].up = false;
+    EXPECT_EQ(
+        output_of_open("vcan0", 0, false, 0),
+        "Virhe: socketCanDriver::open() - interface vcan0 is down: bring it up as root with 'ip link set "
+        "vcan0 up'\n\n"
+        "= -1\n");
+}
+
+TEST_F(SocketCanOpen, AControllerThatIsBusOffIsReported) {
+    can0().bus_off = true;
+    EXPECT_EQ(
+        output_of_open("can0", 0, false, 0),
+        "Virhe: socketCanDriver::open() - interface can0 is bus-off, its controller has left the bus after "
+        "too many failed transmissions: check wiring, termination and bit rate, then restart it as root "
+        "with 'ip link set can0 type can restart'\n\n"
+        "= -1\n");
+}
+
 TEST_F(SocketCanOpen, AKernelWithoutCanIsReported) {
     for (const int error : {EAFNOSUPPORT, EPROTONOSUPPORT}) {
         can_kernel().errors["socket"] = error;
@@ -398,6 +422,30 @@ TEST_F(SocketCanOpen, ClosesWhatWasOpen) {
     EXPECT_EQ(can_kernel().open_descriptors(), 0);
 }
 
+TEST_F(SocketCanOpen, ReportsNameTheInterfaceThatWasOpenedLast) {
+    can_kernel().links["fifteen-letters"].index = 5;
+    const ChildResult child = run_in_child([] {
+        SocketCanDriver driver;
+        driver.set_debug(0);
+        driver.open("fifteen-letters", 0, false);
+        driver.open("can0", 0, false);
+        can_kernel().errors["send"] = ENETDOWN;
+        send_once(driver);
+    });
+    EXPECT_EQ(child.out, write_error + down);
+}
+
+TEST_F(SocketCanOpen, StartsTheCountOfDroppedFramesFrom0) {
+    InspectedDriver driver;
+    for (const std::uint32_t dropped : {5U, 3U}) {
+        open_quietly(driver);
+        can_kernel().put(1, {});
+        can_kernel().queue.back().dropped = dropped;
+        fetch(driver);
+        EXPECT_EQ(driver.overruns(), dropped);
+    }
+}
+
 TEST_F(SocketCanOpen, StartsTheErrorCountersFrom0) {
     InspectedDriver driver;
     open_quietly(driver);
@@ -474,6 +522,17 @@ TEST_F(SocketCanRead, DeliversEachLength) {
     }
 }
 
+TEST_F(SocketCanRead, DeliversNoByteBeyondTheLength) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    can_kernel().put(0x181, {1, 2, 3, 4, 5, 6, 7, 8});
+    can_kernel().queue.back().frame.can_dlc = 2;
+    EXPECT_EQ(fetch(driver).data, (Data{1, 2}));
+    can_kernel().put(0x181, {1, 2, 3, 4, 5, 6, 7, 8});
+    can_kernel().queue.back().frame.can_dlc = 15;
+    EXPECT_EQ(fetch(driver).length, 8U);
+}
+
 TEST_F(SocketCanRead, DeliversARemoteRequestWithItsLengthAndNoData) {
     SocketCanDriver driver;
     open_quietly(driver);
@@ -524,6 +583,16 @@ TEST_F(SocketCanRead, TracesEachFrameWithDebugBit4) {
         return result;
     });
     EXPECT_NE(child.out.find("id 0x00000181  len 2  data 01 02 00 00 00 00 00 00 [R]"), std::string::npos);
+}
+
+TEST_F(SocketCanRead, TracesIdentifiersWithoutTheKernelsMarks) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    driver.set_debug(4);
+    can_kernel().put(0x1ABCDEF1 | CAN_EFF_FLAG | CAN_RTR_FLAG, {7, 7, 7});
+    fetch(driver);
+    EXPECT_STREQ(CDecoder::get_message(), "id 0x1abcdef1  len 3  data 00 00 00 00 00 00 00 00 [R]");
+    CDecoder::clear_message();
 }
 
 TEST_F(SocketCanRead, TracesNothingWithoutDebugBit4) {
@@ -610,6 +679,17 @@ TEST_F(SocketCanReadWait, NegativeAndHugeTimeoutsWaitWithoutLimit) {
         });
         EXPECT_EQ(fetch_wait(driver, timeout).id, 0x181U);
     }
+}
+
+TEST_F(SocketCanReadWait, TheLongestTimeoutHasItsEnd) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    can_kernel().waits.push_back([](int told) {
+        EXPECT_GT(told, 0);
+        can_kernel().put(0x181, {1});
+        return 1;
+    });
+    EXPECT_EQ(fetch_wait(driver, INT_MAX).id, 0x181U);
 }
 
 TEST_F(SocketCanReadWait, ASignalDoesNotEndTheWaitNorLengthenIt) {
@@ -790,6 +870,24 @@ TEST_F(SocketCanWrite, TracesEachFrameWithDebugBit8) {
     EXPECT_NE(child.out.find("id 0x00000201  len 2  data 01 02 00 00 00 00 00 00 [T]"), std::string::npos);
 }
 
+TEST_F(SocketCanWrite, TracesIdentifiersWithoutTheKernelsMarks) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    driver.set_debug(8);
+    unsigned char data[3] = {1, 2, 3};
+    driver.write(0x1ABCDEF1, 3, data, 3);
+    EXPECT_STREQ(CDecoder::get_message(), "id 0x1abcdef1  len 3  data 00 00 00 00 00 00 00 00 [T]");
+    CDecoder::clear_message();
+}
+
+TEST_F(SocketCanWrite, AsksNothingAboutAnInterfaceThatIsWell) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    const int asked = can_kernel().asked;
+    send_once(driver);
+    EXPECT_EQ(can_kernel().asked, asked);
+}
+
 TEST_F(SocketCanWrite, TracesNothingWithoutDebugBit8NorAFrameThatFailed) {
     SocketCanDriver driver;
     open_quietly(driver);
@@ -811,7 +909,7 @@ TEST_F(SocketCanWrite, EachFailureIsReported) {
         {ENODEV, gone},
         {ENXIO, gone},
         {ENOBUFS, queue_full},
-        {EAGAIN, queue_full},
+        {EAGAIN, send_buffer_full},
         {EPERM, "Virhe: " + no_permission},
         {EACCES, "Virhe: " + no_permission},
         {ENOMEM, "Virhe: " + std::string(std::strerror(ENOMEM)) + "\n\n"},
@@ -887,6 +985,16 @@ TEST_F(SocketCanErrors, OverflowsOfTheControllerAreOverruns) {
     can_kernel().put(error_frame | CAN_ERR_PROT, {0, CAN_ERR_CRTL_RX_OVERFLOW, 0, 0, 0, 0, 0, 0});
     fetch(driver);
     EXPECT_EQ(driver.overruns(), 2U);
+}
+
+TEST_F(SocketCanErrors, OverrunsAreAddedUp) {
+    InspectedDriver driver;
+    open_quietly(driver);
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, CAN_ERR_CRTL_RX_OVERFLOW, 0, 0, 0, 0, 0, 0});
+    can_kernel().put(1, {});
+    can_kernel().queue.back().dropped = 5;
+    fetch(driver);
+    EXPECT_EQ(driver.overruns(), 6U);
 }
 
 TEST_F(SocketCanErrors, FramesThatTheSocketDroppedAreOverruns) {
@@ -1030,6 +1138,57 @@ TEST_F(SocketCanConditions, ARestartEndsBusOff) {
         return fetch(driver).result;
     });
     EXPECT_EQ(child.out, read_error + bus_off + "= 1\n");
+}
+
+TEST_F(SocketCanConditions, ARestartDoesNotBringAnInterfaceUp) {
+    const ChildResult child = with_open_driver(0, [](InspectedDriver& driver) {
+        can_kernel().links["can0"].up = false;
+        can_kernel().put_error(ENETDOWN);
+        fetch(driver);
+        can_kernel().put(error_frame | CAN_ERR_RESTARTED, {0, 0, 0, 0, 0, 0, 0, 0});
+        return fetch(driver).result;
+    });
+    EXPECT_EQ(child.out, read_error + down + "= -1\n");
+}
+
+// The kernel tells it once, to the call that comes first.
+TEST_F(SocketCanConditions, WhatAWriteHasLearnedAReadKnows) {
+    const ChildResult child = with_open_driver(0, [](InspectedDriver& driver) {
+        can_kernel().links["can0"].up = false;
+        can_kernel().errors["send"] = ENETDOWN;
+        const int sent = send_once(driver);
+        can_kernel().waits.push_back([](int) -> int { std::abort(); });
+        const int waited = fetch_wait(driver, -1).result;
+        const int first = fetch(driver).result;
+        can_kernel().links["can0"].up = true;
+        can_kernel().errors.clear();
+        std::printf("%d %d %d %d\n", sent, waited, first, fetch(driver).result);
+        return send_once(driver);
+    });
+    EXPECT_EQ(child.out, write_error + down + "-1 -1 -1 1\n= 0\n");
+}
+
+TEST_F(SocketCanConditions, GoneForAWriteIsGoneForARead) {
+    for (const int error : {ENODEV, ENXIO}) {
+        const ChildResult child = with_open_driver(0, [error](InspectedDriver& driver) {
+            can_kernel().errors["send"] = error;
+            const int sent = send_once(driver);
+            can_kernel().waits.push_back([](int) -> int { std::abort(); });
+            const int waited = fetch_wait(driver, -1).result;
+            std::printf("%d %d\n", sent, waited);
+            return fetch(driver).result;
+        });
+        EXPECT_EQ(child.out, write_error + gone + "-1 -1\n= -1\n");
+    }
+}
+
+TEST_F(SocketCanConditions, AFullQueueIsNoConditionOfTheInterface) {
+    const ChildResult child = with_open_driver(0, [](InspectedDriver& driver) {
+        can_kernel().errors["send"] = ENOBUFS;
+        send_once(driver);
+        return fetch(driver).result;
+    });
+    EXPECT_EQ(child.out, write_error + queue_full + "= 1\n");
 }
 
 TEST_F(SocketCanConditions, WhileBusOffEachFrameIsRefusedAndThenSentAgain) {

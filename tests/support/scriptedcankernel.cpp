@@ -105,7 +105,12 @@ Bytes describe_controller(const ScriptedLink& link) {
 Bytes describe_link(const std::string& name, const ScriptedLink& link) {
     ifinfomsg info{};
     info.ifi_index = link.index;
-    info.ifi_flags = link.up ? IFF_UP | IFF_RUNNING : 0U;
+    if (link.up) {
+        info.ifi_flags |= IFF_UP;
+    }
+    if (link.up && !link.bus_off) {
+        info.ifi_flags |= IFF_RUNNING;  // a controller that is bus-off has no carrier
+    }
     Bytes nested;
     nested.add_attribute(IFLA_INFO_KIND, link.kind.c_str(), link.kind.size() + 1);
     if (link.kind == "can") {
