@@ -410,7 +410,7 @@ class Script(unittest.TestCase):
 
     def test_refuses_what_it_does_not_know(self):
         for arguments in (["fast"], ["1.2.3"], ["."], ["1", "2"], ["panel", "master"], ["--seed"],
-                          ["--seed", "x"], [""]):
+                          ["--seed", "x"], ["--seed", "4294967296"], ["--seed", "99999999999"], [""]):
             done = self.run_script(*arguments)
             self.assertEqual(done.returncode, 2, arguments)
             self.assertTrue(done.stderr.startswith("soak: "), done.stderr)
