@@ -78,6 +78,18 @@ class Numbers(unittest.TestCase):
             for other_x, other_y in places[index + 1:]:
                 self.assertGreaterEqual((x - other_x) ** 2 + (y - other_y) ** 2, (2 * RADIUS) ** 2)
 
+    def test_a_number_does_not_stand_on_another_widget(self):
+        """Two widgets, one below the other, and room nowhere but below them."""
+        blank = Image(80, 60, b"\xee" * (3 * 80 * 60))
+        upper, lower = Rectangle(0, 10, 80, 20), Rectangle(0, 28, 80, 20)
+        callouts = Callouts(blank, Rectangle(0, 0, 80, 60), 0, [upper, lower])
+        callouts.add("1", upper)
+        callouts.add("2", lower)
+        for _, widget, x, y in callouts.placed:
+            other = lower if widget == upper else upper
+            self.assertFalse(other.x - RADIUS < x < other.right + RADIUS and
+                             other.y - RADIUS < y < other.bottom + RADIUS, (x, y))
+
     def test_every_picture_of_a_group_carries_its_numbers(self):
         """script/pictures panel makes them anew."""
         form = Form(os.path.join(markdown.ROOT, "dialog.ui"))

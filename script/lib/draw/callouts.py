@@ -12,17 +12,19 @@ RADIUS = 7  # of a number's disc, in pixels of the window
 class Callouts:
     """Places numbers beside widgets, where the window shows nothing."""
 
-    def __init__(self, image, crop, margin):
+    def __init__(self, image, crop, margin, widgets=()):
+        """`widgets` are the places of all that get a number: none stands on another's widget."""
         self._image = image
         self._crop = crop
         self._room = crop.grown(margin)
+        self._widgets = widgets
         self._taken = []
         self.placed = []
 
     def add(self, label, widget, inside=False):
         """Places a label at a widget: at the emptiest place around it, or in one of its corners."""
         candidates = list(self._corners(widget) if inside else self._around(widget))
-        x, y = min(candidates, key=lambda point: self._cost(point) + candidates.index(point) * 0.02)
+        x, y = min(candidates, key=lambda point: self._cost(point, widget) + candidates.index(point) * 0.02)
         self._taken.append((x, y))
         self.placed.append((label, widget, x, y))
 
@@ -42,7 +44,7 @@ class Callouts:
             for y in (widget.y + inset, widget.bottom - inset):
                 yield x, y
 
-    def _cost(self, point):
+    def _cost(self, point, widget):
         x, y = point
         if not (self._room.x + RADIUS <= x <= self._room.right - RADIUS and
                 self._room.y + RADIUS <= y <= self._room.bottom - RADIUS):
@@ -51,6 +53,10 @@ class Callouts:
         for other_x, other_y in self._taken:
             if math.hypot(x - other_x, y - other_y) < 2 * RADIUS + 2:
                 cost += 500
+        for other in self._widgets:
+            if (other is not widget and other.x - RADIUS < x < other.right + RADIUS and
+                    other.y - RADIUS < y < other.bottom + RADIUS):
+                cost += 200
         return cost + self._detail(x, y)
 
     def _detail(self, x, y):
@@ -82,7 +88,7 @@ def write_close_up(path, title, image, png, crop, labels, scale, margin=12, insi
     labels  (label, rectangle in the window) in the order of their importance
     inside  the labels stand in a corner of their rectangles instead of beside them
     """
-    callouts = Callouts(image, crop, margin)
+    callouts = Callouts(image, crop, margin, [] if inside else [place for _, place in labels])
     for label, place in labels:
         callouts.add(label, place, inside)
     svg = Svg((crop.width + 2 * margin) * scale, (crop.height + 2 * margin) * scale, title)

@@ -27,16 +27,18 @@ _PICTURE = """digraph threads {{
         widgets -> slots [label=" direct calls: open, close, motor"];
     }}
     subgraph cluster_shared {{
-        label="shared by both, each part atomic"; labeljust=l; style="rounded,filled"; fillcolor="#f3f4f6";
-        color="#6b7280";
+        style="rounded,filled"; fillcolor="#f3f4f6"; color="#6b7280";
+        shared [label="shared by both,\\neach part atomic", shape=plaintext, style="", fontsize=12, margin=0];
         frame [label="command frame,\\nfour bytes"];
         flags [label="period and flags:\\nstart, stop, at the line"];
         fd [label="descriptor\\nof the line"];
     }}
     subgraph cluster_link {{
-        label="link thread (\\"{link}\\")"; labeljust=l; style="rounded,filled"; fillcolor="#fff7ed"; color="#c2410c";
+        style="rounded,filled"; fillcolor="#fff7ed"; color="#c2410c";
+        link [label="link thread\\n(\\"{link}\\")", shape=plaintext, style="", fontsize=12, margin=0];
         cycle [label="cycle: read into the receive buffer, wait 10 ms, report, send, pause"];
     }}
+    shared -> link [style=invis];
     slots -> frame [label=" stores"];
     slots -> flags [label=" sets, looks at"];
     slots -> fd [label=" opens, closes"];
