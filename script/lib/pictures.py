@@ -159,7 +159,7 @@ class Pictures:
 
     def _draw_silence(self, panel, vehicle):
         zero = first(panel, "open").time_s
-        diagram = TimeDiagram("A vehicle that leaves every third frame unanswered", LANES, 250, 2050)
+        diagram = TimeDiagram("A vehicle that leaves every third frame unanswered", LANES, 200, 2050)
         self._draw_cycles(diagram, panel, vehicle, zero, 2050, counter=True)
         diagram.write(self.path("link-silence.svg"))
 

@@ -14,6 +14,7 @@ import reference_page  # noqa: E402
 from draw import guide, recording  # noqa: E402
 from draw.callouts import RADIUS, Callouts  # noqa: E402
 from draw.form import Form, Rectangle  # noqa: E402
+from draw.timediagram import TimeDiagram  # noqa: E402
 from drive.screen import Image  # noqa: E402
 
 TRACE = r"""7 100.000000 openat(AT_FDCWD</>, "/dev/ttyS0", O_RDWR|O_NOCTTY|O_NONBLOCK) = 9</dev/ttyS0>
@@ -97,6 +98,27 @@ class Numbers(unittest.TestCase):
             shown = re.findall(r">(\d+)</text>", markdown.read(f"docs/pictures/panel-{picture}.svg"))
             self.assertEqual(shown, [number for number, _ in labels])
             self.assertTrue(form.around(bounding))
+
+
+class Times(unittest.TestCase):
+    def places_of(self, text, above):
+        """Where a text stands, and where an arrow from its lane downwards begins."""
+        diagram = TimeDiagram("", ["upper", "lower"], 0, 100)
+        diagram.moment(50, 0, text, above)
+        diagram.arrow(51, 0, 51, 1)
+        with tempfile.NamedTemporaryFile("w", suffix=".svg") as file:
+            diagram.write(file.name)
+            picture = markdown.read(file.name)
+        arrow = re.search(r'<line x1="([\d.]+)" y1="([\d.]+)" x2="\1" y2="([\d.]+)" stroke="#6b7280"', picture)
+        return float(re.search(rf'<text x="([\d.]+)"[^>]*>{text}</text>', picture).group(1)), float(arrow.group(1))
+
+    def test_a_text_stands_beside_the_arrow(self):
+        at, arrow = self.places_of("read 39", above=False)
+        self.assertLess(at + 18, arrow)
+
+    def test_a_text_that_no_arrow_crosses_stands_at_its_moment(self):
+        at, arrow = self.places_of("read 39", above=True)
+        self.assertLess(abs(at - arrow), 10)
 
 
 class ReferencePage(unittest.TestCase):

@@ -104,10 +104,21 @@ class TimeDiagram:
             svg.line(x, y, x, y - reach + 2 if above else y + reach - 2, stroke=colour, stroke_width=0.8,
                      stroke_dasharray="2 2")
         widest = max(text_width(row, SIZE) for row in rows)
-        at = min(max(x, LEFT + widest / 2), self._width - widest / 2 - 4)
+        at = self._beside_arrows(x, widest, lane, above)
+        at = min(max(at, LEFT + widest / 2), self._width - widest / 2 - 4)
         for row, part in enumerate(rows):
             svg.text(at, first + 13 * row, part, font_size=SIZE, fill=INK, text_anchor="middle", stroke="#ffffff",
                      stroke_width=3, paint_order="stroke")
+
+    def _beside_arrows(self, x, width, lane, above):
+        """The middle of a text at a moment: there, or left of the arrow that would run through it."""
+        room = width / 2 + 4
+        for from_ms, from_lane, to_ms, to_lane in self._arrows:
+            if lane in (from_lane, to_lane) and (min(from_lane, to_lane) < lane) == above:
+                arrow = self._x(from_ms if lane == from_lane else to_ms)
+                if abs(arrow - x) < room:
+                    x = arrow - room
+        return x
 
     def _draw_span(self, svg, begin, end, text):
         x1, x2, y = self._x(begin), self._x(end), TOP - 8
