@@ -376,6 +376,12 @@ TEST_F(SocketCanOpen, EveryOtherFailureIsToldInTheSystemsWords) {
     }
 }
 
+TEST_F(SocketCanOpen, AnAnswerThatIsNoneIsNotTakenForOne) {
+    can_kernel().answers_nothing = true;
+    EXPECT_EQ(output_of_open("can0", 0, false, 0), "Virhe: socketCanDriver::open() - rtnetlink : " +
+                                                       std::string(std::strerror(EPROTO)) + "\n\n= -1\n");
+}
+
 TEST_F(SocketCanOpen, FailuresLeaveNothingOpen) {
     for (const char* function : {"setsockopt", "if_nametoindex", "bind", "socket(AF_NETLINK)",
                                  "send(AF_NETLINK)", "recv(AF_NETLINK)"}) {

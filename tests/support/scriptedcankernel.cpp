@@ -292,9 +292,9 @@ ssize_t __wrap_recv(int descriptor, void* data, size_t size, int flags) {
     if (const int error = error_of("recv(AF_NETLINK)"); error != 0) {
         return fail(error);
     }
-    const Bytes bytes = answer(*scripted);
+    const Bytes bytes = can_kernel().answers_nothing ? Bytes() : answer(*scripted);
     const std::size_t count = std::min(size, bytes.all().size());
-    std::memcpy(data, bytes.all().data(), count);
+    std::copy_n(bytes.all().data(), count, static_cast<char*>(data));
     return static_cast<ssize_t>(count);
 }
 

@@ -51,6 +51,7 @@ struct CanKernel {
     std::vector<can_frame> sent;                ///< frames that were sent
     std::set<int> descriptors;                  ///< descriptors that were handed out
     int asked = 0;                              ///< questions about an interface
+    bool answers_nothing = false;               ///< the answer to such a question is empty
 
     /// What happens while poll() waits, one call after the other: the result (a negative one is the error's
     /// number). Without any it waits for its time, and nothing comes.
