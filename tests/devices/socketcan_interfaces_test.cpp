@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdio>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -88,6 +89,23 @@ std::string output_of_rate(unsigned speed, unsigned port) {
         .out;
 }
 
+// The room that new sockets have for what waits to be sent, as sysctl(8) would set it (net.core.wmem_default).
+class SendBufferSize {
+public:
+    explicit SendBufferSize(int bytes) {
+        std::ifstream(path) >> before_;
+        std::ofstream(path) << bytes << std::flush;
+    }
+    ~SendBufferSize() { std::ofstream(path) << before_ << std::flush; }
+    SendBufferSize(const SendBufferSize&) = delete;
+    SendBufferSize& operator=(const SendBufferSize&) = delete;
+
+private:
+    static constexpr const char* path = "/proc/sys/net/core/wmem_default";
+
+    int before_ = 0;
+};
+
 class SocketCanInterfaces : public testing::Test {
 protected:
     VirtualCan interface { "vcan0" };
@@ -141,6 +159,22 @@ TEST_F(SocketCanInterfaces, GoneLastsUntilTheDriverIsOpenedAgain) {
                        "= -1\n= -1\n= 0\n= 1\n= 0\n");
 }
 
+TEST_F(SocketCanInterfaces, WhatAWriteHasLearnedReadingKnows) {
+    const std::string out = with_driver("vcan0", [](SocketCanDriver& driver) {
+        run_ip("link set vcan0 down");
+        print(write_once(driver));
+        print(wait_once(driver));
+        run_ip("link set vcan0 up");
+        print(read_once(driver));
+        run_ip("link del vcan0");
+        print(write_once(driver));
+        print(wait_once(driver));
+        print(read_once(driver));
+    });
+    EXPECT_EQ(out, "= 0\n" + write_error + down("vcan0") + "= -1\n= -1\n= 1\n" + write_error + gone("vcan0") +
+                       "= -1\n= -1\n= -1\n");
+}
+
 TEST_F(SocketCanInterfaces, GoneEndsAWait) {
     const std::string out = with_driver("vcan0", [](SocketCanDriver& driver) {
         std::fflush(stdout);
@@ -177,6 +211,54 @@ TEST_F(SocketCanInterfaces, AFullQueueIsReported) {
                   "Virhe: the transmit queue of vcan0 is full: check that another node is on the bus, at "
                   "the same bit rate, to acknowledge the frames; for longer bursts lengthen it as root "
                   "with 'ip link set vcan0 txqueuelen 1000'\n\n");
+}
+
+TEST_F(SocketCanInterfaces, TooManyWaitingFramesOfOneProgramAreReported) {
+    ASSERT_EQ(run_program({"modprobe", "sch_tbf"}).status, 0);
+    // A frame every ten seconds, and room for more than a program may have waiting.
+    ASSERT_EQ(run_program({"tc", "qdisc", "add", "dev", "vcan0", "root", "tbf", "rate", "8bit", "burst", "16",
+                           "limit", "1000000"})
+                  .status,
+              0);
+    const std::string out = with_driver("vcan0", [](SocketCanDriver& driver) {
+        int before = 0;
+        while (write_once(driver) == 0) {
+            ++before;
+        }
+        const SendBufferSize larger(1000000);
+        print(driver.open("vcan0", 0, false));
+        int after = 0;
+        while (after <= before && write_once(driver) == 0) {
+            ++after;
+        }
+        std::printf("%s\n", after > before ? "more" : "no more");
+    });
+    EXPECT_EQ(
+        out,
+        "= 0\n" + write_error +
+            "Virhe: too many frames of this program wait in the transmit queue of vcan0: check that another "
+            "node is on the bus, at the same bit rate, to acknowledge the frames; for longer bursts make "
+            "more room as root with 'sysctl net.core.wmem_default=1000000', then open it again\n\n"
+            "= 0\nmore\n");
+}
+
+TEST_F(SocketCanInterfaces, FlexibleRateFramesPassUnseen) {
+    ASSERT_TRUE(run_ip("link set vcan0 down"));
+    ASSERT_TRUE(run_ip("link set vcan0 mtu 72"));
+    ASSERT_TRUE(run_ip("link set vcan0 up"));
+    const std::string out = with_driver("vcan0", [](SocketCanDriver& driver) {
+        Candump witness("vcan0");
+        cansend("vcan0", "123##1112233445566778899");
+        std::printf("%s\n", witness.frame().substr(0, 5).c_str());
+        cansend("vcan0", "181#0102");
+        unsigned identifier = 0;
+        unsigned length = 0;
+        Data data;
+        print(driver.read_wait(identifier, length, data.data(), limit_ms));
+        std::printf("%03X %u\n", identifier, length);
+        print(write_once(driver));
+    });
+    EXPECT_EQ(out, "= 0\n123##\n= 0\n181 2\n= 0\n");
 }
 
 TEST_F(SocketCanInterfaces, BusOffIsReportedAndOver) {
