@@ -1192,9 +1192,12 @@ TEST_F(SocketCanConditions, AFullQueueIsNoConditionOfTheInterface) {
     const ChildResult child = with_open_driver(0, [](InspectedDriver& driver) {
         can_kernel().errors["send"] = ENOBUFS;
         send_once(driver);
-        return fetch(driver).result;
+        const int asked = can_kernel().asked;
+        const int result = fetch(driver).result;
+        std::printf("asked %d times\n", can_kernel().asked - asked);
+        return result;
     });
-    EXPECT_EQ(child.out, write_error + queue_full + "= 1\n");
+    EXPECT_EQ(child.out, write_error + queue_full + "asked 0 times\n= 1\n");
 }
 
 TEST_F(SocketCanConditions, WhileBusOffEachFrameIsRefusedAndThenSentAgain) {
