@@ -2,14 +2,15 @@
 //
 //     utilities_bench SCENARIO COUNT
 //
-// runs the scenario's operation COUNT times and prints the nanoseconds of one; a batch scenario prints bytes per
-// second too. Under `valgrind --tool=callgrind` the difference of two run lengths gives the instructions of one.
+// runs the scenario's operation COUNT times and prints the nanoseconds of one; a batch scenario prints bytes
+// per second too. Under `valgrind --tool=callgrind` the difference of two run lengths gives the instructions
+// of one.
 //
 //     utilities_bench wakeups|wakeups-loaded SECONDS
 //
-// runs a loop of 1 ms on the timer and one on clock_nanosleep(TIMER_ABSTIME), in turns of a second each so that
-// both meet the same machine, for SECONDS each, and prints how late their wake-ups came; wakeups-loaded keeps
-// one core busy meanwhile.
+// runs a loop of 1 ms on the timer and one on clock_nanosleep(TIMER_ABSTIME), in turns of a second each so
+// that both meet the same machine, for SECONDS each, and prints how late their wake-ups came; wakeups-loaded
+// keeps one core busy meanwhile.
 
 #include <fcntl.h>
 #include <sys/prctl.h>

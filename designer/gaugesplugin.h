@@ -1,11 +1,12 @@
 /// @file
-/// The gauges in Qt Designer: a plugin that puts them into its widget box and draws them in the form while it is edited.
+/// The gauges in Qt Designer: a plugin that puts them into its widget box and draws them in the form while it
+/// is edited.
 ///
-/// Designer loads every library in the directory `designer` of its plugin paths. From this one it gets a collection of
-/// descriptions, one for each gauge: how it is called, what a form has to include for it, what it looks like in the
-/// widget box, and how one is made. The made gauge is the real one, so that all its properties are in the property
-/// editor and show at once. A form that is made with the plugin is an ordinary form with custom widgets: it
-/// needs the gauges and their headers to be compiled, and the plugin no more.
+/// Designer loads every library in the directory `designer` of its plugin paths. From this one it gets a
+/// collection of descriptions, one for each gauge: how it is called, what a form has to include for it, what
+/// it looks like in the widget box, and how one is made. The made gauge is the real one, so that all its
+/// properties are in the property editor and show at once. A form that is made with the plugin is an ordinary
+/// form with custom widgets: it needs the gauges and their headers to be compiled, and the plugin no more.
 ///
 /// Form loaders (QUiLoader, QFormBuilder) use the plugin in the same way.
 
@@ -30,7 +31,8 @@ public:
     /// @return false: nothing can be put into a gauge
     bool isContainer() const override;
 
-    /// @return what a gauge that is dropped on a form starts with: its size, and texts that are edited in one line
+    /// @return what a gauge that is dropped on a form starts with: its size, and texts that are edited in one
+    /// line
     QString domXml() const override;
 
 protected:

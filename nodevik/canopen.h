@@ -13,7 +13,7 @@
 /// | 0x200, 0x300, 0x400, 0x500 + node  | master | RPDO 1 to 4: process data for the node                    |
 /// | 0x580 + node                       | node   | SDO answer                                                |
 /// | 0x600 + node                       | master | SDO request: read or write one object                     |
-/// | 0x700 + node                       | both   | node guarding (a remote request and its answer), heartbeat |
+/// | 0x700 + node                       | both   | node guarding (remote request and its answer), heartbeat  |
 ///
 /// Direction words follow the node's point of view: a TPDO is received by the master, an RPDO is sent by it.
 ///

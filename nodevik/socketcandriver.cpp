@@ -79,8 +79,7 @@ constexpr const char* queue_full =
     "acknowledge the frames; for longer bursts lengthen it as root with 'ip link set @ txqueuelen 1000'";
 constexpr const char* send_buffer_full =
     "too many frames of this program wait in the transmit queue of @: check that another node is on the bus, "
-    "at "
-    "the same bit rate, to acknowledge the frames; for longer bursts make more room as root with 'sysctl "
+    "at the same bit rate, to acknowledge the frames; for longer bursts make more room as root with 'sysctl "
     "net.core.wmem_default=1000000', then open it again";
 
 constexpr std::array socket_errors = {
@@ -401,8 +400,7 @@ void SocketCanDriver::print_link(const can_link& link) const {
     if (silent_mode && link.controller && !link.listen_only) {
         std::printf(
             "socketCanDriver::open() - The controller acknowledges frames nevertheless: make it listen only "
-            "as "
-            "root with 'ip link set %s down; ip link set %s up type can listen-only on'\n",
+            "as root with 'ip link set %s down; ip link set %s up type can listen-only on'\n",
             name.data(), name.data());
     }
 }
@@ -552,8 +550,8 @@ int SocketCanDriver::fetch_failed(int code) {
     }
 }
 
-/// The result of write() when its system call failed. The kernel tells only one call that the interface has gone
-/// down or away: what write() learns, the fetching operations must know.
+/// The result of write() when its system call failed. The kernel tells only one call that the interface has
+/// gone down or away: what write() learns, the fetching operations must know.
 int SocketCanDriver::send_failed(int code) {
     switch (code) {
         case ENETDOWN:

@@ -11,8 +11,8 @@
 /// | 4      | 1    | length     | 0 to 8                                                              |
 /// | 8      | 8    | data       | as many bytes as the length says                                    |
 ///
-/// Any number of programs may use an interface at once, and each receives every frame: those from the bus, and
-/// those that other programs of the machine send. A driver does not receive what it has sent itself.
+/// Any number of programs may use an interface at once, and each receives every frame: those from the bus,
+/// and those that other programs of the machine send. A driver does not receive what it has sent itself.
 ///
 /// The interface belongs to the administrator. Bit rate and state are set with ip(8), as root, before a
 /// driver is opened; the driver needs no privilege:
@@ -80,17 +80,17 @@ public:
 
     /// Opens an interface, at whatever bit rate it has.
     ///
-    /// What was open before is closed first, whatever comes after. The interface must be a CAN interface, be up
-    /// and not bus-off. The error counters start again from 0.
+    /// What was open before is closed first, whatever comes after. The interface must be a CAN interface, be
+    /// up and not bus-off. The error counters start again from 0.
     ///
     /// Silent means that this program sends nothing: write() refuses. Whether the controller acknowledges the
     /// frames of other nodes, and marks faulty ones, is no choice of a program's, because the interface may
     /// have other users: only the administrator makes it a listener that leaves no trace on the bus ("ip link
-    /// set can0 up type can bitrate 500000 listen-only on"). When it is none, open() says so if the debug word
-    /// has bit 1, and goes on.
+    /// set can0 up type can bitrate 500000 listen-only on"). When it is none, open() says so if the debug
+    /// word has bit 1, and goes on.
     ///
-    /// @param interface  name of the interface, 1 to 15 characters; reports go on to use it if the interface is
-    ///                   renamed
+    /// @param interface  name of the interface, 1 to 15 characters; reports go on to use it if the interface
+    ///                   is renamed
     /// @param mode       identifiers of the frames to be sent: 0 for 11 bits, others (1) for 29 bits; both
     ///                   kinds are received in either mode
     /// @param silent     true to send nothing
@@ -98,19 +98,21 @@ public:
     /// @retval -1  it is not; the reason has been reported
     int open(const char* interface, unsigned int mode, bool silent);
 
-    /// Closes the socket; the interface stays as it is. What is waiting to be read is lost, what has been sent
-    /// still goes out.
+    /// Closes the socket; the interface stays as it is. What is waiting to be read is lost, what has been
+    /// sent still goes out.
     void close() override;
 
     /// Fetches one waiting frame, without blocking.
     ///
     /// Error frames on the way are taken out, see the file's description. After a remote request @p length is
-    /// the length that is asked for and @p data stays cleared; is_remote_request() tells it from a data frame.
+    /// the length that is asked for and @p data stays cleared; is_remote_request() tells it from a data
+    /// frame.
     ///
     /// When the interface has gone down, or its controller bus-off, that is reported once, unless write() has
-    /// already reported it. As long as it lasts, a call that finds no frame is answered with -1, not with 1; when
-    /// the interface is back, reading and writing go on by themselves. An interface that is gone (an adapter was unplugged) stays gone for this
-    /// driver, even if it comes back under its name, until the driver is opened again.
+    /// already reported it. As long as it lasts, a call that finds no frame is answered with -1, not with 1;
+    /// when the interface is back, reading and writing go on by themselves. An interface that is gone (an
+    /// adapter was unplugged) stays gone for this driver, even if it comes back under its name, until the
+    /// driver is opened again.
     ///
     /// @param[out] ID      identifier, 11 or 29 bits; 0 unless a frame was fetched
     /// @param[out] length  number of data bytes, 0 to 8; 0 unless a frame was fetched
@@ -123,8 +125,9 @@ public:
     /// Sends one frame: hands it to the interface's transmit queue, without blocking.
     ///
     /// That a frame has been taken does not mean that another node has received it: the controller repeats it
-    /// until one acknowledges it. Every frame that is not taken is reported. The first frame after an interface
-    /// was down is one of them if nothing has been read meanwhile, even when the interface is up again.
+    /// until one acknowledges it. Every frame that is not taken is reported. The first frame after an
+    /// interface was down is one of them if nothing has been read meanwhile, even when the interface is up
+    /// again.
     ///
     /// @param cobid   identifier; it must fit into 11 or 29 bits
     /// @param length  number of data bytes, 0 to 8; of a remote request, the number that is asked for
@@ -139,8 +142,8 @@ public:
     /// Waits for a frame and fetches it; otherwise like read(). A signal does not end the wait, nor does an
     /// error frame that only changes counters.
     ///
-    /// @param timeout  longest wait in milliseconds; 0 does not wait. Negative, or more than 2147483647, waits
-    ///                 until a frame or an error comes
+    /// @param timeout  longest wait in milliseconds; 0 does not wait. Negative, or more than 2147483647,
+    ///                 waits until a frame or an error comes
     int read_wait(unsigned int& ID, unsigned int& length, unsigned char* data, long timeout) override;
 
     /// Tells the error counters as read() has last learned them: transmit errors first.
@@ -156,8 +159,8 @@ public:
     /// @return 0
     int read_error_counters(unsigned int& txErr, unsigned int& rxErr, unsigned int& ovErr) override;
 
-    /// Forgets the receive errors, until an error frame tells new ones. The controller's own counter stays, and
-    /// so do the frames that wait to be read.
+    /// Forgets the receive errors, until an error frame tells new ones. The controller's own counter stays,
+    /// and so do the frames that wait to be read.
     void reset_rx_errors() override;
 
     /// Forgets the transmit errors, until an error frame tells new ones. The controller's own counter stays,

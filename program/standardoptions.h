@@ -1,14 +1,14 @@
 /// @file
 /// The options that every installed program knows.
 ///
-/// A program that somebody installed is asked two things before anything else: how it is used and which version
-/// it is. The answers have one form for all programs and go to standard output:
+/// A program that somebody installed is asked two things before anything else: how it is used and which
+/// version it is. The answers have one form for all programs and go to standard output:
 ///
 ///     $ vehicle-simulator --version
 ///     vehicle-simulator (ohjauspaneeli) 1.0.0
 ///
-/// The name is the one under which the program was started, without its directories; in the parentheses stands the
-/// project, whose version all programs share.
+/// The name is the one under which the program was started, without its directories; in the parentheses
+/// stands the project, whose version all programs share.
 
 #ifndef PROGRAM_STANDARDOPTIONS_H
 #define PROGRAM_STANDARDOPTIONS_H
@@ -26,8 +26,8 @@ void print_usage(const char* operands);
 
 /// Answers --version and --help for a program that has no other options.
 ///
-/// Only an option that stands alone counts, so that no operand is taken for one. --help prints the usage and a
-/// second line that names both options.
+/// Only an option that stands alone counts, so that no operand is taken for one. --help prints the usage and
+/// a second line that names both options.
 /// @param arguments  the command line without the program's name
 /// @param operands   as for print_usage()
 /// @return           true when the question is answered: the program ends with status 0

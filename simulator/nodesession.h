@@ -35,8 +35,8 @@ public:
     NodeSession(const NodeSession&) = delete;
     NodeSession& operator=(const NodeSession&) = delete;
 
-    /// Prints where frames are received, switches the nodes on and serves them until SIGINT, SIGTERM or the end
-    /// of the command.
+    /// Prints where frames are received, switches the nodes on and serves them until SIGINT, SIGTERM or the
+    /// end of the command.
     ///
     /// @return  exit status: 0, or that of the command
     int run();

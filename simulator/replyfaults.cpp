@@ -8,8 +8,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// How far a random fault goes. Together they leave the line time to catch up: a panel that takes up to 100 bytes
-// in each cycle is given some 50.
+// How far a random fault goes. Together they leave the line time to catch up: a panel that takes up to 100
+// bytes in each cycle is given some 50.
 constexpr int most_writes = 13;
 constexpr int longest_pause_ms = 15;
 constexpr int most_garbage = 120;

@@ -39,8 +39,8 @@ struct Piece {
 
 /// Applies a plan to one reply after the other.
 ///
-/// A reply that a random fault hits has this fault alone, whatever else the plan says; the fault's kind and size
-/// are drawn anew for each:
+/// A reply that a random fault hits has this fault alone, whatever else the plan says; the fault's kind and
+/// size are drawn anew for each:
 ///
 /// | Told as            | The reply                                                              |
 /// |--------------------|------------------------------------------------------------------------|

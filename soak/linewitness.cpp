@@ -1,16 +1,16 @@
-// A witness of the panel's serial line: preloaded into the panel (LD_PRELOAD, ld.so(8)), it writes down every call
-// that the panel makes on /dev/ttyS0, and changes nothing.
+// A witness of the panel's serial line: preloaded into the panel (LD_PRELOAD, ld.so(8)), it writes down every
+// call that the panel makes on /dev/ttyS0, and changes nothing.
 //
-// The file that LINE_WITNESS names gets one line for each call, written at once: the monotonic clock's seconds, what
-// was called, its result, and the bytes.
+// The file that LINE_WITNESS names gets one line for each call, written at once: the monotonic clock's
+// seconds, what was called, its result, and the bytes.
 //
 //     8127.310021 opened 9
 //     8127.612402 read 39 7f a0 b0 ff ...
 //     8127.622519 wrote 4 4 00 67 6e 50        (asked for 4 bytes, 4 were taken)
 //     8129.104377 closed 9
 //
-// No memory is allocated, and the file is the one descriptor more that the panel holds. The calls go on to whoever
-// would have had them otherwise: the C library, or a sanitizer in front of it.
+// No memory is allocated, and the file is the one descriptor more that the panel holds. The calls go on to
+// whoever would have had them otherwise: the C library, or a sanitizer in front of it.
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -3,8 +3,8 @@
 //     master-soak --simulator FILE --directory DIR [--seed N] [--seconds S | --cycles N] [--period-ms MS]
 //                 [--lose-frame N] [--leak]
 //
-// Leaves its figures in DIR/figures, one a line, name and number, and "problem TEXT" when something went wrong; then
-// it ends with status 1.
+// Leaves its figures in DIR/figures, one a line, name and number, and "problem TEXT" when something went
+// wrong; then it ends with status 1.
 
 #include <charconv>
 #include <cstdio>

@@ -317,8 +317,9 @@ void MasterSoak::take_footprint(long& memory_kib, long& descriptors) const {
     descriptors = open_descriptors();
 }
 
-// Does a transfer with a node that is there, and tells whether it came to its right end. If not, it was the master's
-// loss, unless the node's answers come only now: then the machine was busy for longer than the master waits.
+// Does a transfer with a node that is there, and tells whether it came to its right end. If not, it was the
+// master's loss, unless the node's answers come only now: then the machine was busy for longer than the
+// master waits.
 template <typename Transfer>
 bool MasterSoak::succeeds(const Node& node, unsigned bytes, Transfer transfer) {
     const unsigned requests_before = driver_.sdo_requests(node.number);

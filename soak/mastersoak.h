@@ -1,8 +1,9 @@
 /// @file
 /// A long run of the CANopen master against nodes that vanish and return.
 ///
-/// One cycle in every period: new outputs for all nodes, SYNC, and every node that is there answers with its two
-/// TPDOs, which carry what its outputs were set to. Between two cycles there is one of these, drawn at random:
+/// One cycle in every period: new outputs for all nodes, SYNC, and every node that is there answers with its
+/// two TPDOs, which carry what its outputs were set to. Between two cycles there is one of these, drawn at
+/// random:
 ///
 /// | Deed        | What has to come of it                                                                   |
 /// |-------------|------------------------------------------------------------------------------------------|
@@ -17,8 +18,9 @@
 /// | killed      | the process of all nodes is killed, and started again later                              |
 /// | in vain     | an SDO transfer with a node that is away, or a look for its state: no answer             |
 ///
-/// A node returns some cycles later, announces itself with its boot-up message, is started and works again. The
-/// driver keeps a journal of all frames, the nodes a log: whoever started the run holds them against each other.
+/// A node returns some cycles later, announces itself with its boot-up message, is started and works again.
+/// The driver keeps a journal of all frames, the nodes a log: whoever started the run holds them against each
+/// other.
 
 #ifndef SOAK_MASTERSOAK_H
 #define SOAK_MASTERSOAK_H

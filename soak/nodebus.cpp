@@ -90,8 +90,8 @@ void NodeBus::on(unsigned node) const {
     expect_ok("on " + std::to_string(node));
 }
 
-// The simulator looks for a command when no frame waits. A frame may come in between those two looks, but before the
-// next command it is taken.
+// The simulator looks for a command when no frame waits. A frame may come in between those two looks, but
+// before the next command it is taken.
 void NodeBus::settle() const {
     for (int i = 0; i < 2; ++i) {
         command("nothing");  // unknown to the simulator, which says so

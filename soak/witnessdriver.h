@@ -1,8 +1,8 @@
 /// @file
 /// A CAN driver that keeps a journal of every frame that passes, beside carrying it over UDP.
 ///
-/// The journal has one line for each frame, in the words that node-simulator's log has for it, so that the two can
-/// be held against each other, and one for whatever else the program tells it:
+/// The journal has one line for each frame, in the words that node-simulator's log has for it, so that the
+/// two can be held against each other, and one for whatever else the program tells it:
 ///
 ///     in  601 8 40 00 10 00 00 00 00 00      the master sent it, into the nodes
 ///     out 581 8 43 00 10 00 91 01 0f 00      it came out of the nodes
@@ -58,7 +58,8 @@ public:
     /// Has @p deed done once, right after @p frames more frames have been sent; 0 calls that off.
     void after_sending(unsigned frames, std::function<void()> deed);
 
-    /// Loses the frame of this number, counted from 1, without a word: it counts as sent and stands in the journal.
+    /// Loses the frame of this number, counted from 1, without a word: it counts as sent and stands in the
+    /// journal.
     void lose(std::uint64_t frame) { lost_frame_ = frame; }
 
     int read(unsigned int& ID, unsigned int& length, unsigned char* data) override;

@@ -11,8 +11,8 @@ namespace {
 
 /// What meters and lamps have in common: the name, and the description that starts with the value in words.
 ///
-/// Clients may keep an interface beyond its widget's life: every question is asked anew of the object, which is no
-/// meter or lamp any more while it is being destroyed.
+/// Clients may keep an interface beyond its widget's life: every question is asked anew of the object, which
+/// is no meter or lamp any more while it is being destroyed.
 class AccessibleGauge : public QAccessibleWidget {
 public:
     using QAccessibleWidget::QAccessibleWidget;
@@ -55,7 +55,8 @@ private:
     }
 };
 
-/// A meter. Its value can be read and not be set: it shows what was measured, and only the program knows that.
+/// A meter. Its value can be read and not be set: it shows what was measured, and only the program knows
+/// that.
 class AccessibleMeter : public AccessibleGauge, public QAccessibleValueInterface {
 public:
     explicit AccessibleMeter(AbstractMeter* meter) : AccessibleGauge(meter, QAccessible::ProgressBar) {}
@@ -105,8 +106,8 @@ private:
     const Led* lamp() const { return qobject_cast<const Led*>(object()); }
 };
 
-/// The interface to @p object under the name of its class or one that it inherits, which the toolkit goes through
-/// one by one; nullptr for what is no gauge. The toolkit owns the result.
+/// The interface to @p object under the name of its class or one that it inherits, which the toolkit goes
+/// through one by one; nullptr for what is no gauge. The toolkit owns the result.
 QAccessibleInterface* makeInterface(const QString& className, QObject* object) {
     if (className == QLatin1StringView(AbstractMeter::staticMetaObject.className())) {
         auto* meter = qobject_cast<AbstractMeter*>(object);

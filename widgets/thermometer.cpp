@@ -96,9 +96,10 @@ int columnHeight(double fraction) {
     return qBound(fluid_lowest, static_cast<int>(height) + fluid_below_scale, fluid_highest);
 }
 
-// The raster engine blends a gradient pixel row by pixel row through its most general code, and hands a fill of many rows to helper
-// threads; waking them takes several times what a few pixels in a row take to fill. So the column's gradient, which is the same
-// in every row, is handed over as a texture of one row, and the column is filled in strips of a few rows each.
+// The raster engine blends a gradient pixel row by pixel row through its most general code, and hands a fill
+// of many rows to helper threads; waking them takes several times what a few pixels in a row take to fill. So
+// the column's gradient, which is the same in every row, is handed over as a texture of one row, and the
+// column is filled in strips of a few rows each.
 
 /// Tells whether @p device only shifts and enlarges, so that rows of the drawing are rows of pixels.
 bool keepsRows(const QTransform& device) {

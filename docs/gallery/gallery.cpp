@@ -1,8 +1,9 @@
-// Renders the gauges in chosen states, or shows the serial terminal window; script/pictures takes its pictures.
+// Renders the gauges in chosen states, or shows the serial terminal window; script/pictures takes its
+// pictures.
 //
 //     gallery gauges DIRECTORY    writes dial.png, thermometer.png and lamp.png, a row of states each
-//     gallery terminal DEVICE     shows the serial terminal window on a serial device, and prints where its widgets
-//                                 are: name, x, y, width and height, a line each
+//     gallery terminal DEVICE     shows the serial terminal window on a serial device, and prints where its
+//                                 widgets are: name, x, y, width and height, a line each
 
 #include <QApplication>
 #include <QDir>

@@ -50,8 +50,8 @@ public:
     /// @see realpath(3), chdir(2), readdir(3), stat(2)
     int cd(char* path);
 
-    /// Prints the entries that pass the type filter, a line each: the kind padded to 16 columns (nothing where
-    /// the type could not be read), then the name.
+    /// Prints the entries that pass the type filter, a line each: the kind padded to 16 columns (nothing
+    /// where the type could not be read), then the name.
     ///
     /// Starts the walk of getnext() anew before and after.
     ///

@@ -1,5 +1,6 @@
 /// @file
-/// CAN interfaces of the kernel under test, and the programs of others that bear witness of what passes there.
+/// CAN interfaces of the kernel under test, and the programs of others that bear witness of what passes
+/// there.
 
 #ifndef TESTS_DEVICES_CANWITNESS_H
 #define TESTS_DEVICES_CANWITNESS_H
@@ -9,7 +10,8 @@
 #include <string>
 #include <vector>
 
-/// Runs ip(8) with @p arguments, separated by blanks; whether it succeeded. What it says goes to standard error.
+/// Runs ip(8) with @p arguments, separated by blanks; whether it succeeded. What it says goes to standard
+/// error.
 bool run_ip(const std::string& arguments);
 
 /// A virtual CAN interface that is up; it is removed with its owner.

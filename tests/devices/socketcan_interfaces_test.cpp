@@ -89,7 +89,8 @@ std::string output_of_rate(unsigned speed, unsigned port) {
         .out;
 }
 
-// The room that new sockets have for what waits to be sent, as sysctl(8) would set it (net.core.wmem_default).
+// The room that new sockets have for what waits to be sent, as sysctl(8) would set it
+// (net.core.wmem_default).
 class SendBufferSize {
 public:
     explicit SendBufferSize(int bytes) {

@@ -1,5 +1,6 @@
-// How long an SDO read takes, request to answer, over a virtual CAN interface and over UDP on the loopback network, with
-// the same node in another process. Prints the figures; fails only when a read brings something wrong.
+// How long an SDO read takes, request to answer, over a virtual CAN interface and over UDP on the loopback
+// network, with the same node in another process. Prints the figures; fails only when a read brings something
+// wrong.
 
 #include <algorithm>
 #include <array>

@@ -18,8 +18,8 @@ struct UinputAbilities {
     std::vector<std::pair<int, std::vector<int>>> events = {};  ///< event types with their codes
 };
 
-/// A device made through /dev/uinput, see the kernel's uinput documentation. It exists until unplug() or the end of the
-/// object; a process that inherits it by fork(2) may use it, too.
+/// A device made through /dev/uinput, see the kernel's uinput documentation. It exists until unplug() or the
+/// end of the object; a process that inherits it by fork(2) may use it, too.
 class UinputDevice {
 public:
     /// Makes the device; ends the process when the kernel refuses.
@@ -40,8 +40,8 @@ public:
     /// Ends a report.
     void end_report() const;
 
-    /// Waits for the next event that the kernel hands to the device, such as a lamp to switch; nothing after @p
-    /// limit_ms.
+    /// Waits for the next event that the kernel hands to the device, such as a lamp to switch; nothing after
+    /// @p limit_ms.
     std::optional<input_event> next_command(int limit_ms = 60000) const;
 
     /// Takes the device away, as if its plug were pulled.

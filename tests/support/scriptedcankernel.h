@@ -1,9 +1,10 @@
 /// @file
 /// A kernel's CAN, scripted: the system calls of a SocketCAN driver are answered by a test.
 ///
-/// A test program that is built with use_scripted_can_kernel() of tests/CMakeLists.txt has these calls answered here:
-/// socket() of the families AF_CAN and AF_NETLINK, and on descriptors that came from it bind(), setsockopt(),
-/// send(), recv(), recvmsg() and poll(); also if_nametoindex(). Everything else goes to the real kernel.
+/// A test program that is built with use_scripted_can_kernel() of tests/CMakeLists.txt has these calls
+/// answered here: socket() of the families AF_CAN and AF_NETLINK, and on descriptors that came from it
+/// bind(), setsockopt(), send(), recv(), recvmsg() and poll(); also if_nametoindex(). Everything else goes to
+/// the real kernel.
 ///
 /// The descriptors are real ones (of /dev/null), so that whether they have been closed is the real kernel's
 /// word.

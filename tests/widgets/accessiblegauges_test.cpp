@@ -67,7 +67,8 @@ public:
 
 }  // namespace
 
-// The toolkit's way to the clients starts with these two. They stand in for it: the offscreen platform leads to none.
+// The toolkit's way to the clients starts with these two. They stand in for it: the offscreen platform leads
+// to none.
 
 bool QAccessible::isActive() {
     return a_client_listens;
