@@ -186,6 +186,11 @@ TEST_F(CanopenSetUp, ANullDriverFailsTheAssertion) {
     EXPECT_EQ(result.signal, SIGABRT);
 }
 
+TEST_F(CanopenSetUp, SetDebugPassesBit4AloneOn) {
+    master.set_debug(0xFF);
+    EXPECT_EQ(driver.get_debug(), 5U);
+}
+
 namespace {
 
 // A master that tells its type filter.
@@ -577,6 +582,18 @@ TEST_F(ReadCycle, WithoutBit4NothingIsPrinted) {
     EXPECT_EQ(printed([&] { master.read_all_until_duplicate_tpdo(); }), "");
 }
 
+TEST_F(ReadCycle, AHeldShortFrameHasNoBytesOfTheOneHeldBefore) {
+    PDO a(0x181);
+    master.add_tpdo(a);
+    driver.queue(0x181, {1});
+    driver.queue(0x181, {2, 2, 2, 2, 2, 2, 2, 2});
+    driver.queue(0x181, {3});
+    EXPECT_EQ(master.read_all_until_duplicate_tpdo(), 1);
+    EXPECT_EQ(master.read_all_until_duplicate_tpdo(), 1);
+    EXPECT_EQ(master.read_all_until_duplicate_tpdo(), 0);
+    EXPECT_EQ(a.get_value(), 3U);
+}
+
 TEST_F(UpdateCount, CountsTheTpdosThatHaveNotCome) {
     PDO a(0x181);
     PDO b(0x182);
@@ -746,6 +763,15 @@ TEST_F(TpdoLookup, TwoMastersFollowTheirOwnPdos) {
     b.cobid = 0x181;
     EXPECT_EQ(receiver(other, other_driver, {&a, &b}), "b");
     EXPECT_EQ(receiver(master, driver, {&a, &b}), "a");
+}
+
+TEST_F(TpdoLookup, SeesAPdoThatIsAddedBetweenReceptions) {
+    PDO a(0x181);
+    PDO b(0x182);
+    master.add_tpdo(a);
+    EXPECT_EQ(receiver(master, driver, {&a, &b}), "a");
+    master.add_tpdo(b);
+    EXPECT_EQ(receiver(master, driver, {&a, &b}, 0x182), "b");
 }
 
 TEST_F(SendRpdos, AllAreSentWithTheirOwnLengthInListOrder) {
@@ -1012,6 +1038,20 @@ TEST_F(NodeGuard, TheTimeOutClockIsNotCorrectedForItsWrap) {
         EXPECT_EQ(master.nodeguard(5, 1), 5);
         EXPECT_EQ(clock.pauses_us.size(), 1000U);
     }
+}
+
+TEST_F(NodeGuard, TheTimeIsUpAtItsExactEnd) {
+    const ScriptedClock clock;
+    EXPECT_EQ(master.nodeguard(5, 101), -1);
+    // 1000 rounds of 101 us end at the very microsecond.
+    EXPECT_EQ(clock.pauses_us.size(), 1000U);
+}
+
+TEST_F(NodeGuard, TheTimeStartsAfterTheRequestIsSent) {
+    ScriptedClock clock;
+    driver.on_write = [&](const ScriptedFrame&) { clock.now_us += 5000; };
+    EXPECT_EQ(master.nodeguard(5, 10), -1);
+    EXPECT_EQ(clock.pauses_us.size(), 100U);
 }
 
 TEST(CanopenCycle, AllocatesNothingAfterConstruction) {

@@ -206,6 +206,12 @@ TEST_F(SdoWrite, AnUnknownAnswerPrintsAMessageAndReturnsOne) {
     }
 }
 
+TEST_F(SdoWrite, AnUnknownAnswerIsReportedWithTheNodeThatSentIt) {
+    answer_each({ScriptedFrame(0x586, {0x43, 0x40, 0x60, 0})});
+    const std::string out = printed([&] { master.sdo_write(5, 0x6040, 0, 1, 1); });
+    EXPECT_NE(out.find("Unknown SDO_write response: nodeID=0x06 "), std::string::npos) << out;
+}
+
 TEST_F(SdoWrite, AnUnknownAnswerDoesNotEndTheProcess) {
     answer_each({ScriptedFrame(0x585, {0x43, 0x40, 0x60, 0})});
     master.set_debug(1);
@@ -324,6 +330,12 @@ TEST_F(SdoWait, SilenceEndsTheProcessUnderBit1) {
         std::string(yellow) + "Error: No SDO Response: nodeID=0x05 Index=0x6040 SubIndex=0x00\n" + modes_off);
 }
 
+TEST_F(SdoWait, TheTimeOfAnAttemptStartsAfterItsRequestIsSent) {
+    driver.on_write = [&](const ScriptedFrame&) { clock.now_us += 5000; };
+    EXPECT_EQ(master.sdo_write(5, 0x6040, 0, 1, 1), -1);
+    EXPECT_EQ(clock.pauses_us.size(), 4U * 199U);
+}
+
 TEST_F(SdoRead, TakesAsManyBytesAsTheAnswerIndicates) {
     struct Row {
         unsigned char command;
@@ -404,6 +416,15 @@ TEST_F(SdoRead, AnUnknownAnswerIsReportedAndTheWaitGoesOn) {
     }
 }
 
+TEST_F(SdoRead, AnUnknownAnswerIsReportedWithTheNodeThatSentIt) {
+    answer({{ScriptedFrame(0x586, {0x60, 0x40, 0x60, 0}), ScriptedFrame(0x585, {0x4F, 0x40, 0x60, 0, 1})}});
+    const std::string out = printed([&] {
+        int data = 0;
+        master.sdo_read(5, 0x6040, 0, data);
+    });
+    EXPECT_NE(out.find("Unknown SDO_read response: nodeID=0x06 "), std::string::npos) << out;
+}
+
 TEST_F(SdoRead, ASegmentedObjectIsReadToItsEndAndItsFirstFourBytesKept) {
     answer_each({ScriptedFrame(0x585, {0x41, 0x08, 0x10, 0, 16, 0, 0, 0}),
                  ScriptedFrame(0x585, {0x00, 1, 2, 3, 0x84, 5, 6, 7}),
@@ -448,6 +469,13 @@ TEST_F(SdoRead, SilenceBetweenSegmentsAbortsTheTransferAndLeavesDataAlone) {
               "605 40 40 60 00 00 00 00 00 \n"
               "605 60 00 00 00 00 00 00 00 \n"
               "605 80 40 60 00 00 00 04 05 \n");
+}
+
+TEST_F(SdoRead, OnlyTwoBitsOfTheAnswerTellItsSize) {
+    answer_each({ScriptedFrame(0x585, {0x5F, 0x00, 0x10, 0x00, 0x84, 0x83, 0x82, 0x81})});
+    int data = 0;
+    EXPECT_EQ(master.sdo_read(5, 0x1000, 0, data), 0);
+    EXPECT_EQ(data, 0x84);
 }
 
 namespace {

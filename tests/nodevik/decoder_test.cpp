@@ -450,3 +450,11 @@ TEST_F(Decoder, StaticDecoderClosesTheLogAtTheEndOfTheProcess) {
     EXPECT_EQ(child.status, 0);
     EXPECT_EQ(contents(name), log_opened + log_closed);
 }
+
+TEST_F(Decoder, ClosingTheLogLeavesThePendingLine) {
+    CDecoder::open_log(path("log").c_str());
+    CDecoder::add_printf("pending");
+    CDecoder::close_log();
+    EXPECT_STREQ(CDecoder::get_message(), "pending");
+    EXPECT_EQ(contents(path("log")), log_opened + log_closed);
+}

@@ -385,6 +385,20 @@ TEST_F(KvaserOpen, FailedStepsDoNotCloseTheChannel) {
     }
 }
 
+TEST_F(KvaserOpen, AFailedChannelIsNotStoredAsTheStatus) {
+    const ChildResult child = run_in_child([] {
+        KvaserDriver driver;
+        driver.set_debug(0);
+        standin().results["canOpenChannel"] = -3;
+        driver.open(500000, 0, 0, false);
+        driver.open(500000, 0, 0, false);
+    });
+    const std::string report =
+        "Virhe: kvaserDriver::open() - canOpenChannel() : text of 0\n\n"
+        "Virhe: Kvaser Error Status = -3 (text of -3)\n\n";
+    EXPECT_EQ(child.out, report + report);
+}
+
 TEST_F(KvaserClose, GoesOffTheBusAndClosesTheChannel) {
     InspectedDriver driver;
     open_quietly(driver);
@@ -441,6 +455,17 @@ TEST_F(KvaserRead, IdentifierIsCutTo32Bits) {
     unsigned char data[8];
     EXPECT_EQ(driver.read(id, length, data), 0);
     EXPECT_EQ(id, 0x1FFFFFFFU);
+}
+
+TEST_F(KvaserRead, IdentifierKeepsAll32Bits) {
+    KvaserDriver driver;
+    open_quietly(driver);
+    standin().id = 0x180000181L;
+    unsigned int id = 0;
+    unsigned int length = 0;
+    unsigned char data[8];
+    EXPECT_EQ(driver.read(id, length, data), 0);
+    EXPECT_EQ(id, 0x80000181U);
 }
 
 TEST_F(KvaserRead, FlagsTellTheIdentifierWidth) {
@@ -657,6 +682,15 @@ TEST_F(KvaserRead, ClosedDriverReportsThatAndCallsCanlibNevertheless) {
     EXPECT_EQ(child.out, "Virhe: \n\nRead: CAN connection is not Open !\n\n\n= 0 canRead(7)\n");
 }
 
+TEST_F(KvaserRead, AWarningAboutTheCountersIsNotReported) {
+    const ChildResult child = with_open_driver(2, [](WatchedDriver& driver) {
+        standin().results["canRead"] = canERR_NOMSG;
+        standin().results["canReadErrorCounters"] = 1;
+        return read_once(driver);
+    });
+    EXPECT_EQ(child.out, "= 1\n");
+}
+
 TEST_F(KvaserReadWait, DeliversAFrame) {
     InspectedDriver driver;
     open_quietly(driver);
@@ -686,6 +720,16 @@ TEST_F(KvaserReadWait, IsReachedThroughTheInterface) {
     unsigned char data[8];
     EXPECT_EQ(interface.read_wait(id, length, data, 1), 0);
     EXPECT_EQ(standin().calls, (Calls{"canReadWait(7, 1)"}));
+}
+
+TEST_F(KvaserReadWait, TimeoutIsPassedOnInFullWidth) {
+    KvaserDriver driver;
+    open_quietly(driver);
+    unsigned int id = 0;
+    unsigned int length = 0;
+    unsigned char data[8];
+    driver.read_wait(id, length, data, -1);
+    EXPECT_EQ(standin().calls, (Calls{"canReadWait(7, 18446744073709551615)"}));
 }
 
 TEST_F(KvaserReadWait, TimeoutWithoutAFrameReadsNoCounters) {
@@ -779,6 +823,14 @@ TEST_F(KvaserWrite, SendsAFrame) {
     EXPECT_EQ(driver.write(0x201, 3, data, 0), 0);
     EXPECT_EQ(standin().calls, (Calls{"canWrite(7, 513, 3, 2)"}));
     EXPECT_EQ(standin().written, (std::vector<unsigned char>{1, 2, 3}));
+}
+
+TEST_F(KvaserWrite, IdentifierIsPassedOnUnsigned) {
+    KvaserDriver driver;
+    open_quietly(driver);
+    unsigned char data[8] = {};
+    EXPECT_EQ(driver.write(0x80000001, 0, data, 0), 0);
+    EXPECT_EQ(standin().calls, (Calls{"canWrite(7, 2147483649, 0, 2)"}));
 }
 
 TEST_F(KvaserWrite, FlagsChooseWidthAndRemoteRequest) {

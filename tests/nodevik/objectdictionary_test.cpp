@@ -636,6 +636,14 @@ TEST_F(ObjectDictionaryCreateTpdoData, RefusesFaultyTypesAlsoAtASmallAddress) {
                   "PDO::createTPDO Unknown mapping type\n");
 }
 
+TEST_F(ObjectDictionaryCreateTpdoData, APositionFromSixtyFourOnStartsOverAtTheFirstWord) {
+    unsigned char variable = 0;
+    tpdo().pdodata = 0x08;
+    add_entry(tpdo(), &variable, 64 + 3, PDO::bit1);
+    dictionary.create_tpdo_data(tpdo_number);
+    EXPECT_EQ(variable, 1);
+}
+
 TEST_F(ObjectDictionaryCreateRpdoData, ByteMappingsFillTheFirstBytesWhateverTheirPosition) {
     struct Row {
         PDO::maptype type;

@@ -210,6 +210,18 @@ TEST_F(UdpDriver, ReadWithNothingWaitingYieldsTheLastFrameReceived) {
     EXPECT_EQ(data, (Frame{1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
+TEST_F(UdpDriver, ASecondOpenKeepsTheLastFrame) {
+    open();
+    send_to_driver(datagram({0x85, 1, 0, 0, 2, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(driver.read(identifier, length, data.data()), 0);
+    open();
+    identifier = 0;
+    data.fill(9);
+    EXPECT_NE(driver.read(identifier, length, data.data()), 0);
+    EXPECT_EQ(identifier, 0x185U);
+    EXPECT_EQ(data, (Frame{1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
 TEST_F(UdpDriver, ReadTakesOneFramePerCallInTheOrderOfArrival) {
     open();
     send_to_driver(datagram({1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
@@ -426,4 +438,11 @@ TEST_F(UdpDriver, PrintsNoFrameEvenUnderTheDecodingBit) {
         _exit(0);
     });
     EXPECT_NE(result.out.find(std::to_string(peer.port()) + "\nend\n"), std::string::npos) << result.out;
+}
+
+TEST_F(UdpDriver, TheStopCommandHasZerosAfterItsTwoBytes) {
+    open();
+    std::fill(std::begin(driver.candata), std::end(driver.candata), static_cast<unsigned char>(0xFF));
+    driver.close();
+    EXPECT_EQ(peer.receive(), stop_datagram);
 }
