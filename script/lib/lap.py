@@ -54,11 +54,7 @@ class Lap:
 
     def look_at_vehicle(self):
         """Waits until the motor keeps its speed, then holds the dial, the bar and the counter against the log."""
-        def steady():
-            speeds = [reply.value("speed") for reply in self._vehicle.events("replied")[-5:]]
-            return len(speeds) == 5 and len(set(speeds)) == 1
-
-        process.wait_until(steady, "a steady speed")
+        self._vehicle.wait_for_steady_speed()
         self._vehicle.wait_for_more_frames(2)
         reply = self._vehicle.last("replied")
         speed, capacity = self._panel.dial_speed(), self._panel.capacity()
@@ -83,11 +79,25 @@ class Lap:
 def drive(panel, vehicle, picture):
     """Drives the lap; returns it when the panel has ended."""
     lap = Lap(panel, vehicle)
+    start(lap, panel, vehicle)
+    drive_forwards(lap, panel)
+    panel.image().write_png(picture)
+    panel.release()
+    lap.look_at_set_points()
+    drive_backwards(lap, panel)
+    panel.release()
+    lap.look_at_set_points()
+    come_to_rest(lap, panel, vehicle)
+    end(lap, panel)
+    return lap
+
+
+def start(lap, panel, vehicle):
+    """Opens the port, switches the motor on and shows all of the panel."""
     lap.rows.append(["start", "nothing: the line is closed", ""])
     lap.look_at_port_lamps(opened=False)
     if vehicle.events():
         lap.faults.append("the panel touched the line before the port was opened")
-
     lap.ask("open the port", NEUTRAL, lambda: panel.click(on_panel.OPEN_BUTTON))
     lap.look_at_port_lamps(opened=True)
     lap.ask("motor on", frame(0, 103, 110, "Q"), lambda: panel.click(on_panel.MOTOR_BUTTON))
@@ -98,14 +108,17 @@ def drive(panel, vehicle, picture):
     lap.rows.append(["show both extra panes", "the same", f"window {920} x {761}"])
     lap.look_at_link_lamps()
 
+
+def drive_forwards(lap, panel):
+    """Presses on the pad and drags forwards; the button stays pressed."""
     lap.ask("press on the pad", frame(*pad_press(*PRESS), "Q"), lambda: panel.press(*PRESS))
     for x, y in FORWARDS:
         lap.ask("drag forwards", frame(*pad_drag(x, y), "Q"), lambda point=(x, y): panel.drag(*point))
     lap.look_at_vehicle()
-    panel.image().write_png(picture)
-    panel.release()
-    lap.look_at_set_points()
 
+
+def drive_backwards(lap, panel):
+    """Drags backwards and to the middle; the button stays pressed."""
     # A second press at the place of the last drag steers the other way round.
     x, y = FORWARDS[-1]
     lap.ask("press again", frame(*pad_press(x, y), "Q"), lambda: panel.press(x, y))
@@ -113,21 +126,25 @@ def drive(panel, vehicle, picture):
         lap.ask("drag backwards", frame(*pad_drag(x, y), "Q"), lambda point=(x, y): panel.drag(*point))
     lap.ask("drag to the middle", frame(*pad_drag(*MIDDLE), "Q"), lambda: panel.drag(*MIDDLE))
     lap.look_at_vehicle()
-    panel.release()
-    lap.look_at_set_points()
 
+
+def come_to_rest(lap, panel, vehicle):
+    """Switches the motor off and closes the port."""
     lap.ask("motor off", lap.expected[-1][:3] + b"P", lambda: panel.click(on_panel.MOTOR_BUTTON))
     panel.click(on_panel.CLOSE_BUTTON)
     vehicle.wait_for_event("closed")
     lap.rows.append(["close the port", "no more", ""])
     process.wait_until(lambda: panel.lamp(on_panel.RED_LAMP) == "on", "the red lamp")
     lap.look_at_port_lamps(opened=False)
+
+
+def end(lap, panel):
+    """Closes the window, which ends the panel."""
     panel.close()
     status = panel.wait()
     lap.rows.append(["close the window", "no more", f"ended with status {status}"])
     if status != 0:
         lap.faults.append(f"the panel ended with status {status}: {panel.errors()}")
-    return lap
 
 
 def check_frames(lap, vehicle):

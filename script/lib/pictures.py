@@ -13,7 +13,7 @@ import time
 import lap
 from draw import guide, recording, rooms, threads
 from draw.callouts import bounds, write_close_up
-from draw.form import Form, Rectangle
+from draw.form import Form, Rectangle, around
 from draw.timediagram import TimeDiagram
 from drive import panel as on_panel
 from drive import process
@@ -225,7 +225,6 @@ class TerminalWindow:
     def __enter__(self):
         environment = {name: value for name, value in os.environ.items() if not name.startswith("QT_")}
         environment.update(DISPLAY=self._screen.display, QT_QPA_PLATFORM="xcb", LC_ALL="C.UTF-8")
-        self._environment = environment
         self._child = process.start([self._gallery, "terminal", self._device], env=environment,
                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self._places = {}
@@ -234,38 +233,27 @@ class TerminalWindow:
                 raise RuntimeError("the terminal window does not start")
             name, *numbers = line.split()
             self._places[name] = Rectangle(*map(int, numbers))
-        self._window = process.wait_until(lambda: self._xdotool("search", "--onlyvisible", "--name", "MainWindow"),
-                                          "the terminal window").split()[-1]
-        self._xdotool("windowmove", self._window, "0", "0")
-        process.wait_until(lambda: self._geometry()[:2] == (0, 0), "the terminal window at its place")
+        self._window = process.wait_until(
+            lambda: self._screen.xdotool("search", "--onlyvisible", "--name", "MainWindow"),
+            "the terminal window").split()[-1]
+        self._screen.xdotool("windowmove", self._window, 0, 0)
+        process.wait_until(lambda: self._screen.geometry(self._window)[:2] == (0, 0),
+                           "the terminal window at its place")
         return self
 
     def __exit__(self, *_):
         process.stop(self._child)
         self._child.stdout.close()
 
-    def _xdotool(self, *arguments):
-        return subprocess.run(["xdotool", *arguments], env=self._environment, stdout=subprocess.PIPE,
-                              stderr=subprocess.DEVNULL, text=True, check=False).stdout
-
-    def _geometry(self):
-        values = dict(line.split("=") for line in
-                      self._xdotool("getwindowgeometry", "--shell", self._window).split() if "=" in line)
-        return tuple(int(values[name]) for name in ("X", "Y", "WIDTH", "HEIGHT"))
-
     def around(self, names):
-        places = [self._places[name] for name in names]
-        whole = places[0]
-        for place in places[1:]:
-            whole = whole.united(place)
-        return whole
+        return around(self._places, names)
 
     def click(self, name):
         place = self._places[name]
-        self._xdotool("mousemove", str(place.x + place.width // 2), str(place.y + place.height // 2), "click", "1")
+        self._screen.xdotool("mousemove", place.x + place.width // 2, place.y + place.height // 2, "click", 1)
 
     def image(self):
-        return self._screen.image(*self._geometry())
+        return self._screen.image(*self._screen.geometry(self._window))
 
     def wait_for_lines(self):
         """Waits until the log has text almost down to its end, which says that reads have come and been shown."""
@@ -292,15 +280,10 @@ def drive_off(panel, vehicle):
     for point in lap.FORWARDS:
         panel.drag(*point)
     vehicle.wait_for_frame(frame(*pad_drag(*lap.FORWARDS[-1]), "Q"))
-    process.wait_until(lambda: is_steady(vehicle), "a steady speed")
+    vehicle.wait_for_steady_speed()
     vehicle.wait_for_more_frames(2)
     process.wait_until(lambda: panel.lamp(on_panel.SEND_LAMP) == panel.lamp(on_panel.RECEIVE_LAMP) == "on",
                        "both lamps of the link")
-
-
-def is_steady(vehicle):
-    speeds = [reply.value("speed") for reply in vehicle.events("replied")[-5:]]
-    return len(speeds) == 5 and len(set(speeds)) == 1
 
 
 def open_and_drive(panel, vehicle):

@@ -1,5 +1,6 @@
 """Where the widgets of a Qt Designer form stand, and what they say."""
 
+import functools
 import xml.etree.ElementTree as ElementTree
 
 
@@ -33,6 +34,11 @@ class Rectangle:
         return self.x, self.y, self.width, self.height
 
 
+def around(places, names):
+    """The rectangle that holds all the widgets of these names; `places` are rectangles by name."""
+    return functools.reduce(Rectangle.united, (places[name] for name in names))
+
+
 class Form:
     """A form: the rectangle of every widget, in coordinates of the top one."""
 
@@ -59,8 +65,4 @@ class Form:
 
     def around(self, names):
         """The rectangle that holds all these widgets."""
-        places = [self.places[name] for name in names]
-        whole = places[0]
-        for place in places[1:]:
-            whole = whole.united(place)
-        return whole
+        return around(self.places, names)

@@ -3,7 +3,6 @@
 import math
 import os
 import shutil
-import subprocess
 import tempfile
 
 from . import process
@@ -87,7 +86,6 @@ class Panel:
                        if not name.startswith("QT_") and name not in ("WAYLAND_DISPLAY", "SESSION_MANAGER")}
         environment.update(DISPLAY=self._screen.display, QT_QPA_PLATFORM="xcb", XDG_RUNTIME_DIR=self._directory,
                            HOME=self._directory, LC_ALL="C.UTF-8", **self._environment)
-        self._xdotool_environment = dict(os.environ, DISPLAY=self._screen.display)
         self._client = None
         try:
             self._out = open(os.path.join(self._directory, "out"), "w+")
@@ -139,11 +137,6 @@ class Panel:
 
     # The window.
 
-    def _xdotool(self, *arguments):
-        done = subprocess.run(["xdotool"] + [str(argument) for argument in arguments], env=self._xdotool_environment,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
-        return done.stdout
-
     def _find_window(self):
         if not self.is_running():
             raise RuntimeError(f"the panel ended with status {self.child.returncode}: {self.errors()}")
@@ -152,18 +145,17 @@ class Panel:
 
     def windows(self):
         """All windows of the screen that are shown and have a title."""
-        return [int(number) for number in self._xdotool("search", "--onlyvisible", "--name", ".").split()]
+        return [int(number) for number in self._screen.xdotool("search", "--onlyvisible", "--name", ".").split()]
 
     def geometry(self):
         """The window's rectangle on the screen."""
-        values = dict(line.split("=") for line in
-                      self._xdotool("getwindowgeometry", "--shell", self.window).split() if "=" in line)
-        if "X" not in values:
+        geometry = self._screen.geometry(self.window)
+        if geometry is None:
             raise RuntimeError(f"the panel's window is gone; {self.errors() or 'the panel runs on'}")
-        return tuple(int(values[name]) for name in ("X", "Y", "WIDTH", "HEIGHT"))
+        return geometry
 
     def move_to(self, x, y):
-        self._xdotool("windowmove", self.window, x, y)
+        self._screen.xdotool("windowmove", self.window, x, y)
         process.wait_until(lambda: self.geometry()[:2] == (x, y), "the window at its place")
 
     def wait_for_size(self, width, height):
@@ -192,22 +184,22 @@ class Panel:
     def click(self, rectangle, times=1):
         """Clicks into the left third of a rectangle, where check boxes, buttons and texts all listen."""
         x, y, width, height = rectangle
-        self._xdotool("mousemove", *self._point(x + min(width // 2, 8), y + height // 2), "click", "--repeat", times,
+        self._screen.xdotool("mousemove", *self._point(x + min(width // 2, 8), y + height // 2), "click", "--repeat", times,
                       "--delay", 20, 1)
 
     def press(self, x, y, button=1):
-        self._xdotool("mousemove", *self._point(x, y), "mousedown", button)
+        self._screen.xdotool("mousemove", *self._point(x, y), "mousedown", button)
 
     def drag(self, x, y):
-        self._xdotool("mousemove", *self._point(x, y))
+        self._screen.xdotool("mousemove", *self._point(x, y))
 
     def release(self, button=1):
-        self._xdotool("mouseup", button)
+        self._screen.xdotool("mouseup", button)
 
     def type_number(self, rectangle, number):
         """Replaces the number in a box. No Return: in a dialog that presses a button."""
         self.click(rectangle, times=2)
-        self._xdotool("windowfocus", "--sync", self.window, "key", "ctrl+a", *str(number))
+        self._screen.xdotool("windowfocus", "--sync", self.window, "key", "ctrl+a", *str(number))
 
     def choose(self, rectangle, index):
         """Chooses an entry of a closed list with the mouse wheel."""
@@ -218,7 +210,7 @@ class Panel:
     def click_wheel(self, rectangle, button, times):
         """Turns the wheel over a rectangle; button 4 is up, 5 is down."""
         x, y, width, height = rectangle
-        self._xdotool("mousemove", *self._point(x + width // 2, y + height // 2), "click", "--repeat", times,
+        self._screen.xdotool("mousemove", *self._point(x + width // 2, y + height // 2), "click", "--repeat", times,
                       "--delay", 20, button)
 
     # What is shown.

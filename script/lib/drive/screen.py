@@ -74,6 +74,19 @@ class Screen:
     def _log(self):
         return os.path.join(self._directory, "log")
 
+    def xdotool(self, *arguments):
+        """Runs xdotool(1) on this screen; returns what it prints, nothing if it fails."""
+        done = subprocess.run(["xdotool"] + [str(argument) for argument in arguments],
+                              env=dict(os.environ, DISPLAY=self.display), stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True, check=False)
+        return done.stdout
+
+    def geometry(self, window):
+        """The rectangle of a window (x, y, width, height), or None if it is gone."""
+        values = dict(line.split("=") for line in
+                      self.xdotool("getwindowgeometry", "--shell", window).split() if "=" in line)
+        return tuple(int(values[name]) for name in ("X", "Y", "WIDTH", "HEIGHT")) if "X" in values else None
+
     def file(self):
         """The file that holds the picture."""
         return os.path.join(self._directory, "Xvfb_screen0")

@@ -107,6 +107,15 @@ class Vehicle:
         goal = len(self.frames()) + count
         process.wait_until(lambda: len(self.frames()) >= goal, f"{count} more frames")
 
+    def wait_for_steady_speed(self):
+        """Waits until the motor keeps its speed: five replies tell the same one."""
+
+        def steady():
+            speeds = [reply.value("speed") for reply in self.events("replied")[-5:]]
+            return len(speeds) == 5 and len(set(speeds)) == 1
+
+        process.wait_until(steady, "a steady speed")
+
     def wait_for_event(self, kind):
         """Waits until the last line that is neither a frame nor a reply is of this kind."""
 
