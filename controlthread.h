@@ -103,7 +103,7 @@ public Q_SLOTS:
     /// serial::open).
     ///
     /// @param Index   0 to 4: 9600, 19200, 38400, 57600, 115200 baud; any other opens nothing and sends
-    /// "fail"
+    ///                "fail"
     /// @param nopeus  pause between two cycles, in milliseconds
     void AvaaPortti(int Index, int nopeus);
 

@@ -95,7 +95,7 @@ public Q_SLOTS:
     ///
     /// @param m_Nopeus2  not shown
     /// @param bytes      number of bytes that arrived in this cycle: while it is not 0, the receive lamp
-    /// changes with each call; 0 puts it out
+    ///                   changes with each call; 0 puts it out
     void VastaanotaArvot(uint8_t m_Rpm1, uint8_t m_Rpm2, uint8_t m_Jannite1, uint8_t m_Jannite2,
                          uint8_t m_Virta1, uint8_t m_Virta2, uint8_t m_Kapasiteetti1, uint8_t m_Kapasiteetti2,
                          uint8_t Lat1, uint8_t Lat2, uint8_t Lat3, uint8_t Lat4, uint8_t m_Nopeus2,

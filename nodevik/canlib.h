@@ -88,7 +88,7 @@ canHandle canOpenChannel(int channel, int flags);
 /// @param handle    the channel
 /// @param freq      one of the bit rates, or bit/s
 /// @param tseg1     quanta from (but not including) the Sync Segment to the sampling point; 0 with a bit rate
-/// constant
+///                  constant
 /// @param tseg2     quanta from the sampling point to the end of the bit
 /// @param sjw       Synchronization Jump Width
 /// @param noSamp    number of sampling points

@@ -64,9 +64,9 @@ public:
     /// Replaces the debug word.
     ///
     /// @param d  bit set: 1 usage errors and failed SDO transfers end the process (the default), 2 an SDO
-    /// request that
-    ///           nobody answers is reported, 4 every received frame is decoded and printed (the bit is also
-    ///           set in the attached driver's debug word, and never cleared there), 8 node guarding is traced
+    ///           request that nobody answers is reported, 4 every received frame is decoded and printed (the
+    ///           bit is also set in the attached driver's debug word, and never cleared there), 8 node
+    ///           guarding is traced
     void set_debug(unsigned int d);
 
     /// Attaches an open driver. The master neither opens, closes nor deletes it.
@@ -134,7 +134,7 @@ public:
     /// (1).
     ///
     /// @return 1 when a repeated TPDO ended the cycle, 0 when the queue was empty (or the driver failed)
-    /// first
+    ///         first
     int read_all_until_duplicate_tpdo();
 
     /// Counts the TPDOs that have not come since their counters were cleared.
@@ -208,8 +208,7 @@ public:
     /// @param len       number of bytes, 1 to 4
     /// @param data      the value; only its low @p len bytes are sent
     /// @return 0 on success, 1 for a wrong @p len (with bit 1 of the debug word the process ends with status
-    /// 255) or an
-    ///         answer that is none, -2 after an abort, -1 without an answer
+    ///         255) or an answer that is none, -2 after an abort, -1 without an answer
     int sdo_write(unsigned int ID, unsigned short index, unsigned char subindex, unsigned int len, int data);
 
     /// Reads an object of any size.
@@ -225,8 +224,7 @@ public:
     /// @param index     object index
     /// @param subindex  object subindex
     /// @param len       on the way in the room in @p data, on the way out the number of bytes received,
-    /// whatever the
-    ///                  result
+    ///                  whatever the result
     /// @param data      receives the object's bytes, without a terminating zero
     /// @return 0, or -1 after an abort from either side or without an answer
     int sdo_read_segment(unsigned int ID, unsigned short index, unsigned char subindex, unsigned int& len,
@@ -244,8 +242,7 @@ public:
     /// @param len       number of bytes
     /// @param data      the bytes; not looked at when @p len is 0
     /// @return 0 on success, 1 for an answer that is none, -2 after an abort by the node, -1 without an
-    /// answer or for a
-    ///         wrong toggle bit
+    ///         answer or for a wrong toggle bit
     int sdo_write_segment(unsigned int ID, unsigned short index, unsigned char subindex, unsigned int len,
                           char* data);
 

@@ -126,7 +126,7 @@ public:
     ///
     /// @param filename  name of the log file
     /// @return 0 when a log is open after the call, -1 when the file could not be opened (a message is
-    /// printed)
+    ///         printed)
     static int open_log(const char* filename);
 
     /// Ends the log with a footer and closes the file.

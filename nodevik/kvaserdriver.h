@@ -41,8 +41,7 @@ public:
     /// When a step after opening the channel fails, the channel is left as it is: it is not closed again.
     ///
     /// @param speed   bit rate in bit/s: 1000000, 500000, 250000, 125000, 100000, 62000 and 50000 choose a
-    /// setting of
-    ///                CANlib's, any other is passed on as a frequency
+    ///                setting of CANlib's, any other is passed on as a frequency
     /// @param mode    identifiers of the frames to be sent: 0 for 11 bits, others (1) for 29 bits
     /// @param port    channel number of CANlib's, from 0
     /// @param silent  true to listen without taking part in the bus
@@ -72,8 +71,7 @@ public:
     /// @param length  number of data bytes, 0 to 8
     /// @param data    the data bytes; eight must be readable while sent frames are decoded
     /// @param flags   0: a data frame with identifiers as opened. Otherwise bit value 1 chooses a 29-bit
-    /// identifier, else
-    ///                11 bits, and bit value 2 makes it a remote request
+    ///                identifier, else 11 bits, and bit value 2 makes it a remote request
     /// @retval 0   CANlib has taken the frame
     /// @retval -1  an error, which has been reported
     int write(unsigned int cobid, unsigned int length, unsigned char* data, unsigned int flags) override;

@@ -157,8 +157,7 @@ public:
     ///
     /// @param cobid  COB-ID, 0x181 to 0x3FF
     /// @param pos    bit, 0 to 63. It is stored whole: bits 0 to 7 are those of the first data byte, and from
-    /// 8 on the
-    ///               transfers work on the further words of the record, see variable_mappings
+    ///               8 on the transfers work on the further words of the record, see variable_mappings
     /// @param size   size of the variable in bytes: 1, 2 or 4
     /// @param d      the variable; it need not be aligned
     void mapbitref(unsigned int cobid, unsigned int pos, unsigned int size, void* d);

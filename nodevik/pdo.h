@@ -38,8 +38,8 @@
 struct PDO_object_information {
     int transmission_type = 0;  ///< CiA 301, object 1800h, subindex 2: e.g. 1 for "with every SYNC"
     int mappingcount = 0;       ///< number of entries used in pdo_mappings, 0 to 64, or what a node told
-    int pdo_mappings[64] =
-        {};  ///< mapping words: index in bits 16 to 31, subindex in 8 to 15, length in bits in 0 to 7
+    /// Mapping words: index in bits 16 to 31, subindex in 8 to 15, length in bits in 0 to 7.
+    int pdo_mappings[64] = {};
 };
 
 /// Types that can be mapped as bytes by PDO::mapcopy.
@@ -52,7 +52,9 @@ concept pdo_byte_variable =
 template <typename T>
 concept pdo_bit_variable = std::same_as<T, bool> || pdo_byte_variable<T>;
 
-/// The COB-ID of a PDO. It is used like an unsigned int, and every change of any of them is counted.
+/// The COB-ID of a PDO. It is read, changed and compared like an unsigned int, and every change of any of them
+/// is counted. Only where the type itself matters is it none: a conversion to unsigned int makes it one for
+/// printf(), and a variable of that type for what takes an address or a reference.
 ///
 /// A master that receives keeps an index of its PDOs by COB-ID. The COB-ID is a public field that may change
 /// at any time; the count tells the master that its index is out of date, without a look at every PDO for
@@ -77,17 +79,24 @@ public:
         return *this;
     }
 
-    /// @name Compound assignment, as of unsigned int
+    /// @name Compound assignment and counting, as of unsigned int
     /// @{
 
     /// Changes the value; counted as an assignment is.
     pdo_cobid& operator+=(unsigned int operand) { return *this = value_ + operand; }
     pdo_cobid& operator-=(unsigned int operand) { return *this = value_ - operand; }
+    pdo_cobid& operator*=(unsigned int operand) { return *this = value_ * operand; }
+    pdo_cobid& operator/=(unsigned int operand) { return *this = value_ / operand; }
+    pdo_cobid& operator%=(unsigned int operand) { return *this = value_ % operand; }
     pdo_cobid& operator|=(unsigned int operand) { return *this = value_ | operand; }
     pdo_cobid& operator&=(unsigned int operand) { return *this = value_ & operand; }
     pdo_cobid& operator^=(unsigned int operand) { return *this = value_ ^ operand; }
+    pdo_cobid& operator<<=(unsigned int bits) { return *this = value_ << bits; }
+    pdo_cobid& operator>>=(unsigned int bits) { return *this = value_ >> bits; }
     pdo_cobid& operator++() { return *this += 1; }
     pdo_cobid& operator--() { return *this -= 1; }
+    unsigned int operator++(int) { return ++*this - 1; }
+    unsigned int operator--(int) { return --*this + 1; }
     /// @}
 
     /// The value.
@@ -285,8 +294,7 @@ public:
     /// 3. with 64 mappings present, nothing is mapped;
     /// 4. nor when the bytes do not fit into the PDO;
     /// 5. bytes that overlap an earlier mapping's `pos` to `pos` + `len` - 1 end the process with status 1.
-    /// Bit mappings
-    ///    take part in that with the values they have there, a bit number and a variable's size.
+    ///    Bit mappings take part in that with the values they have there, a bit number and a variable's size.
     ///
     /// @param pos  first byte, 0 to 7
     /// @param t    char1 to ulonglong8

@@ -49,7 +49,7 @@ public:
     /// @param dictionary     the node's objects, the mapped ones among them; outlives this object
     /// @param node           node number, 1 to 127
     /// @param strict_counts  whether the number of mapped objects is refused when it comes in more than one
-    /// byte
+    ///                       byte
     NodePdos(NodeDictionary& dictionary, std::uint8_t node, bool strict_counts);
 
     /// Looks the mapped objects up anew, after the dictionary was reset.

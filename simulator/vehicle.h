@@ -7,8 +7,7 @@
 ///   difference in each time span. The bucket value picks the sense of driving, as the operator's steering
 ///   pad uses it: high values drive backwards.
 /// - The battery delivers the current that the motor draws, more while it speeds up. Its voltage falls with
-/// its
-///   charge and sags with the current; its charge drains by the current. An empty battery drives nothing.
+///   its charge and sags with the current; its charge drains by the current. An empty battery drives nothing.
 /// - The position moves with the motor speed; the direction value turns the heading while the vehicle moves.
 
 #ifndef SIMULATOR_VEHICLE_H

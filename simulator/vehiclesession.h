@@ -28,7 +28,7 @@ public:
     ///
     /// @param end           set by a signal handler
     /// @param waiting_mask  signal mask while waiting, see ppoll(2): the ending signals are blocked at all
-    /// other times
+    ///                      other times
     void run(const volatile std::sig_atomic_t& end, const sigset_t& waiting_mask);
 
 private:

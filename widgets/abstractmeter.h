@@ -68,14 +68,14 @@ public:
     /// drawn scale changed.
     ///
     /// @param minimum  ignored silently unless it is more than 0.00001 (and a finite distance) below
-    /// maximum()
+    ///                 maximum()
     void setMinimum(double minimum);
 
     /// Requests the upper end and rounds the drawn scale anew. The background is painted again only if the
     /// drawn scale changed.
     ///
     /// @param maximum  ignored silently unless it is more than 0.00001 (and a finite distance) above
-    /// minimum()
+    ///                 minimum()
     void setMaximum(double maximum);
 
     /// Sets where the green band starts. @param nominal  on the scale or outside it
@@ -109,10 +109,14 @@ public Q_SLOTS:
     void setValue(double value);
 
 Q_SIGNALS:
-    /// The value changed. @param value  the new value, truncated toward zero, or the nearest int beyond that
-    /// type's range
+    /// The value changed.
+    ///
+    /// @param value  the new value, truncated toward zero, or the nearest int beyond that type's range
     void valueChanged(int value);
-    /// The value changed. @param value  the new value
+
+    /// The value changed.
+    ///
+    /// @param value  the new value
     void valueChanged(double value);
 
 protected:

@@ -23,7 +23,7 @@
 /// @tparam T         floating-point type of the values
 /// @param m_minimum  requested lower end, finite
 /// @param m_maximum  requested upper end, finite; the work grows with its distance from zero, counted in
-/// steps
+///                   steps
 /// @param m_min      in: the lower end drawn so far; out: the new one, not above @p m_minimum
 /// @param m_max      in: the upper end drawn so far; out: the new one
 /// @param steps      number of intervals, at least 1
@@ -31,7 +31,7 @@
 /// @param inc        increment to start from, above 0
 /// @return           true when @p m_min or @p m_max changed (not-a-number counts as changed)
 /// @pre              @p m_maximum above @p m_minimum: otherwise the process ends with the assertion "m_max >
-/// m_min"
+///                   m_min"
 template <typename T>
 bool range(std::type_identity_t<T> m_minimum, std::type_identity_t<T> m_maximum, T& m_min, T& m_max,
            unsigned steps, bool left, std::type_identity_t<T> inc) {

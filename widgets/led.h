@@ -55,8 +55,9 @@ protected:
     /// Draws the highlight.
     void paintBackground(QPainter& painter) override;
 
-    /// Turns antialiasing on and sets the logical coordinates up. @param painter  open, in the widget's
-    /// coordinates
+    /// Turns antialiasing on and sets the logical coordinates up.
+    ///
+    /// @param painter  open, in the widget's coordinates
     void initCoordinateSystem(QPainter& painter);
 
 private:

@@ -32,8 +32,9 @@ protected:
     /// Draws the dial. Ends the process with the assertion "m_max-m_min != 0" when the scale has no extent.
     void paintBackground(QPainter& painter) override;
 
-    /// Turns antialiasing on and sets the logical coordinates up. @param painter  open, in the widget's
-    /// coordinates
+    /// Turns antialiasing on and sets the logical coordinates up.
+    ///
+    /// @param painter  open, in the widget's coordinates
     void initCoordinateSystem(QPainter& painter);
 };
 

@@ -24,8 +24,7 @@ public:
     TextLine(const QString& text, const QFont& font, const QPaintDevice* device);
 
     /// @return what QFontMetrics::size() tells for the text with Qt::TextSingleLine: width and height in
-    /// logical units,
-    ///         rounded up
+    ///         logical units, rounded up
     QSize size() const;
 
     /// Draws the text in the painter's pen.

@@ -47,7 +47,7 @@ protected:
     /// Paints the still part of the picture.
     ///
     /// @param painter  open on the transparent pixmap, in the widget's coordinates, whatever the device's
-    /// pixel ratio
+    ///                 pixel ratio
     virtual void paintBackground(QPainter& painter) = 0;
 
     /// Clears the pixmap to transparent black and has paintBackground() paint it.
@@ -59,8 +59,7 @@ protected:
     /// Tells whether the background is out of date.
     ///
     /// @return true from updateWithBackground() to the next paint and, whatever caused it, while the
-    /// background is
-    ///         being painted
+    ///         background is being painted
     bool doRepaintBackground() const;
 
 private:

@@ -35,8 +35,7 @@ unsigned int get_u_time();
 /// With n = 3 the results are 0, 0, 1, 0, 0, 1, ...; with n of 1 or less every call returns 1.
 ///
 /// @param loop  number of the counter, 0 to 31; 32 and above print "timecount: loopnumber is too large". A
-/// negative
-///              number passes that test and stands for its low five bits.
+///              negative number passes that test and stands for its low five bits.
 /// @param n     calls per period
 /// @return 1 when the period is full, else 0; 0 for a number that is too large
 int timecount(int loop, int n);
@@ -44,8 +43,7 @@ int timecount(int loop, int n);
 /// Starts the period of a counter anew: the next timecount() takes its n afresh.
 ///
 /// @param loop  number of the counter, 0 to 31; 32 and above print "resettimecount: loopnumber is too large".
-/// A
-///              negative number passes that test and stands for its low five bits.
+///              A negative number passes that test and stands for its low five bits.
 void resettimecount(int loop);
 
 /// Keeps a time-out without blocking: arms itself on the first call and is true once when the time is up.
@@ -63,15 +61,14 @@ int timedelay(unsigned int number, unsigned int ms);
 /// Disarms a deadline: the next timedelay() arms it anew.
 ///
 /// @param number  number of the deadline, 0 to 31; 32 and above print "resettimedelay: delaynumber is too
-/// large". A
-///                negative number passes that test and stands for its low five bits.
+///                large". A negative number passes that test and stands for its low five bits.
 void resettimedelay(int number);
 
 /// Puts the calling process under realtime scheduling (SCHED_FIFO).
 ///
 /// @param below_max  how far its priority stays below the highest one of SCHED_FIFO, 0 to 98 on Linux
 /// @return 0, or -1 after printing the system's error on standard error, headed by "Error -
-/// sched_setscheduler()"
+///         sched_setscheduler()"
 /// @see sched_setscheduler(2); needs root, CAP_SYS_NICE or a limit RLIMIT_RTPRIO
 int set_realtime_schduling(int below_max);
 

@@ -102,7 +102,7 @@ public:
     /// @param minlen  least length of a record, its end byte included
     /// @param maxlen  greatest length of a record, its end byte included
     /// @return 1 when a record stands in `buffer`, followed by a NUL byte, with its length in `len`;
-    /// otherwise 0
+    ///         otherwise 0
     int readuntil(char end, int minlen, int maxlen);
 
     /// Reads once and goes on gathering a record that ends with the last character of the text @p end.
@@ -137,9 +137,10 @@ public:
     void print();
 
 private:
-    std::vector<char>
-        receive_storage;  // what `buffer` points to, with one byte more for the NUL of a full record
-    std::vector<char> scratch_storage;  // what `tempbuffer` points to
+    // What the pointers below point to, so both stand before them; one byte more is for the NUL of a full
+    // record.
+    std::vector<char> receive_storage;
+    std::vector<char> scratch_storage;
 
 public:
     int len = 0;  ///< number of bytes of the last `read()`, or length of the last record of `readuntil`

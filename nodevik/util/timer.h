@@ -60,7 +60,7 @@ public:
     /// Handler mode: @p f is called as the handler of SIGRTMAX at each expiry.
     ///
     /// @param f  handler; only what signal-safety(7) allows may be called in it. func() is one that does
-    /// nothing.
+    ///           nothing.
     void set_sigfunction(void (*f)(int, siginfo_t*, void*));
 
     /// Thread mode: @p f is started in a new thread at each expiry.
@@ -103,8 +103,7 @@ public:
     /// Waits for the next expiry, @p us microseconds at most.
     ///
     /// @return the signal's number, or -1 after a report on standard error ("timer::sigtimedwait "), also
-    /// when the
-    ///         time is over
+    ///         when the time is over
     /// @pre init_realtime_timer() was called in this thread
     int wait_signal_time(unsigned int us);
 

@@ -719,6 +719,29 @@ TEST_F(TpdoLookup, SeesEveryWayToChangeACobid) {
     }
 }
 
+TEST_F(TpdoLookup, SeesACobidThatIsCalculatedWith) {
+    PDO a;
+    master.add_tpdo(a);
+    struct Case {
+        unsigned int before;
+        std::function<unsigned int()> change;
+        unsigned int result;
+    };
+    const std::vector<Case> cases = {
+        {0x180, [&] { return a.cobid++; }, 0x180},        {0x182, [&] { return a.cobid--; }, 0x182},
+        {0x182, [&] { return a.cobid += -1U; }, 0x181},   {0x0C1, [&] { return a.cobid |= 0x140; }, 0x1C1},
+        {0x083, [&] { return a.cobid *= 3; }, 0x189},     {0x303, [&] { return a.cobid /= 2; }, 0x181},
+        {0x581, [&] { return a.cobid %= 0x200; }, 0x181}, {0x0C0, [&] { return a.cobid <<= 1; }, 0x180},
+        {0x302, [&] { return a.cobid >>= 1; }, 0x181},
+    };
+    for (const Case& each : cases) {
+        a.cobid = each.before;
+        EXPECT_EQ(receiver(master, driver, {&a}, 0x7FF), "-") << each.before;
+        EXPECT_EQ(each.change(), each.result) << each.before;
+        EXPECT_EQ(receiver(master, driver, {&a}, a.cobid), "a") << each.before;
+    }
+}
+
 TEST_F(TpdoLookup, AChangeWithinTheQueueCountsFromTheNextFrameOn) {
     PDO a(0x182);
     PDO b(0x181);
