@@ -31,6 +31,9 @@ struct PlayedSystem {
     int deleted = 0;
     itimerspec last_set = {};
     int last_flags = -1;
+    bool plays_overrun = false;
+    int overrun = 0;
+    timer_t overrun_of = {};
 };
 
 PlayedSystem played;
@@ -71,6 +74,27 @@ void require(bool condition) {
     if (!condition) {
         std::exit(8);
     }
+}
+
+void set_action(int signal, void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigaction(signal, &action, nullptr);
+}
+
+struct sigaction action_of(int signal) {
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    return action;
+}
+
+bool holds_only(const sigset_t& set, int member) {
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        if ((sigismember(&set, signal) == 1) != (signal == member)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 std::atomic<int> handler_calls{0};
@@ -139,6 +163,14 @@ int timer_settime(timer_t id, int flags, const itimerspec* time, itimerspec* old
     return real<int(timer_t, int, const itimerspec*, itimerspec*)>("timer_settime")(id, flags, time, old);
 }
 
+int timer_getoverrun(timer_t id) noexcept {
+    if (played.plays_overrun) {
+        played.overrun_of = id;
+        return played.overrun;
+    }
+    return real<int(timer_t)>("timer_getoverrun")(id);
+}
+
 int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
     if (played.fails_sigaction) {
         errno = EINVAL;
@@ -193,6 +225,24 @@ TEST(TimerSetters, RelativeIsOneShot) {
     EXPECT_EQ(tick.itsp.it_interval.tv_nsec, 0);
     EXPECT_EQ(tick.settime_flags, 0);
     EXPECT_EQ(tick.get_interval_time(), 2500001U);
+}
+
+TEST(TimerSetters, ARelativeTimeAfterAnIntervalIsOneShot) {
+    OpenTimer tick;
+    tick.set_interval(2500001);
+    tick.set_relative(3);
+    EXPECT_EQ(tick.itsp.it_interval.tv_sec, 0);
+    EXPECT_EQ(tick.itsp.it_interval.tv_nsec, 0);
+    EXPECT_EQ(tick.get_interval_time(), 3U);
+}
+
+TEST(TimerSetters, TheTimeToldWraps) {
+    OpenTimer tick;
+    played.plays_clock = true;
+    played.now = {4294, 967296000};
+    tick.set_absolute(5);
+    played.plays_clock = false;
+    EXPECT_EQ(tick.get_interval_time(), 5U);
 }
 
 TEST(TimerSetters, IntervalRepeats) {
@@ -276,6 +326,18 @@ TEST(TimerWaiting, ReplacesTheWholeSignalMask) {
     EXPECT_EQ(result.status, 7);
 }
 
+TEST(TimerWaiting, ANewSignalReplacesTheOneWaitedForBefore) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.init_realtime_timer(1);
+        tick.init_realtime_timer(2);
+        sigset_t blocked;
+        sigprocmask(SIG_BLOCK, nullptr, &blocked);
+        require(holds_only(tick.sa.sa_mask, SIGRTMAX - 2) && holds_only(blocked, SIGRTMAX - 2));
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
 TEST(TimerWaiting, AOneShotAbsoluteTimeComes) {
     const ChildResult result = in_child([] {
         timer tick;
@@ -300,6 +362,44 @@ TEST(TimerWaiting, CountsTheExpiriesThatWereMissed) {
         require(tick.wait_signal() == SIGRTMAX - 1);
         require(tick.get_overrun() >= 10);
     });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, TellsTheSystemsCountOfMissedExpiries) {
+    const ChildResult result = in_child([] {
+        OpenTimer tick;
+        tick.init_realtime_timer(1);
+        played.plays_overrun = true;
+        for (const int overrun : {0, 41, -1}) {
+            played.overrun = overrun;
+            require(tick.get_overrun() == overrun && played.overrun_of == tick.ctimer);
+        }
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, OnlyAPositiveNumberLetsAWaitPass) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(1);
+        tick.waitover = -1;
+        tick.set_relative(1000);
+        tick.start();
+        require(tick.wait_signal() == SIGRTMAX - 1);
+        require(tick.waitover == -1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerWaiting, AWaitWithATimeOutIsNeverLetPass) {
+    const ChildResult result = in_child([] {
+        timer tick;
+        tick.init_realtime_timer(1);
+        tick.waitover = 1;
+        require(tick.wait_signal_time(1000) == -1);
+        require(tick.waitover == 1);
+    });
+    EXPECT_EQ(result.err, "timer::sigtimedwait : Resource temporarily unavailable\n");
     EXPECT_EQ(result.status, 7);
 }
 
@@ -501,6 +601,20 @@ TEST(TimerWaiting, DestructionRestoresTheSavedAction) {
     EXPECT_EQ(result.status, 7);
 }
 
+TEST(TimerHandler, AfterWaitingModeDestructionRestoresTheSignalOfThePriority) {
+    const ChildResult result = in_child([] {
+        set_action(SIGRTMAX, SIG_IGN);
+        {
+            timer tick;
+            tick.init_realtime_timer(3);
+            tick.set_sigfunction(counting_handler);
+        }
+        require(action_of(SIGRTMAX - 3).sa_handler == SIG_IGN);
+        require(action_of(SIGRTMAX).sa_sigaction == counting_handler);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
 #ifndef __SANITIZE_THREAD__  // it ends a process in which the C library starts threads by itself
 TEST(TimerThread, StartsTheFunctionInAnotherThread) {
     const ChildResult result = in_child([] {
@@ -532,6 +646,19 @@ TEST(TimerThread, DestructionLeavesSignalActionsAlone) {
         sigaction(SIGRTMAX, nullptr, &after);
         require(after.sa_handler == SIG_IGN);
         require(played.deleted == 1);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(TimerThread, AfterWaitingModeDestructionRestoresTheSavedAction) {
+    const ChildResult result = in_child([] {
+        set_action(SIGRTMAX - 3, SIG_IGN);
+        {
+            timer tick;
+            tick.init_realtime_timer(3);
+            tick.set_function(counting_function);
+        }
+        require(action_of(SIGRTMAX - 3).sa_handler == SIG_IGN);
     });
     EXPECT_EQ(result.status, 7);
 }
@@ -618,6 +745,13 @@ constexpr EndingRow endings[] = {
          tick.init_realtime_timer(1);
          played.fails_settime = true;
          tick.stop();
+     },
+     "timer::stop timer_settime : Invalid argument\n"},
+    {"Destruction",
+     [] {
+         timer tick;
+         tick.init_realtime_timer(1);
+         played.fails_settime = true;
      },
      "timer::stop timer_settime : Invalid argument\n"},
 };
