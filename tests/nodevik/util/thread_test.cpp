@@ -16,6 +16,9 @@ namespace {
 
 const std::atomic<bool>* created_once = nullptr;  // pthread_create returns no sooner than this is true
 int create_result = 0;                            // what pthread_create fails with
+const pthread_attr_t* created_with = nullptr;     // attributes of the last thread
+const pthread_attr_t* inheriting = nullptr;       // attributes that last asked for the creator's scheduling
+std::atomic<useconds_t> pause_us{0};              // the last usleep
 
 std::atomic<int> plain_calls{0};
 std::atomic<void*> argument_seen{nullptr};
@@ -58,18 +61,35 @@ public:
 
 }  // namespace
 
-// Stands in front of the C library's function for this executable.
+// Stand in front of the C library's functions for this executable.
 extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*),
                               void* argument) noexcept {
     if (create_result != 0) {
         return create_result;
     }
+    created_with = attributes;
     using Function = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_create"));
     const int result = real(id, attributes, routine, argument);
     while (created_once != nullptr && !*created_once) {
     }
     return result;
+}
+
+extern "C" int pthread_attr_setinheritsched(pthread_attr_t* attributes, int inherit) noexcept {
+    if (inherit == PTHREAD_INHERIT_SCHED) {
+        inheriting = attributes;
+    }
+    using Function = int (*)(pthread_attr_t*, int);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_attr_setinheritsched"));
+    return real(attributes, inherit);
+}
+
+extern "C" int usleep(useconds_t us) {
+    pause_us = us;
+    using Function = int (*)(useconds_t);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "usleep"));
+    return real(us);
 }
 
 TEST(Thread, ExecutesTheOverriddenBody) {
@@ -213,6 +233,17 @@ TEST(Thread, TheDefaultBodyPrintsForEver) {
     EXPECT_EQ(result.out.find("Thread running\nThread running\n"), 0U);
 }
 
+TEST(Thread, TheDefaultBodyPausesATenthOfASecond) {
+    const ChildResult result = run_in_child([] {
+        thread worker;
+        worker.create();
+        while (pause_us == 0) {
+        }
+        _exit(pause_us == 100000 ? 7 : 8);
+    });
+    EXPECT_EQ(result.status, 7);
+}
+
 TEST(Thread, TheFunctionFormsInheritTheCreatorsScheduling) {
     const ChildResult result = run_in_child([] {
         sched_param parameters = {};
@@ -227,4 +258,20 @@ TEST(Thread, TheFunctionFormsInheritTheCreatorsScheduling) {
         _exit(policy == SCHED_FIFO ? 7 : 8);
     });
     EXPECT_TRUE(result.status == 7 || result.status == 9) << result.status;
+}
+
+TEST(Thread, TheFunctionFormsAskForTheCreatorsScheduling) {
+    inheriting = nullptr;
+    thread plain;
+    plain.create(plain_body);
+    EXPECT_EQ(plain.wait(), 0);
+    EXPECT_NE(inheriting, nullptr);
+    EXPECT_EQ(inheriting, created_with);
+
+    inheriting = nullptr;
+    thread with_argument;
+    with_argument.create(argument_body);
+    EXPECT_EQ(with_argument.wait(), 0);
+    EXPECT_NE(inheriting, nullptr);
+    EXPECT_EQ(inheriting, created_with);
 }
