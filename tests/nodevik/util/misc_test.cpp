@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -31,6 +32,14 @@ struct PlayedSystem {
 };
 
 PlayedSystem played;
+
+// What the first calls in the process give, before any test has polled a delay.
+const std::array<int, 3> first_delays = []() noexcept {
+    played.set(1000, 0);
+    const std::array<int, 3> results = {timedelay(0, 100), timedelay(1, 50), timedelay(0, 100)};
+    played = {};
+    return results;
+}();
 
 // The tables belong to the process, so a test starts from its own clean slots.
 class Misc : public ::testing::Test {
@@ -122,6 +131,13 @@ TEST_F(Misc, ResetStartsThePeriodAnew) {
     EXPECT_EQ(counts(1, 3, 3), (std::vector<int>{0, 0, 1}));
 }
 
+TEST_F(Misc, AnotherCountWaitsForTheNextPeriod) {
+    EXPECT_EQ(counts(2, 4, 1), (std::vector<int>{0}));
+    EXPECT_EQ(counts(2, 2, 5), (std::vector<int>{0, 0, 1, 0, 1}));
+    EXPECT_EQ(counts(2, 2, 1), (std::vector<int>{0}));
+    EXPECT_EQ(counts(2, 4, 3), (std::vector<int>{1, 0, 0}));
+}
+
 TEST_F(Misc, TimeCountRefusesALargeNumber) {
     const ChildResult result = run_in_child([] { std::exit(timecount(32, 4) == 0 ? 7 : 8); });
     EXPECT_EQ(result.out, "timecount: loopnumber is too large\n");
@@ -185,6 +201,29 @@ TEST_F(Misc, TheClockIsReadOnlyWhenAnotherDelayWasAskedFor) {
     EXPECT_EQ(played.clock_readings, readings);
     EXPECT_EQ(timedelay(3, 10), 1);
     EXPECT_EQ(played.clock_readings, readings + 1);
+}
+
+TEST_F(Misc, TheFirstDelayOfAProcessGoesByATimeOfZero) {
+    EXPECT_EQ(first_delays, (std::array<int, 3>{0, 0, 1}));
+}
+
+TEST_F(Misc, ADeadlineThatWrapsIsPastAtOnce) {
+    played.set(4294967, 290000000);
+    timedelay(1, 0);
+    EXPECT_EQ(timedelay(0, 100), 0);
+    EXPECT_EQ(timedelay(0, 100), 1);
+}
+
+TEST_F(Misc, ADeadlineOfZeroArmsNothing) {
+    played.set(4294967, 286000000);
+    timedelay(1, 0);
+    EXPECT_EQ(timedelay(0, 10), 0);
+    EXPECT_EQ(timedelay(0, 10), 0);
+    EXPECT_EQ(timedelay(0, 9), 0);  // armed by this call
+    EXPECT_EQ(timedelay(0, 10), 0);
+    played.advance_ms(9);
+    timedelay(1, 0);
+    EXPECT_EQ(timedelay(0, 10), 1);
 }
 
 TEST_F(Misc, ResetDisarmsADelay) {
