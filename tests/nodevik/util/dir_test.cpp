@@ -144,6 +144,34 @@ TEST_F(Dir, ReadingMakesItTheWorkingDirectory) {
     EXPECT_EQ(walk(tf_none), (Names{"inner"}));
 }
 
+TEST_F(Dir, AnotherDirectoryReplacesNamesTypesAndTheWalk) {
+    fs::create_directories(root_ / "first" / "directory");
+    fs::create_directory(root_ / "second");
+    file("second/file");
+    cd(root_ / "first");
+    EXPECT_EQ(walk(tf_none), (Names{"directory"}));
+    cd(root_ / "second");
+    EXPECT_EQ(listing.count(), 1U);
+    EXPECT_EQ(listing.ftype(0) & S_IFMT, S_IFREG);
+    std::string name;
+    unsigned int mode = 0;
+    EXPECT_TRUE(listing.getnext(name, mode));
+    EXPECT_EQ(name, "file");
+    EXPECT_EQ(mode, listing.ftype(0));
+}
+
+TEST_F(Dir, TheTypeFilterStaysForAnotherDirectory) {
+    fs::create_directory(root_ / "directory");
+    file("file");
+    listing.settypefilter(tf_file);
+    cd(root_);
+    std::string name;
+    unsigned int mode = 0;
+    EXPECT_TRUE(listing.getnext(name, mode));
+    EXPECT_EQ(name, "file");
+    EXPECT_FALSE(listing.getnext(name, mode));
+}
+
 TEST_F(Dir, FiltersEachType) {
     one_of_each();
     cd(root_);
@@ -234,6 +262,28 @@ TEST_F(Dir, AMissingPathKeepsThePreviousListing) {
 TEST_F(Dir, AFileCannotBeEntered) {
     file("a");
     EXPECT_EQ(cd(root_ / "a"), 0);
+}
+
+TEST_F(Dir, AFileThatCannotBeEnteredKeepsThePreviousListing) {
+    file("a");
+    const ChildResult result = run_in_child([this] {
+        cd(root_);
+        const unsigned int mode = listing.ftype(0);
+        const bool kept = cd(root_ / "a") == 0 && listing.count() == 1 && listing[0] == "a" && mode != 0 &&
+                          listing.ftype(0) == mode;
+        std::exit(kept ? 7 : 8);
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Dir, ADirectoryThatCannotBeReadIsNamedByItsResolvedPath) {
+    fs::create_directory(root_ / "inner");
+    fs::create_directory_symlink("inner", root_ / "link");
+    failing_opendir = EACCES;
+    const ChildResult result = run_in_child([this] { cd(root_ / "inner" / ".." / "link"); });
+    EXPECT_EQ(result.out, "Couldn't open directory " + fs::canonical(root_ / "inner").string() + "\n");
 }
 
 TEST_F(Dir, ADirectoryThatCannotBeReadEmptiesTheListing) {
