@@ -45,6 +45,17 @@ TEST_F(ClientFunctions, DataTakesTheLowEightBitsOfTheTable) {
     EXPECT_EQ(record(0, 0, 1), (Bytes{1, 44}));
 }
 
+TEST_F(ClientFunctions, ColorsAndNamesTakeTheLowEightBitsOfTheTable) {
+    batch.addmsg_color(300, RED, 1);
+    batch.addmsg_name(301, "rpm");
+    batch.addmsg_name(302, "abcdefghijklmno");
+    ASSERT_EQ(records(), 4);
+    EXPECT_EQ(record(0, 0, 1), (Bytes{4, 44}));
+    EXPECT_EQ(record(1, 0, 1), (Bytes{2, 45}));
+    EXPECT_EQ(record(2, 0, 1), (Bytes{14, 46}));
+    EXPECT_EQ(record(3, 0, 1), (Bytes{14, 46}));
+}
+
 TEST_F(ClientFunctions, ShortNameIsZeroPaddedInAClearedRecord) {
     batch.addmsg_scale(-1, -1.0, -1);
     batch.addmsg_name(2, "rpm");
