@@ -47,6 +47,11 @@ struct EmulatedDevice {
 std::map<std::string, EmulatedDevice> devices;
 std::vector<std::string> opened_paths;
 std::vector<int> open_flags;
+std::vector<unsigned long> device_requests;
+// What runs before pthread_create, pthread_cancel and usleep.
+std::function<void()> before_create;
+std::function<void()> before_cancel;
+std::function<void(useconds_t)> before_pause;
 int cancel_result = 0;
 bool atexit_fails = false;
 int input_flushes = 0;
@@ -134,12 +139,32 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     void* target = va_arg(arguments, void*);
     va_end(arguments);
     if (const EmulatedDevice* device = device_of(descriptor)) {
+        device_requests.push_back(request);
         return answer_ioctl(*device, request, target);
     }
     return real<int(int, unsigned long, ...)>("ioctl")(descriptor, request, target);
 }
 
+int pthread_create(pthread_t* id, const pthread_attr_t* attributes, void* (*routine)(void*),
+                   void* argument) noexcept {
+    if (before_create) {
+        before_create();
+    }
+    return real<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create")(
+        id, attributes, routine, argument);
+}
+
+int usleep(useconds_t us) {
+    if (before_pause) {
+        before_pause(us);
+    }
+    return real<int(useconds_t)>("usleep")(us);
+}
+
 int pthread_cancel(pthread_t thread) {
+    if (before_cancel) {
+        before_cancel();
+    }
     if (cancel_result != 0) {
         return cancel_result;
     }
@@ -392,6 +417,24 @@ TEST_F(InputEvent, ADeviceWithoutNameIsKept) {
                   hide_cursor + started + show_cursor);
 }
 
+TEST_F(InputEvent, AsksADeviceForItsTypesIdentityNameAndLamps) {
+    devices[keyboard].types = {EV_LED};
+    const ChildResult result = in_child([] {
+        eventinit();
+        require(device_requests ==
+                std::vector<unsigned long>{EVIOCGBIT(0, 31), EVIOCGID, EVIOCGNAME(256), EVIOCGLED(4)});
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, PrintsALongNameWithPercentSignsAsItIs) {
+    devices[keyboard].name = "100%% %d" + std::string(247, 'x');
+    const ChildResult result = in_child([] { eventinit(); });
+    EXPECT_NE(result.out.find("The device says its name is " + devices[keyboard].name + "\n"),
+              std::string::npos);
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
 struct BusRow {
     int type;
     const char* text;
@@ -545,6 +588,20 @@ TEST_F(InputEvent, WhileDisabledAPressIsNotRecordedButItsReleaseIs) {
     EXPECT_EQ(result.status, 7) << result.err;
 }
 
+TEST_F(InputEvent, AKeyReleasedWhileDisabledIsUp) {
+    const ChildResult result = in_child([] {
+        eventinit();
+        send(EV_KEY, KEY_A, 1);
+        settle();
+        require(key(K_A) == 1);
+        eventdisable();
+        send(EV_KEY, KEY_A, 0);
+        settle();
+        require(key(K_A) == 0);
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
 TEST_F(InputEvent, PressesAndRepeatsDropTypedInputAndReleasesDoNot) {
     const ChildResult result = in_child([] {
         eventinit();
@@ -626,6 +683,35 @@ TEST_F(InputEvent, LampStateFollowsTheDevice) {
         settle();
         getled(lamps);
         require(lamps == 0x8D);
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, AnyValueButZeroLightsALamp) {
+    devices[keyboard].types = {EV_LED};
+    const ChildResult result = in_child([] {
+        eventinit();
+        send(EV_LED, 0, 2);
+        send(EV_LED, 1, -1);
+        settle();
+        unsigned int lamps = 0;
+        getled(lamps);
+        require(lamps == 0x3);
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, AnotherStartReplacesTheLampState) {
+    devices[keyboard].types = {EV_LED};
+    devices[keyboard].lamps = 0x5;
+    const ChildResult result = in_child([] {
+        eventinit();
+        eventclose();
+        devices[keyboard].lamps = 0x2;
+        eventinit();
+        unsigned int lamps = 0;
+        getled(lamps);
+        require(lamps == 0x2);
     });
     EXPECT_EQ(result.status, 7) << result.err;
 }
@@ -776,6 +862,20 @@ TEST_F(InputEvent, ADeviceThatVanishesLeavesTheOthersRunning) {
     EXPECT_EQ(result.status, 7) << result.err;
 }
 
+TEST_F(InputEvent, TheLastEventsOfADeviceThatIsGoneAreNotTaken) {
+    devices["/dev/input/event1"].types = {EV_KEY};
+    const ChildResult result = in_child([] {
+        failing_polls = 1000000000;  // the reader sees nothing before the device is gone
+        eventinit();
+        send(EV_KEY, KEY_A, 1);
+        close(devices[keyboard].sockets[1]);
+        failing_polls = 0;
+        settle("/dev/input/event1");
+        require(key(K_A) == 0 && keydown(K_A) == 0);
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
 TEST_F(InputEvent, SynAndMiscEventsAreIgnoredAndOthersReported) {
     const ChildResult result = in_child([] {
         eventinit();
@@ -828,6 +928,48 @@ TEST_F(InputEvent, ClosingSwitchesLampsOffClosesDevicesAndRestoresTheTerminal) {
         eventclose();
     });
     EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, ClosesEveryDeviceThenPausesThenRestoresTheTerminalThenEndsTheReader) {
+    devices["/dev/input/event3"].types = {EV_KEY};
+    const ChildResult result = in_child([this] {
+        std::vector<std::string> steps;
+        const auto note = [&](const std::string& step) {
+            const bool closed = fcntl(devices[keyboard].sockets[0], F_GETFD) == -1 &&
+                                fcntl(devices["/dev/input/event3"].sockets[0], F_GETFD) == -1;
+            const bool echoes = (terminal.attributes().c_lflag & ECHO) != 0;
+            steps.push_back(step + (closed ? ", closed" : "") + (echoes ? ", echo" : ""));
+        };
+        eventinit();
+        settle();
+        before_pause = [&](useconds_t us) {
+            if (us == 10000) {  // and not the short ones for a reader that is busy
+                note("pause");
+            }
+        };
+        before_cancel = [&] { note("cancel"); };
+        eventclose();
+        before_pause = nullptr;
+        before_cancel = nullptr;
+        require(steps == std::vector<std::string>{"pause, closed", "cancel, closed, echo"});
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, StartsTheReaderBeforeItTakesTheSignals) {
+    const ChildResult result = in_child([] {
+        int without_handler = 0;
+        before_create = [&] {
+            for (const int number : {SIGINT, SIGHUP, SIGTERM}) {
+                struct sigaction action = {};
+                sigaction(number, nullptr, &action);
+                without_handler += action.sa_handler == SIG_DFL || action.sa_handler == SIG_IGN ? 1 : 0;
+            }
+        };
+        eventinit();
+        require(without_handler == 3);
+    });
     EXPECT_EQ(result.status, 7) << result.err;
 }
 
@@ -924,6 +1066,18 @@ TEST_P(InputEventSignal, CallsTheHandlerThatStoodBefore) {
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.out.find("previous handler " + std::to_string(GetParam().number) + "\n"),
               std::string::npos);
+}
+
+TEST_P(InputEventSignal, CallsTheExitFunctionBeforeTheHandlerThatStoodBefore) {
+    const ChildResult result = in_child([] {
+        std::signal(GetParam().number, [](int) { std::puts("previous handler"); });
+        eventinit();
+        settle();
+        register_signal_exit([] { std::puts("own exit function"); });
+        std::raise(GetParam().number);
+    });
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.out.find("own exit function\nprevious handler\n"), std::string::npos);
 }
 
 TEST_P(InputEventSignal, CallsAHandlerWithThreeArgumentsThatStoodBefore) {
