@@ -6,12 +6,25 @@
 
 namespace program {
 
+namespace {
+
+void write_usage(std::FILE* stream, const char* operands) {
+    std::fprintf(stream, "usage: %s %s\n", program_invocation_short_name, operands);
+}
+
+}  // namespace
+
 void print_version() {
     std::printf("%s (ohjauspaneeli) %s\n", program_invocation_short_name, OHJAUSPANEELI_VERSION);
 }
 
 void print_usage(const char* operands) {
-    std::printf("usage: %s %s\n", program_invocation_short_name, operands);
+    write_usage(stdout, operands);
+}
+
+int refuse_command_line(const char* operands) {
+    write_usage(stderr, operands);
+    return usage_status;
 }
 
 bool answered_standard_option(std::span<const char* const> arguments, const char* operands) {

@@ -2,7 +2,8 @@
 /// The options that every installed program knows.
 ///
 /// A program that somebody installed is asked two things before anything else: how it is used and which
-/// version it is. The answers have one form for all programs and go to standard output:
+/// version it is. The answers have one form for all programs and go to standard output (the usage goes to
+/// standard error where nobody has asked for it, because the command line is wrong):
 ///
 ///     $ vehicle-simulator --version
 ///     vehicle-simulator (ohjauspaneeli) 1.0.0
@@ -23,6 +24,14 @@ void print_version();
 /// Prints one line: "usage: ", the program's name and @p operands.
 /// @param operands  what follows the name on the command line, such as "PORT [SECONDS]"
 void print_usage(const char* operands);
+
+/// The exit status of a program whose command line is wrong.
+constexpr int usage_status = 2;
+
+/// Prints the usage, in the form of print_usage(), to standard error.
+/// @param operands  as for print_usage()
+/// @return          #usage_status, to be returned by main
+int refuse_command_line(const char* operands);
 
 /// Answers --version and --help for a program that has no other options.
 ///
