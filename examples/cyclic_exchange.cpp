@@ -5,52 +5,72 @@
 // Counts up on a node's four digital outputs and shows what its digital inputs read in the same cycle.
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "nodevik/arch.h"
 #include "nodevik/canopen.h"
 #include "nodevik/pdo.h"
 #include "nodevik/udpdriver.h"
+#include "program/numbers.h"
+#include "program/standardoptions.h"
+
+namespace {
+
+constexpr const char* operands = "MASTER_PORT NODE_PORT [NODE [CYCLES]]";
+constexpr unsigned most_cycles = 10'000'000;
+
+// The node's four digital outputs and inputs.
+struct Lines {
+    unsigned char outputs[4] = {};
+    unsigned char inputs[4] = {};
+};
+
+// Sends the outputs and SYNC, then waits for the inputs, up to a second.
+void exchange(CCANopen& master, const Lines& lines, unsigned cycle) {
+    master.send_only_changed_rpdos();
+    master.sync();
+    for (int wait_ms = 0; wait_ms < 1000 && master.all_tdpos_updated(0) != 0; ++wait_ms) {
+        m_sleep(1);
+        master.read_all_messages();
+    }
+    const bool missed = master.all_tdpos_updated(1) != 0;
+    std::printf("cycle %u: out %3u %3u %3u %3u  in %3u %3u %3u %3u%s\n", cycle, lines.outputs[0],
+                lines.outputs[1], lines.outputs[2], lines.outputs[3], lines.inputs[0], lines.inputs[1],
+                lines.inputs[2], lines.inputs[3], missed ? "  (no TPDO)" : "");
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        std::puts("usage: cyclic_exchange MASTER_PORT NODE_PORT [NODE [CYCLES]]");
-        return 2;
+    program::Numbers numbers;
+    const unsigned master_port = argc > 2 ? numbers.read(argv[1], 1, program::highest_port) : 0;
+    const unsigned node_port = argc > 2 ? numbers.read(argv[2], 1, program::highest_port) : 0;
+    const unsigned node = argc > 3 ? numbers.read(argv[3], 1, program::highest_node) : 1;
+    const unsigned cycles = argc > 4 ? numbers.read(argv[4], 1, most_cycles) : 10;
+    if (argc < 3 || argc > 5 || !numbers.all_right()) {
+        return program::refuse_command_line(operands);
     }
-    const auto node = static_cast<unsigned char>(argc > 3 ? std::atoi(argv[3]) : 1);
-    const int cycles = argc > 4 ? std::atoi(argv[4]) : 10;
 
     CCANopen master;
     udpDriver driver;
-    driver.open(static_cast<unsigned>(std::atoi(argv[1])), 0, 0);
-    driver.endpoint().set_client_destination_address(127, 0, 0, 1, static_cast<unsigned>(std::atoi(argv[2])));
+    driver.open(master_port, 0, 0);
+    driver.endpoint().set_client_destination_address(127, 0, 0, 1, node_port);
     master.load_driver(driver);
 
-    unsigned char outputs[4] = {};
-    unsigned char inputs[4] = {};
+    Lines lines;
     PDO rpdo(0x200U + node);  // what the node receives
     PDO tpdo(0x180U + node);  // what it transmits
     for (unsigned i = 0; i < 4; ++i) {
-        rpdo.mapcopy(i, outputs[i]);
-        tpdo.mapcopy(i, inputs[i]);
+        rpdo.mapcopy(i, lines.outputs[i]);
+        tpdo.mapcopy(i, lines.inputs[i]);
     }
     master.add_rpdo(rpdo);
     master.add_tpdo(tpdo);
-    master.start_node(node);
+    master.start_node(static_cast<unsigned char>(node));
 
-    for (int cycle = 1; cycle <= cycles; ++cycle) {
-        for (int i = 0; i < 4; ++i) {
-            outputs[i] = static_cast<unsigned char>(cycle + i);
+    for (unsigned cycle = 1; cycle <= cycles; ++cycle) {
+        for (unsigned i = 0; i < 4; ++i) {
+            lines.outputs[i] = static_cast<unsigned char>(cycle + i);
         }
-        master.send_only_changed_rpdos();
-        master.sync();
-        for (int wait_ms = 0; wait_ms < 1000 && master.all_tdpos_updated(0) != 0; ++wait_ms) {
-            m_sleep(1);
-            master.read_all_messages();
-        }
-        const bool missed = master.all_tdpos_updated(1) != 0;
-        std::printf("cycle %d: out %3u %3u %3u %3u  in %3u %3u %3u %3u%s\n", cycle, outputs[0], outputs[1],
-                    outputs[2], outputs[3], inputs[0], inputs[1], inputs[2], inputs[3],
-                    missed ? "  (no TPDO)" : "");
+        exchange(master, lines, cycle);
     }
 }

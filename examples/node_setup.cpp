@@ -7,12 +7,14 @@
 // An ENTRY is a mapping word: index, subindex and length in bits, such as 0x60000108.
 
 #include <cstdio>
-#include <cstdlib>
-#include <string>
+#include <optional>
+#include <span>
+#include <string_view>
 
 #include "nodevik/canopen.h"
 #include "nodevik/pdo.h"
 #include "nodevik/udpdriver.h"
+#include "program/numbers.h"
 #include "program/standardoptions.h"
 
 namespace {
@@ -20,61 +22,111 @@ namespace {
 constexpr const char* operands =
     "MASTER_PORT NODE_PORT NODE list|show|set [tpdo|rpdo NUMBER [COBID TYPE [ENTRY ...]]]";
 
-unsigned number(const char* text) {
-    return static_cast<unsigned>(std::strtoul(text, nullptr, 0));
+constexpr unsigned highest_pdo = 511;
+constexpr unsigned lowest_cobid = 0x181;
+constexpr unsigned highest_cobid = 0x57F;
+constexpr std::size_t most_entries = 8;
+
+using Words = std::span<const char* const>;
+
+// What the command line asks for.
+struct Request {
+    unsigned master_port = 0;
+    unsigned node_port = 0;
+    unsigned char node = 0;
+    std::string_view operation;
+    bool transmit = false;  // tpdo, not rpdo
+    unsigned pdo_number = 0;
+    PDO pdo;  // what is set
+};
+
+// Whether the operation has as many words as belong to it, and the right kind of PDO.
+bool is_complete(Words words) {
+    const std::string_view operation = words.size() > 3 ? words[3] : "";
+    const std::string_view kind = words.size() > 5 ? words[4] : "";
+    if (operation == "list") {
+        return words.size() == 4;
+    }
+    const bool shows = operation == "show" && words.size() == 6;
+    const bool sets = operation == "set" && words.size() >= 8 && words.size() <= 8 + most_entries;
+    return (shows || sets) && (kind == "tpdo" || kind == "rpdo");
 }
 
-void show(CCANopen& master, unsigned node, bool transmit, unsigned pdo_number) {
+// Reads COB-ID, transmission type and entries.
+void read_setup(program::Numbers& numbers, Words words, PDO& pdo) {
+    pdo.init(numbers.read(words[0], lowest_cobid, highest_cobid));
+    pdo.set_transmission_type(static_cast<unsigned char>(numbers.read(words[1], 0, 0xFF)));
+    for (const char* const entry : words.subspan(2)) {
+        pdo.obj_info.pdo_mappings[pdo.obj_info.mappingcount++] =
+            static_cast<int>(numbers.read(entry, 0, 0xFFFFFFFF));
+    }
+}
+
+// Reads the command line; none when it is wrong.
+std::optional<Request> read_request(Words words) {
+    if (!is_complete(words)) {
+        return std::nullopt;
+    }
+    program::Numbers numbers;
+    Request request;
+    request.master_port = numbers.read(words[0], 1, program::highest_port);
+    request.node_port = numbers.read(words[1], 1, program::highest_port);
+    request.node = static_cast<unsigned char>(numbers.read(words[2], 1, program::highest_node));
+    request.operation = words[3];
+    if (words.size() > 5) {
+        request.transmit = words[4] == std::string_view("tpdo");
+        request.pdo_number = numbers.read(words[5], 0, highest_pdo);
+    }
+    if (words.size() > 7) {
+        read_setup(numbers, words.subspan(6), request.pdo);
+    }
+    return numbers.all_right() ? std::optional(request) : std::nullopt;
+}
+
+void show(CCANopen& master, const Request& request) {
     PDO pdo;
-    if (transmit) {
-        master.load_tpdo_mappings(node, pdo_number, pdo);
+    if (request.transmit) {
+        master.load_tpdo_mappings(request.node, request.pdo_number, pdo);
     } else {
-        master.load_rpdo_mappings(node, pdo_number, pdo);
+        master.load_rpdo_mappings(request.node, request.pdo_number, pdo);
     }
     std::printf("COB-ID 0x%03x, %d mapped objects\n", pdo.get_cobid(), pdo.obj_info.mappingcount);
     pdo.print_mappings();
 }
 
-void set(CCANopen& master, unsigned node, bool transmit, int argc, char** argv) {
-    PDO pdo(number(argv[7]));
-    pdo.set_transmission_type(static_cast<unsigned char>(number(argv[8])));
-    for (int i = 9; i < argc && i < 9 + 8; ++i) {
-        pdo.obj_info.pdo_mappings[pdo.obj_info.mappingcount++] = static_cast<int>(number(argv[i]));
-    }
-    if (transmit) {
-        master.save_tpdo_mappings(node, number(argv[6]), pdo);
+void set(CCANopen& master, Request& request) {
+    if (request.transmit) {
+        master.save_tpdo_mappings(request.node, request.pdo_number, request.pdo);
     } else {
-        master.save_rpdo_mappings(node, number(argv[6]), pdo);
+        master.save_rpdo_mappings(request.node, request.pdo_number, request.pdo);
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (program::answered_standard_option({argv + 1, static_cast<std::size_t>(argc - 1)}, operands)) {
+    const Words words(argv + 1, static_cast<std::size_t>(argc - 1));
+    if (program::answered_standard_option(words, operands)) {
         return 0;
     }
-    const std::string operation = argc > 4 ? argv[4] : "";
-    if (!(operation == "list" || (operation == "show" && argc == 7) || (operation == "set" && argc > 8))) {
-        program::print_usage(operands);
-        return 2;
+    std::optional<Request> request = read_request(words);
+    if (!request) {
+        return program::refuse_command_line(operands);
     }
     CCANopen master;
     udpDriver driver;
-    driver.open(number(argv[1]), 0, 0);
-    driver.endpoint().set_client_destination_address(127, 0, 0, 1, number(argv[2]));
+    driver.open(request->master_port, 0, 0);
+    driver.endpoint().set_client_destination_address(127, 0, 0, 1, request->node_port);
     master.load_driver(driver);
 
-    const unsigned node = number(argv[3]);
-    master.set_preoperational(static_cast<unsigned char>(node));  // a stopped node answers no SDO
-    const bool transmit = argc > 5 && std::string(argv[5]) == "tpdo";
-    if (operation == "list") {
-        master.show_node_tpdo_cobids(static_cast<unsigned char>(node));
-        master.show_node_rpdo_cobids(static_cast<unsigned char>(node));
+    master.set_preoperational(request->node);  // a stopped node answers no SDO
+    if (request->operation == "list") {
+        master.show_node_tpdo_cobids(request->node);
+        master.show_node_rpdo_cobids(request->node);
         return 0;
     }
-    if (operation == "set") {
-        set(master, node, transmit, argc, argv);
+    if (request->operation == "set") {
+        set(master, *request);
     }
-    show(master, node, transmit, number(argv[6]));
+    show(master, *request);
 }

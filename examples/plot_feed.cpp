@@ -8,27 +8,21 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "nodevik/arch.h"
 #include "nodevik/util/clientfunctions.h"
 #include "nodevik/util/udpserver.h"
+#include "program/numbers.h"
+#include "program/standardoptions.h"
 
 namespace {
 
-constexpr const char* usage = "usage: plot_feed PORT [SAMPLES [SAMPLES_PER_SECOND]]";
+constexpr const char* operands = "PORT [SAMPLES [SAMPLES_PER_SECOND]]";
 constexpr unsigned samples_per_batch = 20;  // of three records each: 60 of the 89 that fit
 constexpr int shown_samples = 400;
 
 enum Table { sine, triangle };
-
-// A whole number from 1 to `highest`, or 0.
-unsigned positive(const char* text, unsigned long highest) {
-    char* end = nullptr;
-    const unsigned long number = std::strtoul(text, &end, 10);
-    return *end == '\0' && number <= highest ? static_cast<unsigned>(number) : 0;
-}
 
 void send(udpserver& endpoint, CClientFunctions& batch) {
     endpoint.client_send(batch.getmessagesize(), reinterpret_cast<char*>(batch.getmessage()));
@@ -64,15 +58,15 @@ double triangle_at(unsigned position) {
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::puts(usage);
+        program::print_usage(operands);
         return 0;
     }
-    const unsigned port = argc > 1 ? positive(argv[1], 65535) : 0;
-    const unsigned samples = argc > 2 ? positive(argv[2], 100'000'000) : 2000;
-    const unsigned rate = argc > 3 ? positive(argv[3], 100'000) : 200;
-    if (argc > 4 || port == 0 || samples == 0 || rate == 0) {
-        std::fprintf(stderr, "%s\n", usage);
-        return 2;
+    program::Numbers numbers;
+    const unsigned port = argc > 1 ? numbers.read(argv[1], 1, program::highest_port) : 0;
+    const unsigned samples = argc > 2 ? numbers.read(argv[2], 1, 100'000'000) : 2000;
+    const unsigned rate = argc > 3 ? numbers.read(argv[3], 1, 100'000) : 200;
+    if (argc < 2 || argc > 4 || !numbers.all_right()) {
+        return program::refuse_command_line(operands);
     }
 
     udpserver endpoint;

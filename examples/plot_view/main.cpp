@@ -14,15 +14,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <span>
+#include <string>
 
 #include "examples/plot_view/curveview.h"
 #include "nodevik/util/udpserver.h"
+#include "program/numbers.h"
 #include "program/standardoptions.h"
 
 namespace {
 
-constexpr int usage_status = 2;
 constexpr const char* version_option = "--version";
 constexpr int longest_datagram = 65535;
 
@@ -43,6 +45,38 @@ void receive(udpserver& endpoint, CurveView& view) {
     }
 }
 
+void describe(QCommandLineParser& parser, const QList<QCommandLineOption>& options) {
+    parser.setApplicationDescription(QStringLiteral("Draws the curves of a plotting feed."));
+    parser.addHelpOption();
+    parser.addOptions(options);
+    parser.addPositionalArgument(QStringLiteral("port"), QStringLiteral("UDP port to receive on, 0: any"));
+}
+
+// Shows the window until it is closed, or until the feed stops when a picture is wanted.
+int draw(udpserver& endpoint, const std::optional<QString>& picture) {
+    CurveView view;
+    view.resize(view.sizeHint());
+    view.setWindowTitle(QStringLiteral("plot_view"));
+    view.show();
+    QSocketNotifier notifier(endpoint.server_socket(), QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, &view, [&] {
+        receive(endpoint, view);
+        if (picture && view.model().stopped()) {
+            const bool saved = view.grab().save(*picture);
+            if (!saved) {
+                std::fprintf(stderr, "%s: cannot save the picture\n", program_invocation_short_name);
+            }
+            QApplication::exit(saved ? 0 : 1);
+        }
+    });
+    return QApplication::exec();
+}
+
+int refuse(const char* reason) {
+    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, reason);
+    return program::usage_status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -52,53 +86,31 @@ int main(int argc, char** argv) {
     }
     const QApplication application(argc, argv);
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Draws the curves of a plotting feed."));
-    parser.addHelpOption();
     const QCommandLineOption picture(QStringLiteral("picture"),
                                      QStringLiteral("Save a picture to <file> when the feed stops, and end."),
                                      QStringLiteral("file"));
-    parser.addOption(picture);
     const QCommandLineOption version(QLatin1String(version_option).mid(2),
                                      QStringLiteral("Displays the version."));
-    parser.addOption(version);
-    parser.addPositionalArgument(QStringLiteral("port"), QStringLiteral("UDP port to receive on, 0: any"));
+    describe(parser, {picture, version});
     if (!parser.parse(QApplication::arguments())) {
-        std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, qPrintable(parser.errorText()));
-        return usage_status;
+        return refuse(qPrintable(parser.errorText()));
     }
     if (parser.isSet(version)) {
         program::print_version();
         return 0;
     }
     parser.process(application);  // answers the questions for help
-    bool valid = false;
-    const unsigned port = parser.positionalArguments().value(0).toUShort(&valid);
-    if (!valid || parser.positionalArguments().size() != 1) {
-        std::fprintf(stderr, "%s: give one UDP port, 0 to 65535\n", program_invocation_short_name);
-        return usage_status;
+    const std::string text = parser.positionalArguments().value(0).toStdString();
+    const auto port = program::whole_number(text, 0, program::highest_port);
+    if (!port || parser.positionalArguments().size() != 1) {
+        return refuse("give one UDP port, 0 to 65535");
     }
 
     udpserver endpoint;
-    if (endpoint.start_server(port, nullptr) != 0) {
+    if (endpoint.start_server(static_cast<unsigned>(*port), nullptr) != 0) {
         return 1;
     }
     std::printf("port %u\n", local_port(endpoint));
     std::fflush(stdout);
-
-    CurveView view;
-    view.resize(view.sizeHint());
-    view.setWindowTitle(QStringLiteral("plot_view"));
-    view.show();
-    QSocketNotifier notifier(endpoint.server_socket(), QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &view, [&] {
-        receive(endpoint, view);
-        if (parser.isSet(picture) && view.model().stopped()) {
-            const bool saved = view.grab().save(parser.value(picture));
-            if (!saved) {
-                std::fprintf(stderr, "%s: cannot save the picture\n", program_invocation_short_name);
-            }
-            QApplication::exit(saved ? 0 : 1);
-        }
-    });
-    return QApplication::exec();
+    return draw(endpoint, parser.isSet(picture) ? std::optional(parser.value(picture)) : std::nullopt);
 }

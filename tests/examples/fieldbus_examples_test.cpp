@@ -63,7 +63,7 @@ TEST(CyclicExchange, ReadsBackInEachCycleWhatItSent) {
 
 TEST(CyclicExchange, TellsItsUsage) {
     const ChildResult result = run_program({CYCLIC_EXCHANGE});
-    EXPECT_EQ(result.out, "usage: cyclic_exchange MASTER_PORT NODE_PORT [NODE [CYCLES]]\n");
+    EXPECT_EQ(result.err, "usage: cyclic_exchange MASTER_PORT NODE_PORT [NODE [CYCLES]]\n");
     EXPECT_EQ(result.status, 2);
 }
 
