@@ -42,6 +42,7 @@ void WidgetWithBackground::drawBackground() {
         m_pixmap = makePixmap(size(), ratio);
         m_modified = true;
         repaintBackground();
+        m_painted_size = size();
         m_modified = false;
     }
     // Pixel by pixel: in logical coordinates the painter would scale the pixmap by the ratio and back, at
@@ -67,8 +68,6 @@ bool WidgetWithBackground::doRepaintBackground() const {
 }
 
 bool WidgetWithBackground::isBackgroundCurrent(qreal ratio) const {
-    // The pixmap of the constructor has no alpha channel before its first filling: nothing is painted on it
-    // yet.
-    return m_pixmap->hasAlphaChannel() && m_pixmap->size() == pixelSize(size(), ratio) &&
-           qFuzzyCompare(m_pixmap->devicePixelRatio(), ratio);
+    // Not the sizes in pixels: below one pixel per unit, two sizes of the widget may have the same.
+    return m_painted_size == size() && qFuzzyCompare(m_pixmap->devicePixelRatio(), ratio);
 }

@@ -17,6 +17,7 @@
 #define WIDGETS_WIDGETWITHBACKGROUND_H
 
 #include <QPixmap>
+#include <QSize>
 #include <QWidget>
 #include <memory>
 
@@ -68,6 +69,7 @@ private:
 
     std::unique_ptr<QPixmap> m_pixmap;  ///< the background
     bool m_modified = false;            ///< the background is to be painted again at the next paint
+    QSize m_painted_size;  ///< the widget's size on the background; invalid before its first painting
 };
 
 #endif

@@ -49,6 +49,7 @@ private Q_SLOTS:
     void startsCleanAndPaintsItsBackgroundAtTheFirstPaint();
     void paintedTwiceWithoutChangesPaintsTheBackgroundOnce();
     void aResizedWidgetPaintsItsBackgroundAgain();
+    void aResizeWithinTheSamePixelsPaintsTheBackgroundAgain();
     void updateWithBackgroundPaintsTheBackgroundAgainOnce();
     void updateWithBackgroundAsksForAPaint();
     void anOrdinaryUpdateKeepsTheBackground();
@@ -104,6 +105,19 @@ void WidgetWithBackgroundTest::aResizedWidgetPaintsItsBackgroundAgain() {
     QCOMPARE(probe.backgrounds, 3);
     rendered(probe);
     QCOMPARE(probe.backgrounds, 3);
+}
+
+void WidgetWithBackgroundTest::aResizeWithinTheSamePixelsPaintsTheBackgroundAgain() {
+    Probe probe;
+    QImage picture = emptyPicture(QSize(11, 16));
+    QPainter painter(&picture);
+    painter.scale(0.5, 0.5);
+    for (const QSize& size : {QSize(21, 31), QSize(22, 32), QSize(22, 32)}) {
+        probe.resize(size);
+        probe.render(&painter, QPoint(), QRegion(), QWidget::RenderFlags());
+    }
+    QCOMPARE(probe.paints, 3);
+    QCOMPARE(probe.backgrounds, 2);
 }
 
 void WidgetWithBackgroundTest::updateWithBackgroundPaintsTheBackgroundAgainOnce() {
