@@ -69,6 +69,8 @@ private Q_SLOTS:
     void calcMaxMinTellsWhetherTheScaleChanged();
     void setValueOfAnIntEmitsTheIntFirst();
     void setValueOfADoubleEmitsTheDoubleFirst();
+    void hasItsValueBeforeTheSignals();
+    void bothSignalsCarryTheValueThatASlotReplaces();
     void truncatesTheValueTowardZero_data();
     void truncatesTheValueTowardZero();
     void theSameValueEmitsNothing();
@@ -276,6 +278,37 @@ void AbstractMeterTest::setValueOfADoubleEmitsTheDoubleFirst() {
     meter.setValue(2.7);
     QCOMPARE(record.signals_seen, QStringList({QStringLiteral("double 2.7"), QStringLiteral("int 2")}));
     QCOMPARE(meter.value(), 2.7);
+}
+
+void AbstractMeterTest::hasItsValueBeforeTheSignals() {
+    Meter meter;
+    QList<double> seen;
+    const auto look = [&meter, &seen] { seen += meter.value(); };
+    connect(&meter, qOverload<int>(&AbstractMeter::valueChanged), &meter, look);
+    connect(&meter, qOverload<double>(&AbstractMeter::valueChanged), &meter, look);
+    meter.setValue(3);
+    meter.setValue(2.7);
+    QCOMPARE(seen, QList<double>({3, 3, 2.7, 2.7}));
+}
+
+void AbstractMeterTest::bothSignalsCarryTheValueThatASlotReplaces() {
+    Meter meter;
+    const Record record(meter);
+    connect(&meter, qOverload<int>(&AbstractMeter::valueChanged), &meter, [&meter](int value) {
+        if (value == 3) {
+            meter.setValue(5);
+        }
+    });
+    connect(&meter, qOverload<double>(&AbstractMeter::valueChanged), &meter, [&meter](double value) {
+        if (value == 6.7) {
+            meter.setValue(8.7);
+        }
+    });
+    meter.setValue(3);
+    QCOMPARE(record.signals_seen.join(QLatin1Char(' ')), QStringLiteral("int 3 int 5 double 5 double 3"));
+    meter.setValue(6.7);
+    QCOMPARE(record.signals_seen.mid(4).join(QLatin1Char(' ')),
+             QStringLiteral("double 6.7 double 8.7 int 8 int 6"));
 }
 
 void AbstractMeterTest::truncatesTheValueTowardZero_data() {
