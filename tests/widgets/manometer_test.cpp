@@ -29,6 +29,14 @@ public:
 
     int backgrounds = 0;
 
+    /// What of the dial stands still.
+    QImage background() {
+        QImage picture = emptyPicture(size());
+        QPainter painter(&picture);
+        paintBackground(painter);
+        return picture;
+    }
+
     /// Leaves only the face: no bands, no numbers, no value text.
     void undress() {
         setNominal(m_max);
@@ -154,6 +162,7 @@ private Q_SLOTS:
     void theDialIsItsCirclesBandsAndTicks();
     void isTransparentAroundTheDial();
     void drawsBandsFromTheirStartToTheEnd();
+    void bandsStartAtSixteenthsOfADegreeTruncated();
     void drawsBandsOnlyOnTheScale_data();
     void drawsBandsOnlyOnTheScale();
     void redCoversGreen();
@@ -163,6 +172,7 @@ private Q_SLOTS:
     void drawsTheNumbersOfItsScale();
     void placesTheNumbersByTheirSizeUnrounded_data();
     void placesTheNumbersByTheirSizeUnrounded();
+    void zeroDigitOffsetDrawsTheNumbersAtTheCentre();
     void theNeedlePointsToTheValue_data();
     void theNeedlePointsToTheValue();
     void theNeedleIsTheOutlineAndTheHub_data();
@@ -170,6 +180,7 @@ private Q_SLOTS:
     void drawsTheValueBelowTheCentre_data();
     void drawsTheValueBelowTheCentre();
     void theValueIsRedFromCriticalOn();
+    void theValueIsRedFromCriticalOnBelowNominalToo();
     void theValueIsInTheForegroundColor();
     void zeroOffsetHidesTheValue();
     void theValueFollowsTheWidgetsFont();
@@ -348,6 +359,23 @@ void ManoMeterTest::drawsBandsFromTheirStartToTheEnd() {
     }
     QVERIFY(!isGreen(colorAt(picture, logical, at(303.75, 136))));
     QVERIFY(!isRed(colorAt(picture, logical, at(303.75, 136))));
+}
+
+void ManoMeterTest::bandsStartAtSixteenthsOfADegreeTruncated() {
+    Dial dial;
+    dial.resize(1340, 1340);
+    const auto drawn = [&dial](double nominal, double critical) {
+        dial.setNominal(nominal);
+        dial.setCritical(critical);
+        return dial.background();
+    };
+    // 320 on the scale are 3840 sixteenths.
+    constexpr double sixteenth = 320.0 / 3840;
+    const QImage whole = drawn(80, 220);
+    QCOMPARE(drawn(80 + 0.9 * sixteenth, 220), whole);
+    QCOMPARE(drawn(80, 220 + 0.9 * sixteenth), whole);
+    QVERIFY(drawn(80 + 1.1 * sixteenth, 220) != whole);
+    QVERIFY(drawn(80, 220 + 1.1 * sixteenth) != whole);
 }
 
 void ManoMeterTest::drawsBandsOnlyOnTheScale_data() {
@@ -538,6 +566,16 @@ void ManoMeterTest::placesTheNumbersByTheirSizeUnrounded() {
     QVERIFY(difference(background(), expected.finished()) <= 24);
 }
 
+void ManoMeterTest::zeroDigitOffsetDrawsTheNumbersAtTheCentre() {
+    Dial dial;
+    dial.setDigitOffset(far_away);
+    const QImage bare = dial.background();
+    dial.setDigitOffset(0);
+    const QImage shown = dial.background();
+    const QRect middle(125, 135, 60, 40);
+    QVERIFY(difference(shown.copy(middle), bare.copy(middle)) > 200);
+}
+
 void ManoMeterTest::theNeedlePointsToTheValue_data() {
     QTest::addColumn<double>("value");
     QTest::addColumn<double>("degrees");
@@ -674,6 +712,17 @@ void ManoMeterTest::theValueIsRedFromCriticalOn() {
     QVERIFY(redInkBelow(rendered(dial), logical) > 20);
     dial.setValue(0);
     QCOMPARE(redInkBelow(rendered(dial), logical), 0);
+}
+
+void ManoMeterTest::theValueIsRedFromCriticalOnBelowNominalToo() {
+    Dial dial;
+    dial.setNominal(220);
+    dial.setCritical(80);
+    const QTransform logical = coordinates(dial);
+    dial.setValue(79);
+    QCOMPARE(redInkBelow(rendered(dial), logical), 0);
+    dial.setValue(150);
+    QVERIFY(redInkBelow(rendered(dial), logical) > 20);
 }
 
 void ManoMeterTest::theValueIsInTheForegroundColor() {
