@@ -129,6 +129,7 @@ private Q_SLOTS:
     void theColumnRisesWithTheValue();
     void theFluidsColorFollowsTheThresholds_data();
     void theFluidsColorFollowsTheThresholds();
+    void isRedFromCriticalOnBelowNominalToo();
     void theFluidIsShadedToBothSides_data();
     void theFluidIsShadedToBothSides();
     void drawsTheGlass();
@@ -266,6 +267,17 @@ void ThermoMeterTest::theFluidsColorFollowsTheThresholds() {
     QCOMPARE(lightened(color).hsvSaturation(), 55);
     QCOMPARE(lightened(color).hsvHue(), color.hsvHue());
     QCOMPARE(lightened(color).value(), color.value());
+}
+
+void ThermoMeterTest::isRedFromCriticalOnBelowNominalToo() {
+    Fluid meter;
+    meter.resize(300, 614);
+    meter.setNominal(70);
+    meter.setCritical(60);
+    meter.setValue(65);
+    QVERIFY(hasRedText(rendered(meter), coordinates(meter)));
+    meter.setValueOffset(0);
+    QVERIFY(difference(rendered(meter), fluid(meter, QColor(255, 0, 0), 192, 1)) <= 3);
 }
 
 void ThermoMeterTest::theFluidIsShadedToBothSides_data() {
