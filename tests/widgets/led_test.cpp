@@ -5,6 +5,7 @@
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QtTest>
+#include <cmath>
 
 #include "tests/widgets/rendered.h"
 
@@ -51,6 +52,7 @@ private Q_SLOTS:
     void isNewRedAndLit();
     void declaresItsSignalSlotAndProperties();
     void setCheckedEmitsEveryTime();
+    void isCheckedAndToBeRepaintedBeforeTheSignal();
     void setColorEmitsNothing();
     void settersRepaintTheHighlight();
     void switchingByEnablingKeepsTheHighlight();
@@ -65,6 +67,7 @@ private Q_SLOTS:
     void theOutlineIsAThinLineInTheForegroundColor();
     void aSmallLampHasADarkEdge();
     void theHighlightLiesOverTheUpperLeft();
+    void theHighlightFadesEvenlyFromItsSpot();
     void isSharpAndCachedAtRatioTwo();
     void anEmptyLampDrawsNothing();
 };
@@ -130,6 +133,20 @@ void LedTest::setCheckedEmitsEveryTime() {
     QCOMPARE(changed.at(1).at(0).toBool(), false);
     QCOMPARE(changed.at(2).at(0).toBool(), false);
     QVERIFY(!led.isChecked());
+}
+
+void LedTest::isCheckedAndToBeRepaintedBeforeTheSignal() {
+    CountingLed led;
+    rendered(led);
+    bool checked = true;
+    bool modified = false;
+    connect(&led, &Led::checkChanged, &led, [&] {
+        checked = led.isChecked();
+        modified = led.doRepaintBackground();
+    });
+    led.setChecked(false);
+    QVERIFY(!checked);
+    QVERIFY(modified);
 }
 
 void LedTest::setColorEmitsNothing() {
@@ -312,6 +329,26 @@ void LedTest::theHighlightLiesOverTheUpperLeft() {
     QVERIFY(difference(colorAt(picture, logical, QPointF(-40, 20)), QColor(100, 100, 100)) <= 3);
     QCOMPARE(colorAt(picture, logical, QPointF(82, -40)), QColor(Qt::black));
     QCOMPARE(colorAt(picture, logical, QPointF(60, 60)), QColor(Qt::black));
+}
+
+void LedTest::theHighlightFadesEvenlyFromItsSpot() {
+    Led led;
+    led.resize(1320, 1320);
+    led.setColor(Qt::transparent);
+    const QTransform logical = coordinates(led);
+    const QImage picture = rendered(led);
+    double largest_error = 0;
+    // The disc, clear of its edge, at the middles of pixels.
+    for (double y = -144.875; y < 145; ++y) {
+        for (double x = -144.875; x < 145; ++x) {
+            if (std::hypot(x, y) < 145) {
+                const double alpha = 200 * qMax(0.0, 1 - std::hypot(x + 40, y + 40) / 120);
+                const int shown = colorAt(picture, logical, QPointF(x, y)).alpha();
+                largest_error = qMax(largest_error, std::abs(shown - alpha));
+            }
+        }
+    }
+    QVERIFY2(largest_error <= 1, QByteArray::number(largest_error));
 }
 
 void LedTest::isSharpAndCachedAtRatioTwo() {
