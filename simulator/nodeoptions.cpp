@@ -184,52 +184,47 @@ ParsedNodeOptions parse_node_options(std::span<const char* const> arguments) {
 }
 
 const char* node_help() {
-    return "usage: node-simulator [OPTION ...] [--run COMMAND [ARGUMENT ...]]\n"
-           "\n"
-           "CANopen nodes on a simulated bus behind CAN-over-UDP: one frame per datagram of 16 bytes. The "
-           "first\n"
-           "line of standard output is \"port N\", the UDP port on 127.0.0.1 that receives frames. Ends "
-           "with\n"
-           "SIGINT or SIGTERM.\n"
-           "\n"
-           "  --nodes LIST        node numbers, 1 to 127, with commas between them (default 1)\n"
-           "  --listen PORT       port that receives frames, 0 picks a free one (default 5001)\n"
-           "  --peer HOST:PORT    where frames go, an IPv4 address (default: to the last sender; the nodes "
-           "are\n"
-           "                      switched on when the first frame arrives)\n"
-           "  --can INTERFACE     the nodes are on this CAN interface instead; --listen and --peer have no "
-           "meaning\n"
-           "                      and the first line is \"can INTERFACE\"\n"
-           "  --log FILE          write each frame to FILE: seconds, in or out, identifier, length, data\n"
-           "  --heartbeat MS      heartbeat time of every node, 0 to 65535 (default 0, none)\n"
-           "  --sync MS           the first node produces SYNC with this period (default 0, not)\n"
-           "  --start             the nodes become operational by themselves\n"
-           "  --strict            refuse a number of mapped objects that comes in more than one byte\n"
-           "  --run COMMAND ...   run the command against the nodes and end with it, with its status;\n"
-           "                      in its arguments {node} stands for the nodes' port and {master} for the "
-           "port\n"
-           "                      that frames go to, without --peer a free one on 127.0.0.1; with --can, "
-           "{can}\n"
-           "                      stands for the interface\n"
-           "  --help              this text\n"
-           "  --version           the program's version\n"
-           "\n"
-           "Faults of answers (SDO and node guarding), each in percent of the answers, 0 to 100:\n"
-           "  --lost PERCENT        the answer never comes\n"
-           "  --late PERCENT        the answer comes late\n"
-           "  --delay MS            how late (default 30)\n"
-           "  --duplicated PERCENT  the answer comes twice\n"
-           "  --foreign PERCENT     an answer of another node to another question comes first\n"
-           "  --most N              disturb no more than N answers (default: no limit)\n"
-           "  --seed N              the same N brings the same faults (default 1)\n"
-           "\n"
-           "Commands on standard input, one per line (not with --run):\n"
-           "  off NODE                     cut the node's power: it vanishes without a word\n"
-           "  on NODE                      switch it on again: it boots\n"
-           "  emergency NODE CODE          send an emergency, CODE as 0x8130 or decimal; 0 clears the error\n"
-           "  input NODE CHANNEL VALUE     set a digital input, CHANNEL 1 to 4, VALUE 0 to 255\n"
-           "  faults LOST LATE DUPLICATED FOREIGN [MOST]   replace the faults, in percent\n"
-           "Each is answered by a line \"ok\" or \"error: ...\".\n";
+    return R"(usage: node-simulator [OPTION ...] [--run COMMAND [ARGUMENT ...]]
+
+CANopen nodes on a simulated bus behind CAN-over-UDP: one frame per datagram of 16 bytes. The first
+line of standard output is "port N", the UDP port on 127.0.0.1 that receives frames. Ends with
+SIGINT or SIGTERM.
+
+  --nodes LIST        node numbers, 1 to 127, with commas between them (default 1)
+  --listen PORT       port that receives frames, 0 picks a free one (default 5001)
+  --peer HOST:PORT    where frames go, an IPv4 address (default: to the last sender; the nodes are
+                      switched on when the first frame arrives)
+  --can INTERFACE     the nodes are on this CAN interface instead; --listen and --peer have no meaning
+                      and the first line is "can INTERFACE"
+  --log FILE          write each frame to FILE: seconds, in or out, identifier, length, data
+  --heartbeat MS      heartbeat time of every node, 0 to 65535 (default 0, none)
+  --sync MS           the first node produces SYNC with this period (default 0, not)
+  --start             the nodes become operational by themselves
+  --strict            refuse a number of mapped objects that comes in more than one byte
+  --run COMMAND ...   run the command against the nodes and end with it, with its status;
+                      in its arguments {node} stands for the nodes' port and {master} for the port
+                      that frames go to, without --peer a free one on 127.0.0.1; with --can, {can}
+                      stands for the interface
+  --help              this text
+  --version           the program's version
+
+Faults of answers (SDO and node guarding), each in percent of the answers, 0 to 100:
+  --lost PERCENT        the answer never comes
+  --late PERCENT        the answer comes late
+  --delay MS            how late (default 30)
+  --duplicated PERCENT  the answer comes twice
+  --foreign PERCENT     an answer of another node to another question comes first
+  --most N              disturb no more than N answers (default: no limit)
+  --seed N              the same N brings the same faults (default 1)
+
+Commands on standard input, one per line (not with --run):
+  off NODE                     cut the node's power: it vanishes without a word
+  on NODE                      switch it on again: it boots
+  emergency NODE CODE          send an emergency, CODE as 0x8130 or decimal; 0 clears the error
+  input NODE CHANNEL VALUE     set a digital input, CHANNEL 1 to 4, VALUE 0 to 255
+  faults LOST LATE DUPLICATED FOREIGN [MOST]   replace the faults, in percent
+Each is answered by a line "ok" or "error: ...".
+)";
 }
 
 }  // namespace node_simulator

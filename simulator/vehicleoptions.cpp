@@ -116,38 +116,34 @@ ParsedVehicleOptions parse_vehicle_options(std::span<const char* const> argument
 }
 
 const char* vehicle_help() {
-    return "usage: vehicle-simulator [OPTION ...]\n"
-           "\n"
-           "Plays the vehicle controller at the far end of a serial line: a pseudo-terminal, whose path is "
-           "the\n"
-           "first line of standard output. Each command frame of four bytes (throttle, direction, bucket, "
-           "'Q' for\n"
-           "motor on) is followed by a reply of 39 bytes. Ends with SIGINT or SIGTERM.\n"
-           "\n"
-           "  --log FILE          write the log to FILE instead of standard output: one line for each frame "
-           "and\n"
-           "                      each reply, beginning with the seconds since the start\n"
-           "  --seed N            a repeatable run: the same noise and garbage for the same N, and the "
-           "vehicle's time\n"
-           "                      runs by frames, 100 ms each, instead of by the clock\n"
-           "  --capacity AH       charge of the battery at the start, 0 to 100 (default 100)\n"
-           "  --help              this text\n"
-           "  --version           the program's version\n"
-           "\n"
-           "Faults of the line:\n"
-           "  --mute              no replies\n"
-           "  --cut N             only the first N bytes of the reply, 0 to 39\n"
-           "  --delay MS          the reply comes MS milliseconds late\n"
-           "  --garbage N         N random bytes ahead of the reply, up to 1000\n"
-           "  --split N           the reply is spread over N writes, 1 to 39\n"
-           "  --split-pause MS    time between two of these writes (default 5)\n"
-           "  --every N           the faults above hit only every N-th reply (default 1)\n"
-           "  --hang-up N         hang the line up after N frames and end\n"
-           "  --random PERCENT    of the replies PERCENT are hit by one fault of random kind and size: "
-           "muted,\n"
-           "                      short, split, garbage or delayed; a line of the log tells which\n"
-           "  --lose-frame N      the N-th frame is lost on its way: neither logged nor answered\n"
-           "  --lose-reply N      the reply to the N-th frame is logged, but does not go out\n";
+    return R"(usage: vehicle-simulator [OPTION ...]
+
+Plays the vehicle controller at the far end of a serial line: a pseudo-terminal, whose path is the
+first line of standard output. Each command frame of four bytes (throttle, direction, bucket, 'Q' for
+motor on) is followed by a reply of 39 bytes. Ends with SIGINT or SIGTERM.
+
+  --log FILE          write the log to FILE instead of standard output: one line for each frame and
+                      each reply, beginning with the seconds since the start
+  --seed N            a repeatable run: the same noise and garbage for the same N, and the vehicle's time
+                      runs by frames, 100 ms each, instead of by the clock
+  --capacity AH       charge of the battery at the start, 0 to 100 (default 100)
+  --help              this text
+  --version           the program's version
+
+Faults of the line:
+  --mute              no replies
+  --cut N             only the first N bytes of the reply, 0 to 39
+  --delay MS          the reply comes MS milliseconds late
+  --garbage N         N random bytes ahead of the reply, up to 1000
+  --split N           the reply is spread over N writes, 1 to 39
+  --split-pause MS    time between two of these writes (default 5)
+  --every N           the faults above hit only every N-th reply (default 1)
+  --hang-up N         hang the line up after N frames and end
+  --random PERCENT    of the replies PERCENT are hit by one fault of random kind and size: muted,
+                      short, split, garbage or delayed; a line of the log tells which
+  --lose-frame N      the N-th frame is lost on its way: neither logged nor answered
+  --lose-reply N      the reply to the N-th frame is logged, but does not go out
+)";
 }
 
 }  // namespace simulator
