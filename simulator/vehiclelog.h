@@ -9,7 +9,7 @@
 ///     1.510542 received 00 67 6e 50 throttle 0 direction 103 bucket 110 motor off
 ///     1.510578 replied 39 bytes 7f a0 ... bc speed 0 voltage 520 current 6 capacity 100 latitude 601700000
 ///
-/// A fault chosen at random is told before the reply that it hits; a reply that is not sent at all is muted:
+/// A fault chosen at random is told before the reply that it hits; a reply without a byte is muted:
 ///
 ///     1.819901 fault short 38
 ///     1.819907 replied 38 bytes 7f a0 ... ac speed 0 voltage 521 current 3 capacity 100 latitude 601700000

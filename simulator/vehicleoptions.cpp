@@ -124,8 +124,8 @@ motor on) is followed by a reply of 39 bytes. Ends with SIGINT or SIGTERM.
 
   --log FILE          write the log to FILE instead of standard output: one line for each frame and
                       each reply, beginning with the seconds since the start
-  --seed N            a repeatable run: the same noise and garbage for the same N, and the vehicle's time
-                      runs by frames, 100 ms each, instead of by the clock
+  --seed N            a repeatable run: the same noise, garbage and random faults for the same N, and the
+                      vehicle's time runs by frames, 100 ms each, instead of by the clock
   --capacity AH       charge of the battery at the start, 0 to 100 (default 100)
   --help              this text
   --version           the program's version
