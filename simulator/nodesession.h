@@ -7,11 +7,11 @@
 
 #include <sys/types.h>
 
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "program/file.h"
 #include "simulator/canframe.h"
 #include "simulator/descriptor.h"
 #include "simulator/nodelink.h"
@@ -42,10 +42,6 @@ public:
     int run();
 
 private:
-    struct CloseFile {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
     void start_command();
     bool can_be_heard(Time now) const;
     void switch_on(Time now);
@@ -62,7 +58,7 @@ private:
     SimulatedBus bus_;
     std::unique_ptr<NodeLink> link_;
     Descriptor signals_;
-    std::unique_ptr<std::FILE, CloseFile> log_;
+    program::File log_;
     Time started_;
     bool switched_on_ = false;
     bool reads_commands_ = false;

@@ -2,9 +2,9 @@
 
 #include <csignal>
 #include <cstdio>
-#include <memory>
 #include <system_error>
 
+#include "program/file.h"
 #include "program/standardoptions.h"
 #include "simulator/vehicleline.h"
 #include "simulator/vehiclelog.h"
@@ -38,12 +38,8 @@ sigset_t take_over_signals() {
     return waiting_mask;
 }
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 int run(const simulator::VehicleOptions& options) {
-    std::unique_ptr<std::FILE, CloseFile> log_file;
+    program::File log_file;
     if (!options.log_file.empty()) {
         log_file.reset(std::fopen(options.log_file.c_str(), "we"));
         if (!log_file) {

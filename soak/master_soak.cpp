@@ -9,10 +9,10 @@
 #include <charconv>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "program/file.h"
 #include "soak/mastersoak.h"
 
 namespace {
@@ -105,10 +105,6 @@ void write_figures(std::FILE* file, const soak::MasterSoak& run) {
     }
 }
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -120,8 +116,7 @@ int main(int argc, char** argv) {
             stderr);
         return usage_status;
     }
-    const std::unique_ptr<std::FILE, CloseFile> file(
-        std::fopen((options.directory + "/figures").c_str(), "we"));
+    const program::File file(std::fopen((options.directory + "/figures").c_str(), "we"));
     if (!file) {
         std::perror(options.directory.c_str());
         return usage_status;

@@ -124,7 +124,7 @@ private:
     void exchange();
     void collect_tpdos(bool by_repeats);
     void check_tpdos();
-    void wait_for_frames(int limit_ms);
+    void wait_for_frames(int wait_ms);
     void act();
     void bring_back();
     void pause();

@@ -12,12 +12,11 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "nodevik/udpdriver.h"
+#include "program/file.h"
 
 namespace soak {
 
@@ -66,13 +65,9 @@ public:
     int write(unsigned int cobid, unsigned int length, unsigned char* data, unsigned int flags) override;
 
 private:
-    struct CloseFile {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
     void record(const char* direction, unsigned cobid, unsigned length, const unsigned char* data);
 
-    std::unique_ptr<std::FILE, CloseFile> journal_;
+    program::File journal_;
     FrameCounts counts_;
     std::array<unsigned, 128> boot_ups_{};
     std::array<unsigned, 128> sdo_answers_{};
