@@ -15,15 +15,45 @@
 
 #include <QObject>
 #include <QRectF>
+#include <QSize>
 #include <QtUiPlugin/QDesignerCustomWidgetCollectionInterface>
 #include <memory>
 #include <vector>
 
-/// What is the same for every gauge: the group in the widget box and the way the icon is drawn.
+/// What Designer is to know of a gauge. The texts are Latin-1.
+struct GaugeDescription {
+    const char* class_name;
+    const char* display_name;  ///< name in the widget box
+    const char* tool_tip;
+    const char* whats_this;
+    const char* header;          ///< what a form has to include
+    QSize start_size;            ///< of a gauge that is dropped on a form
+    bool has_prefix_and_suffix;  ///< texts around the value, which are edited in one line
+    QRectF icon_part;            ///< what the icon shows of a square gauge, in shares of its side
+    QWidget* (*make)(QWidget* parent);
+    std::unique_ptr<QWidget> (*make_sample)();  ///< a gauge that shows something, for the icon
+};
+
+/// Tells Designer about one gauge.
 class GaugePlugin : public QDesignerCustomWidgetInterface {
 public:
+    /// @param description  has to live as long as the plugin
+    explicit GaugePlugin(const GaugeDescription& description) : m_description(description) {}
+
+    /// @return the class
+    QString name() const override;
+
     /// @return the group in the widget box
     QString group() const override;
+
+    /// @return what the gauge is, in a few words
+    QString toolTip() const override;
+
+    /// @return what the gauge shows
+    QString whatsThis() const override;
+
+    /// @return the header of the class
+    QString includeFile() const override;
 
     /// @return the gauge itself, small
     QIcon icon() const override;
@@ -35,64 +65,11 @@ public:
     /// line
     QString domXml() const override;
 
-protected:
-    /// @return the name in the widget box
-    virtual QString displayName() const = 0;
-
-    /// @return width and height of a gauge that is dropped on a form
-    virtual QSize startSize() const = 0;
-
-    /// @return a gauge that shows something, without a parent, of which the icon is drawn
-    virtual std::unique_ptr<QWidget> makeSample() const = 0;
-
-    /// @return the part of a square gauge that the icon shows, as shares of its side
-    virtual QRectF iconPart() const;
-};
-
-/// The dial.
-class ManoMeterPlugin : public GaugePlugin {
-public:
-    QString name() const override;
-    QString toolTip() const override;
-    QString whatsThis() const override;
-    QString includeFile() const override;
+    /// @return a gauge that belongs to @p parent
     QWidget* createWidget(QWidget* parent) override;
 
-protected:
-    QString displayName() const override;
-    QSize startSize() const override;
-    std::unique_ptr<QWidget> makeSample() const override;
-};
-
-/// The thermometer. The icon shows its bulb: all of it would be a line.
-class ThermoMeterPlugin : public GaugePlugin {
-public:
-    QString name() const override;
-    QString toolTip() const override;
-    QString whatsThis() const override;
-    QString includeFile() const override;
-    QWidget* createWidget(QWidget* parent) override;
-
-protected:
-    QString displayName() const override;
-    QSize startSize() const override;
-    std::unique_ptr<QWidget> makeSample() const override;
-    QRectF iconPart() const override;
-};
-
-/// The lamp.
-class LedPlugin : public GaugePlugin {
-public:
-    QString name() const override;
-    QString toolTip() const override;
-    QString whatsThis() const override;
-    QString includeFile() const override;
-    QWidget* createWidget(QWidget* parent) override;
-
-protected:
-    QString displayName() const override;
-    QSize startSize() const override;
-    std::unique_ptr<QWidget> makeSample() const override;
+private:
+    const GaugeDescription& m_description;
 };
 
 /// What the library hands to Designer.
