@@ -117,7 +117,8 @@ bool ControlThread::OdotaKaynnistysta() {
     return kaynnistysLippu;
 }
 
-// The stop flag alone would not do: a stop that comes just before `run` clears it would be lost.
+// The stop flag is kept beside the start flag, which a stop clears too: alone it would not do, since a stop
+// that comes just before `run` clears it would be lost.
 bool ControlThread::SaaKiertaa() const {
     return !lopetusLippu && kaynnistysLippu && !tuhotaan;
 }
@@ -160,8 +161,8 @@ void ControlThread::LahetaViesti() {
 // Leaves the vehicle at rest when the panel goes away without having closed the line.
 void ControlThread::PysaytaAjoneuvo() {
     if (tuhotaan && kaynnistysLippu) {
-        std::array<char, 4> neutral = {'\0', 'g', 'n', 'P'};
-        ohjuri.write(neutral.data(), static_cast<int>(neutral.size()));
+        std::array<char, 4> frame = lepoviesti;
+        ohjuri.write(frame.data(), static_cast<int>(frame.size()));
     }
 }
 

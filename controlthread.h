@@ -96,7 +96,8 @@ public Q_SLOTS:
     /// @param Data3  bucket
     void ReceiveData(int Data1, int Data2, int Data3);
 
-    /// Opens the line, sends "Portti auki", waits 300 ms and arms the cycle. Blocks its caller for that long.
+    /// Opens the line, sends "Portti auki", waits 300 ms and arms the cycle. Blocks its caller for that long,
+    /// and until a cycle closed just before has ended.
     ///
     /// As long as the line comes as descriptor 0, which counts as closed, it is closed again, "fail" is sent,
     /// and the next attempt follows at once. A device that cannot be opened ends the process (@see
@@ -129,9 +130,11 @@ private:
     void SuljeLinja();
     void OdotaEdellinenLoppuun() const;
 
+    static constexpr std::array<char, 4> lepoviesti = {0, 103, 110, 'P'};  // brings the vehicle to rest
+
     std::string laite;
     serial ohjuri;
-    std::array<std::atomic<char>, 4> Message = {'\0', 'g', 'n', 'P'};
+    std::array<std::atomic<char>, 4> Message = {lepoviesti[0], lepoviesti[1], lepoviesti[2], lepoviesti[3]};
     std::atomic<int> aika = 200;
     std::atomic<bool> lopetusLippu = false;     // ends the cycle
     std::atomic<bool> kaynnistysLippu = false;  // begins the cycle: the link thread may use the line

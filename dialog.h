@@ -79,7 +79,8 @@ public Q_SLOTS:
     void KirjoitaIkkunaan(const QString& teksti);
 
     /// Opens the port at the chosen speed and rate: starts the 100 ms timer of the set-points, emits
-    /// `AvaaPortti` and starts the link thread. Blocks for the link's pause of 300 ms.
+    /// `AvaaPortti` and starts the link thread. Blocks for the link's pause of 300 ms, and until a cycle
+    /// closed just before has ended.
     ///
     /// A device that cannot be opened ends the process (@see serial::open).
     void PortinAvaus();

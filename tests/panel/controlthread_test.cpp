@@ -649,8 +649,7 @@ void ControlThreadTest::openingWaitsForTheEndOfTheCycleThatWasClosed() {
     QCOMPARE(link.texts.count(QStringLiteral("Started")), 2);
 }
 
-// Descriptor 0 reads as silent and takes what is written, so that a line closed under a cycle is never an
-// error.
+// A cycle under way that finds the line closed neither reads nor writes, so that this is never an error.
 void ControlThreadTest::closingAtAnyMomentNeverEndsTheProcess() {
     Link link;
     for (int i = 0; i < 8; i++) {
