@@ -11,7 +11,9 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/allocationcount.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/filesizelimit.h"
 #include "tests/support/pseudoterminal.h"
 
 namespace {
@@ -731,6 +733,21 @@ TEST(SerialWrite, FailureIsPrintedAndTheProcessGoesOn) {
     EXPECT_EQ(result.status, 0);
 }
 
+TEST(SerialWrite, ReturnsHowManyBytesOfABlockTheLineTook) {
+    const ChildResult result = run_in_child([] {
+        OpenLine open;
+        std::string bytes = "ABCD";
+        int written = 0;
+        {
+            const FileSizeLimit limit(open.descriptor, 2);
+            written = open.line.write(bytes.data(), 4);
+        }
+        std::printf("%d", written);
+    });
+    EXPECT_EQ(result.out, "2");
+    EXPECT_EQ(result.status, 0);
+}
+
 TEST(SerialWrite, ReturnsAtOnceWhenTheLineTakesNoMore) {
     const ChildResult result = run_in_child([] {
         OpenLine open;
@@ -816,6 +833,18 @@ TEST(SerialTrace, Bit2PrintsTheBytesWritten) {
     EXPECT_EQ(result.out, " 0 67 6e ffffffd0 ");
 }
 
+TEST(SerialTrace, Bit2PrintsOfABlockOnlyTheBytesThatTheLineTook) {
+    const ChildResult result = run_in_child([] {
+        OpenLine open;
+        open.line.debugmode(2);
+        std::string bytes = "ABCD";
+        const FileSizeLimit limit(open.descriptor, 2);
+        open.line.write(bytes.data(), 4);
+    });
+    EXPECT_EQ(result.out, "41 42 ");
+    EXPECT_EQ(result.status, 0);
+}
+
 TEST(SerialTrace, Bit2PrintsNothingOfAFailedWrite) {
     const ChildResult result = run_in_child([] {
         OpenLine open;
@@ -870,4 +899,42 @@ TEST(SerialPrint, OfNothingShowsALengthOf0AndTwoEmptyLines) {
         line.print();
     });
     EXPECT_EQ(result.out, "Read lengh=0 \n\n");
+}
+
+// --- allocations ---
+
+TEST(Serial, AllocatesInItsConstructorOnly) {
+    PseudoTerminal terminal;
+    serial line;
+    std::string end = "OK\r";
+    std::string block(60, 'x');
+    std::array<char, 100> data = {};
+    std::array<int, 6> results = {};
+    const std::string plain(90, 'A');
+    const std::string records = std::string(30, 'B') + '\n' + std::string(30, 'C');
+
+    const unsigned long before = allocations();
+    line.debugmode(0);
+    const int descriptor = line.open(terminal.device(), 9600);
+    terminal.send(plain);
+    terminal.wait_readable(descriptor, 90);
+    results[0] = line.read();
+    terminal.send(plain);
+    terminal.wait_readable(descriptor, 90);
+    results[1] = line.read(data.data(), 100);
+    terminal.send(records);
+    terminal.wait_readable(descriptor, 61);
+    results[2] = line.readuntil('\n', 1, 100);
+    terminal.send(end);
+    terminal.wait_readable(descriptor, 3);
+    results[3] = line.readuntiltext(end.data(), 1, 100);
+    results[4] = line.read();
+    results[5] = line.write(block.data(), 60);
+    line.close();
+    const unsigned long after = allocations();
+
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(results, (std::array<int, 6>{90, 90, 1, 1, 0, 60}));
+    const std::string counted(100, 'x');
+    EXPECT_GT(allocations(), after);
 }
