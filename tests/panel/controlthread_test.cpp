@@ -1,6 +1,7 @@
 #include "controlthread.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <QFile>
 #include <QLabel>
 #include <QMetaMethod>
+#include <QScopeGuard>
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
@@ -24,7 +26,9 @@
 #include <vector>
 
 #include "descriptorzero.h"
+#include "tests/support/allocationcount.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/filesizelimit.h"
 #include "tests/support/pseudoterminal.h"
 
 #define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, 30000)
@@ -119,6 +123,15 @@ std::vector<int> descriptors_on(const std::string& path) {
     return found;
 }
 
+// Opens the line; returns its descriptor.
+int open_line(const Link& link, int rate) {
+    const std::vector<int> others = descriptors_on(link.terminal.path());
+    link.thread->AvaaPortti(4, rate);
+    const std::vector<int> now = descriptors_on(link.terminal.path());
+    const auto added = std::mismatch(others.begin(), others.end(), now.begin(), now.end()).second;
+    return added == now.end() ? -1 : *added;
+}
+
 // A reply of `count` bytes: byte i is `first` + i.
 std::string reply(std::size_t count, int first) {
     std::string bytes(count, '\0');
@@ -153,6 +166,7 @@ class ControlThreadTest : public QObject {
 private Q_SLOTS:
     void itsSignalsAndSlotsAreThoseThatThePanelConnects();
     void constructionTouchesNoLine();
+    void itHasNoParent();
 
     void openingSetsTheSpeedOfTheIndex_data();
     void openingSetsTheSpeedOfTheIndex();
@@ -173,7 +187,9 @@ private Q_SLOTS:
     void theMotorSwitchSendsQAndP();
     void eachFrameSentGivesAPulse();
     void theCycleLasts10MillisecondsMoreThanTheRate();
+    void the10MillisecondsPassBetweenReadingAndReporting();
     void aNegativeRateIsNoPause();
+    void cyclesAllocateNothing();
 
     void telemetryIsTheFirstByteOfEachSlot();
     void telemetryWithoutAReplyIsZeroAtFirst();
@@ -202,6 +218,7 @@ private Q_SLOTS:
 
     void aLineHungUpGivesSendFailuresAndTheLinkGoesOn();
     void aLineThatTakesNoMoreGivesSendFailuresUntilItDoes();
+    void aLineThatTakesAPartOfTheFrameGivesASendFailure();
     void aFailedReadEndsTheWholeApplicationWithStatus0();
 };
 
@@ -229,6 +246,11 @@ void ControlThreadTest::constructionTouchesNoLine() {
     QVERIFY(!link.thread->isRunning());
     QVERIFY((link.terminal.attributes().c_lflag & ICANON) != 0);
     QCOMPARE(link.texts, QStringList());
+}
+
+void ControlThreadTest::itHasNoParent() {
+    const Link link;
+    QCOMPARE(link.thread->parent(), nullptr);
 }
 
 // --- opening ---
@@ -424,10 +446,85 @@ void ControlThreadTest::theCycleLasts10MillisecondsMoreThanTheRate() {
     }
 }
 
+// In the place of the line stands a socket, which a read waits for: the test tells when the read can end.
+void ControlThreadTest::the10MillisecondsPassBetweenReadingAndReporting() {
+    std::array<int, 2> ends = {-1, -1};
+    QCOMPARE(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    const auto close_ends = qScopeGuard([&] { std::for_each(ends.begin(), ends.end(), ::close); });
+    QElapsedTimer clock;
+    clock.start();
+    std::atomic<qint64> reported_ns = 0;
+    std::atomic<bool> sent_before = true;
+    Link link;
+    const auto end_reading = qScopeGuard([&] { shutdown(ends[0], SHUT_WR); });
+    connect(
+        link.thread.get(), &ControlThread::LahetaArvot, &link,
+        [&] {
+            char byte = 0;
+            if (reported_ns == 0) {
+                sent_before = recv(ends[0], &byte, 1, MSG_DONTWAIT | MSG_PEEK) != -1;
+                reported_ns = clock.nsecsElapsed();
+            }
+        },
+        Qt::DirectConnection);
+    const int line = open_line(link, 1);
+    QVERIFY(line > 0);
+    dup2(ends[1], line);
+    link.thread->start();
+    EVENTUALLY(link.texts.contains(QStringLiteral("Started")));
+    const qint64 started_ns = clock.nsecsElapsed();
+    EVENTUALLY(clock.nsecsElapsed() - started_ns > 50'000'000);  // a pause before the read is over by now
+    const qint64 readable_ns = clock.nsecsElapsed();
+    QCOMPARE(send(ends[0], "x", 1, 0), ssize_t{1});
+    EVENTUALLY(reported_ns != 0);
+    QVERIFY(reported_ns - readable_ns >= 10'000'000);
+    QVERIFY(!sent_before);
+    EVENTUALLY(link.arvot.size() == 1 && link.pulses == 1);
+    QCOMPARE(link.arvot[0].bytes, 1);
+    shutdown(ends[0], SHUT_WR);
+    link.thread->SuljePortti();
+    QVERIFY(link.thread->wait(limit_ms));
+}
+
 void ControlThreadTest::aNegativeRateIsNoPause() {
     Link link;
     link.open(4, -1);
     EVENTUALLY(link.pulses >= 3);
+}
+
+// Counted from one frame to a later one, with no queued signal and the test's own thread at rest.
+void ControlThreadTest::cyclesAllocateNothing() {
+    std::array<std::atomic<unsigned long>, 8> counts = {};
+    std::size_t frames = 0;
+    QSemaphore go_on;
+    QSemaphore done;
+    const PseudoTerminal terminal;
+    ControlThread thread(terminal.path());
+    connect(
+        &thread, &ControlThread::VilkutaLed, &thread,
+        [&] {
+            if (frames == 0) {
+                go_on.acquire();
+            }
+            if (frames < counts.size()) {
+                counts[frames] = allocations();
+            }
+            frames++;
+            if (frames == counts.size()) {
+                done.release();
+            }
+        },
+        Qt::DirectConnection);
+    thread.AvaaPortti(4, 1);
+    thread.start();
+    terminal.send(reply(39, 1));
+    go_on.release();
+    const bool reached = done.tryAcquire(1, limit_ms);
+    thread.SuljePortti();
+    QVERIFY(thread.wait(limit_ms));
+    QVERIFY(reached);
+    QVERIFY(counts.front() > 0);
+    QCOMPARE(counts.back().load(), counts.front().load());
 }
 
 // --- telemetry ---
@@ -738,6 +835,12 @@ void ControlThreadTest::aLineThatTakesNoMoreGivesSendFailuresUntilItDoes() {
     QCOMPARE(result.status, 0);
 }
 
+void ControlThreadTest::aLineThatTakesAPartOfTheFrameGivesASendFailure() {
+    const ChildResult result = play("partial");
+    QCOMPARE(output(result), QByteArray("Portti auki,Started,Send failure,Portti kiinni; 0 pulses"));
+    QCOMPARE(result.status, 0);
+}
+
 void ControlThreadTest::aFailedReadEndsTheWholeApplicationWithStatus0() {
     for (int i = 0; i < 5; i++) {
         const ChildResult result = play("unreadable");
@@ -809,6 +912,21 @@ int play_full() {
     return 0;
 }
 
+// The system takes two bytes of the only frame.
+int play_partial() {
+    Link link;
+    const int line = open_line(link, 1'000'000);
+    {
+        const FileSizeLimit limit(line, 2);
+        link.thread->start();
+        eventually([&] { return link.texts.contains(QStringLiteral("Send failure")) || link.pulses > 0; });
+        link.thread->SuljePortti();
+        link.thread->wait();
+    }
+    std::printf("%s; %d pulses", qPrintable(link.texts.join(QLatin1Char(','))), link.pulses);
+    return 0;
+}
+
 // The application is busy drawing when a read fails in the link thread.
 int play_unreadable(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
@@ -865,12 +983,15 @@ int play_scene(const std::string& scene, int argc, char** argv) {
     if (scene == "missing-device") {
         return play_missing_device();
     }
+    if (scene == "partial") {
+        return play_partial();
+    }
     return scene == "full" ? play_full() : play_hung_up();
 }
 
 bool is_scene(const std::string& name) {
-    const std::array<const char*, 6> scenes = {"descriptor-0", "missing-device", "hung-up",
-                                               "full",         "unreadable",     "device-gone"};
+    const std::array<const char*, 7> scenes = {"descriptor-0", "missing-device", "hung-up",    "full",
+                                               "partial",      "unreadable",     "device-gone"};
     return std::find(scenes.begin(), scenes.end(), name) != scenes.end();
 }
 
