@@ -291,6 +291,7 @@ class Commands(PanelTest):
             self.vehicle.wait_for_event("opened")
             spacing_s = self.spacing_s()
             self.assertGreaterEqual(spacing_s, (rate_ms + 10) / 1000 - 0.005)
+            self.assertLess(spacing_s, rate_ms / 1000 + 0.4)
         self.assertLess(spacing_s, 0.2)
 
 
