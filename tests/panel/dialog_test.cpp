@@ -25,7 +25,6 @@
 #include <QTest>
 #include <QTextBrowser>
 #include <QTimer>
-#include <QTranslator>
 #include <QWindow>
 #include <algorithm>
 #include <array>
@@ -35,6 +34,8 @@
 #include <memory>
 #include <string>
 
+#include "tests/panel/brackettranslator.h"
+#include "tests/panel/paintcounter.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/pseudoterminal.h"
 #include "ui_dialog.h"
@@ -44,26 +45,6 @@ namespace {
 constexpr int limit_ms = 10000;
 
 const std::string neutral_frame = {'\0', 'g', 'n', 'P'};
-
-// Counts the paint events of a widget.
-class PaintCounter : public QObject {
-public:
-    explicit PaintCounter(QWidget* widget) { widget->installEventFilter(this); }
-    bool eventFilter(QObject* /*watched*/, QEvent* event) override {
-        count += event->type() == QEvent::Paint ? 1 : 0;
-        return false;
-    }
-    int count = 0;
-};
-
-class BracketTranslator : public QTranslator {
-public:
-    QString translate(const char* /*context*/, const char* source, const char* /*disambiguation*/,
-                      int /*n*/) const override {
-        return QLatin1Char('[') + QString::fromUtf8(source) + QLatin1Char(']');
-    }
-    bool isEmpty() const override { return false; }
-};
 
 // All texts that the operator can read on or about a widget.
 QStringList texts_of(const QWidget* widget) {
@@ -149,6 +130,7 @@ private Q_SLOTS:
     void middlePressDoesNotMoveTheCross();
     void moveWithoutAPressDoesNothing();
     void releaseEndsTheDrag();
+    void releaseOfOneOfTwoButtonsEndsTheDrag();
     void dragGoesOnOverTheBrowserBesideThePad();
     void pressOnTheBrowserOverThePadDoesNotSteer();
     void padIsRepaintedAtOnce();
@@ -177,6 +159,8 @@ private Q_SLOTS:
     void closedTextLightsTheRedLamp();
     void otherTextsLeaveTheLamps_data();
     void otherTextsLeaveTheLamps();
+    void textsLikeTheOpenOneLeaveTheLamps_data();
+    void textsLikeTheOpenOneLeaveTheLamps();
 
     // Switches
     void extraPaneWidensThePanel();
@@ -679,6 +663,17 @@ void DialogTest::releaseEndsTheDrag() {
     QCOMPARE(QPoint(dialog_->Xaxis, dialog_->Yaxis), QPoint(200, 50));
 }
 
+void DialogTest::releaseOfOneOfTwoButtonsEndsTheDrag() {
+    show();
+    press(QPoint(200, 50));
+    send_mouse(QEvent::MouseButtonRelease, QPoint(200, 50), Qt::RightButton, Qt::LeftButton);
+    rest_sliders();
+    send_mouse(QEvent::MouseMove, QPoint(250, 60), Qt::NoButton, Qt::LeftButton);
+    QCOMPARE(set_points(), QList<int>({1, 103, 110}));
+    QCOMPARE(QPoint(dialog_->Xaxis, dialog_->Yaxis), QPoint(200, 50));
+    release(QPoint(200, 50));
+}
+
 void DialogTest::dragGoesOnOverTheBrowserBesideThePad() {
     show();
     press(QPoint(200, 50));
@@ -928,6 +923,22 @@ void DialogTest::otherTextsLeaveTheLamps() {
     dialog_->KirjoitaIkkunaan(other);
     QVERIFY(lit("GreenLed"));
     QVERIFY(!lit("RedLed"));
+}
+
+void DialogTest::textsLikeTheOpenOneLeaveTheLamps_data() {
+    QTest::addColumn<QString>("other");
+    QTest::newRow("other case") << QStringLiteral("portti auki");
+    QTest::newRow("longer") << QStringLiteral("Portti auki ");
+    QTest::newRow("shorter") << QStringLiteral("Portti auk");
+    QTest::newRow("within another") << QStringLiteral("Nyt Portti auki");
+}
+
+void DialogTest::textsLikeTheOpenOneLeaveTheLamps() {
+    QFETCH(const QString, other);
+    dialog_->KirjoitaIkkunaan(other);
+    QVERIFY(lit("RedLed"));
+    QVERIFY(!lit("GreenLed"));
+    QCOMPARE(status(), other);
 }
 
 // -------------------------------------------------------------------------------------------- Switches

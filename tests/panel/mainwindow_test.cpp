@@ -6,6 +6,7 @@
 
 #include <QComboBox>
 #include <QCoreApplication>
+#include <QDir>
 #include <QLCDNumber>
 #include <QLabel>
 #include <QMetaMethod>
@@ -14,26 +15,23 @@
 #include <QTest>
 #include <QTextEdit>
 #include <QTimer>
-#include <QTranslator>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
 
+#include "tests/panel/brackettranslator.h"
+#include "tests/panel/paintcounter.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/pseudoterminal.h"
 #include "ui_mainwindow.h"
 
 namespace {
 
-class BracketTranslator : public QTranslator {
-public:
-    QString translate(const char* /*context*/, const char* source, const char* /*disambiguation*/,
-                      int /*n*/) const override {
-        return QLatin1Char('[') + QString::fromUtf8(source) + QLatin1Char(']');
-    }
-    bool isEmpty() const override { return false; }
-};
+// Number of threads of this process.
+qsizetype threads() {
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+}
 
 bool is_null_device(int descriptor) {
     struct stat have = {};
@@ -59,6 +57,7 @@ private Q_SLOTS:
     void cleanup();
 
     void startsWithTheLineClosed();
+    void isAWindowWithAndWithoutAParent();
     void offersTheFiveSpeedsAndChoosesTheFirst();
     void declaresItsSlotsInOrder();
     void openButtonOpensTheLineAtTheChosenSpeed_data();
@@ -69,6 +68,7 @@ private Q_SLOTS:
     void middleByteIsSigned();
     void readingNothingLogsTheOldBytesAgain();
     void timerReads();
+    void readingStartsNoThread();
     void closeButtonClosesTheLineAndEndsTheReading();
     void closingAClosedLineIsHarmless();
     void lineCanBeOpenedAgain();
@@ -76,6 +76,8 @@ private Q_SLOTS:
     void panelOfTheWindowUsesTheSameLine();
     void sliderIsShownAndNeverSent();
     void languageChangeAppliesEveryTextAgain();
+    void otherChangesLeaveTheTexts();
+    void changesReachTheToolkit();
     void missingDeviceEndsTheProcess();
     void lineThatCannotBeReadEndsTheProcess();
 
@@ -128,6 +130,16 @@ void MainWindowTest::startsWithTheLineClosed() {
     QVERIFY(!timer()->isActive());
     QCOMPARE(log(), QString());
     QVERIFY(window_->findChild<Dialog*>()->isHidden());
+}
+
+void MainWindowTest::isAWindowWithAndWithoutAParent() {
+    QCOMPARE(window_->parent(), nullptr);
+    QVERIFY(window_->isWindow());
+    QCOMPARE(MainWindow().parent(), nullptr);
+    QWidget owner;
+    const MainWindow owned(&owner, line_->path());
+    QCOMPARE(owned.parentWidget(), &owner);
+    QVERIFY(owned.isWindow());
 }
 
 void MainWindowTest::offersTheFiveSpeedsAndChoosesTheFirst() {
@@ -230,6 +242,20 @@ void MainWindowTest::timerReads() {
     QTRY_VERIFY_WITH_TIMEOUT(log().contains(QLatin1String("\n42\n43\n44\n \n42\n43\n44\n ")), 10000);
 }
 
+void MainWindowTest::readingStartsNoThread() {
+    window_->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window_.get()));
+    const qsizetype before = threads();
+    QVERIFY(before >= 1);
+    click_on("AvaaporttiNappi");
+    QCOMPARE(threads(), before);
+    line_->send("\x2A\x2B\x2C");
+    QTRY_VERIFY_WITH_TIMEOUT(log().contains(QLatin1String("\n42\n43\n44\n ")), 10000);
+    QCOMPARE(threads(), before);
+    click_on("SuljeporttiNappi");
+    QCOMPARE(threads(), before);
+}
+
 void MainWindowTest::closeButtonClosesTheLineAndEndsTheReading() {
     const termios before = line_->attributes();
     open();
@@ -293,6 +319,24 @@ void MainWindowTest::languageChangeAppliesEveryTextAgain() {
     QCOMPARE(get<QPushButton>("SuljeporttiNappi")->text(), QStringLiteral("[Sulje portti]"));
     QCoreApplication::removeTranslator(&translator);
     QTRY_COMPARE(window_->windowTitle(), QStringLiteral("MainWindow"));
+}
+
+void MainWindowTest::otherChangesLeaveTheTexts() {
+    window_->setWindowTitle(QStringLiteral("other"));
+    get<QLabel>("label_4")->setText(QStringLiteral("other"));
+    window_->setEnabled(false);
+    QCOMPARE(window_->windowTitle(), QStringLiteral("other"));
+    QCOMPARE(get<QLabel>("label_4")->text(), QStringLiteral("other"));
+}
+
+void MainWindowTest::changesReachTheToolkit() {
+    window_->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window_.get()));
+    QCoreApplication::processEvents();
+    PaintCounter window(window_.get());
+    QEvent change(QEvent::EnabledChange);
+    QCoreApplication::sendEvent(window_.get(), &change);
+    QTRY_VERIFY(window.count > 0);
 }
 
 void MainWindowTest::missingDeviceEndsTheProcess() {
