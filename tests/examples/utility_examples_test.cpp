@@ -186,7 +186,12 @@ private:
             dup2(near_end, descriptor);
         }
         setenv("KEYBOARD_DESCRIPTOR", std::to_string(keyboard).c_str(), 1);
-        setenv("LD_PRELOAD", KEYBOARD_STANDIN, 1);
+        // The loader ends a name at a blank, which the directory's path may have.
+        const std::filesystem::path standin(KEYBOARD_STANDIN);
+        if (chdir(standin.parent_path().c_str()) != 0) {
+            _exit(127);
+        }
+        setenv("LD_PRELOAD", ("./" + standin.filename().string()).c_str(), 1);
         // The stand-in comes before the sanitizer's library, which else refuses to start.
         const char* options = getenv("ASAN_OPTIONS");
         setenv("ASAN_OPTIONS",

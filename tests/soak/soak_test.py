@@ -7,6 +7,7 @@ import argparse
 import inspect
 import os
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -93,7 +94,7 @@ class Panel(unittest.TestCase):
 
     def test_all_that_is_wrong_at_the_end_is_found(self):
         with tempfile.TemporaryDirectory(prefix="soak-") as directory:
-            panel = write_script(directory, f"echo complaint >&2\n{os.environ['SOAK_PANEL']}\nexit 3\n")
+            panel = write_script(directory, f"echo complaint >&2\n{shlex.quote(os.environ['SOAK_PANEL'])}\nexit 3\n")
             done, _ = run_soak_in(directory, "panel", "--seed", "5", "--deeds", "3", "--longest-gap", "0.001",
                                   "--memory-allowance=-1000000", "--panel", panel)
         self.assertEqual(done.returncode, 1, done.stdout)
@@ -108,7 +109,7 @@ class Panel(unittest.TestCase):
             # It goes on once it has been found, so that it can be ended in good order.
             stop = (f"until [ $(grep -c received {log}) -ge 60 ]; do sleep 0.1; done; kill -STOP $$; "
                     f"until [ -e {picture} ]; do kill -0 $$ || exit; sleep 0.1; done; kill -CONT $$")
-            panel = write_script(directory, f"({stop}) &\nexec {os.environ['SOAK_PANEL']}\n")
+            panel = write_script(directory, f"({stop}) &\nexec {shlex.quote(os.environ['SOAK_PANEL'])}\n")
             done, _ = run_soak_in(directory, "panel", "--seed", "5", "--deeds", "1000", "--panel", panel,
                                   DRIVE_LIMIT_S="10")
             self.assertEqual(done.returncode, 1, done.stdout)
