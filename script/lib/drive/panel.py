@@ -75,7 +75,8 @@ class Panel:
     """
 
     def __init__(self, program, screen, line, environment=None, preload=None):
-        self._command = ["env", "LD_PRELOAD=" + preload, program] if preload else [program]
+        self._program = program
+        self._preload = preload
         self._screen = screen
         self._line = line
         self._environment = environment or {}
@@ -90,7 +91,7 @@ class Panel:
         try:
             self._out = open(os.path.join(self._directory, "out"), "w+")
             self._err = open(os.path.join(self._directory, "err"), "w+")
-            self.child = process.start([WITH_LINE, self._line] + self._command, env=environment, stdout=self._out,
+            self.child = process.start([WITH_LINE, self._line] + self._command(), env=environment, stdout=self._out,
                                        stderr=self._err)
             self._client = XClient(self._screen.display)
             self.window = process.wait_until(self._find_window, lambda: "the panel's window: " + self.errors())
@@ -110,6 +111,13 @@ class Panel:
         shutil.rmtree(self._directory, ignore_errors=True)
 
     # The process.
+
+    def _command(self):
+        if not self._preload:
+            return [self._program]
+        link = os.path.join(self._directory, "preloaded.so")  # the loader takes a blank in a path for the path's end
+        os.symlink(os.path.abspath(self._preload), link)
+        return ["env", "LD_PRELOAD=" + link, self._program]
 
     def output(self):
         """What the panel wrote to standard output so far."""

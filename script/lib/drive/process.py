@@ -54,11 +54,17 @@ def wait_until(condition, what):
 
 
 def run_to_the_end(function):
-    """Runs a program's main function and ends with its status; SIGTERM, SIGHUP and SIGINT unwind it cleanly."""
+    """Runs a program's main function and ends with its status; SIGTERM, SIGHUP and SIGINT unwind it cleanly.
+
+    The first of them counts: a key and the script above may both send one, and the second must not stop the unwinding.
+    """
+    signals = (signal.SIGTERM, signal.SIGHUP, signal.SIGINT)
 
     def unwind(number, _frame):
+        for each in signals:
+            signal.signal(each, signal.SIG_IGN)
         raise SystemExit(128 + number)
 
-    for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
+    for number in signals:
         signal.signal(number, unwind)
     sys.exit(function())
