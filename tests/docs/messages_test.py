@@ -61,7 +61,7 @@ def script_messages(name):
     text = markdown.read(name)
     told = re.findall(r'echo "([\w-]+: [^"$][^"]*)".*>&2', text)
     told += [f"{os.path.basename(name)}: {words}"
-             for words in re.findall(r'^[^#\n]*\bfail "([^"]+)"', text, re.MULTILINE)]
+             for words in re.findall(r'^(?! *#).*\b(?:fail|refuse) "([^"]+)"', text, re.MULTILINE)]
     return [re.sub(r"\$\{?\w+\}?", DOTS, message) for message in told]
 
 
