@@ -23,8 +23,10 @@ from drive.vehicle import NEUTRAL, Vehicle, frame
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 
+REPLY_LATE_MS = 2  # at the scale of a cycle, the reply's arrow would lie on that of the frame
 CLOSE_UP_SCALE = 1.6
 CLOSE_UP_PADDING = 8
+PLOT_FEED = ("1000", "2000")  # samples, and how many a second
 LANES = ("window\nGUI thread", "link\nlink thread", "vehicle")
 
 
@@ -41,7 +43,7 @@ class Pictures:
     # The panel.
 
     def panel(self):
-        """The whole panel with its groups' letters, and a close-up of each group, while the vehicle drives."""
+        """The whole panel, bare and with its groups' letters, and a close-up of each group, while the vehicle drives."""
         with Screen() as screen, Vehicle(self._options.simulator, "--capacity", "63", "--seed", "1") as vehicle:
             with Panel(self._options.panel, screen, vehicle.line) as panel:
                 drive_off(panel, vehicle)
@@ -50,6 +52,7 @@ class Pictures:
                 panel.release()
                 panel.close()
                 panel.wait()
+        image.write_png(self.path("panel.png"))
         self._write_whole(image)
         for letter, name, bounding, labels in guide.numbered():
             crop = self._crop(image, bounding, labels)
@@ -99,6 +102,25 @@ class Pictures:
         subprocess.run([self._options.gallery, "gauges", self._options.out], check=True,
                        env=dict(os.environ, QT_QPA_PLATFORM="offscreen"), stderr=subprocess.DEVNULL)
 
+    # The plotting messages.
+
+    def plot(self):
+        """The window of plot_view when a feed has come to its end."""
+        view = process.start([self._options.plot_view, "--picture", self.path("plot_view.png"), "0"], text=True,
+                             env=dict(os.environ, QT_QPA_PLATFORM="offscreen", LC_ALL="C.UTF-8"),
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        try:
+            port = next((line.split()[1] for line in view.stdout if line.startswith("port ")), None)
+            if port is None:
+                raise RuntimeError("plot_view does not start")
+            subprocess.run([self._options.plot_feed, port, *PLOT_FEED], check=True, stdout=subprocess.DEVNULL)
+            process.wait_until(lambda: view.poll() is not None, "the end of plot_view")
+        finally:
+            process.stop(view)
+            view.stdout.close()
+        if view.returncode != 0:
+            raise RuntimeError(f"plot_view ended with status {view.returncode}")
+
     # The link in time.
 
     def link(self):
@@ -147,7 +169,8 @@ class Pictures:
         diagram.arrow(0, 1, ms(received, zero), 2)
         diagram.moment(ms(received, zero), 2, f"receives {received.data}, replies at once: {replied.count} bytes",
                        above=False, level=0)
-        diagram.arrow(ms(replied, zero) + 2, 2, ms(replied, zero) + 2, 1)
+        answered = ms(replied, zero) + REPLY_LATE_MS
+        diagram.arrow(answered, 2, answered, 1)
         diagram.bar(0, ms(read, zero), 1, "pauses for the period, 200 ms; the reply waits in the line's buffer")
         diagram.moment(ms(read, zero), 1, f"read: {read.count} bytes", above=False)
         diagram.bar(ms(read, zero), ms(end, zero), 1, "")
@@ -336,13 +359,15 @@ def main():
     parser.add_argument("--panel", required=True, help="the panel's program")
     parser.add_argument("--simulator", required=True, help="vehicle-simulator")
     parser.add_argument("--gallery", required=True, help="the program that shows gauges and the terminal window")
+    parser.add_argument("--plot-view", required=True, help="the program that draws curves")
+    parser.add_argument("--plot-feed", required=True, help="the program that feeds it")
     parser.add_argument("--out", required=True, help="where the pictures go")
-    parser.add_argument("kinds", nargs="*", help="panel, terminal, gauges, link, rooms; all of them if none")
+    parser.add_argument("kinds", nargs="*", help="panel, terminal, gauges, link, rooms, plot; all if none")
     options = parser.parse_args()
     options.out = os.path.abspath(options.out)
     os.makedirs(options.out, exist_ok=True)
     pictures = Pictures(options)
-    kinds = ("panel", "terminal", "gauges", "link", "rooms")
+    kinds = ("panel", "terminal", "gauges", "link", "rooms", "plot")
     for kind in options.kinds or kinds:
         if kind not in kinds:
             parser.error(f"there is no kind of picture '{kind}'")
