@@ -76,19 +76,20 @@ bool NodePdos::Pdo::event_driven() const {
 NodePdos::NodePdos(NodeDictionary& dictionary, std::uint8_t node, bool strict_counts)
     : dictionary_(dictionary) {
     for (std::size_t number = 0; number < count; ++number) {
-        add_pdo(transmit_pdos_[number], number, true, node, strict_counts);
-        add_pdo(receive_pdos_[number], number, false, node, strict_counts);
+        add_communication(transmit_pdos_[number], number, Mapping::transmit, node);
+        add_mapping(transmit_pdos_[number], number, Mapping::transmit, strict_counts);
+        add_communication(receive_pdos_[number], number, Mapping::receive, node);
+        add_mapping(receive_pdos_[number], number, Mapping::receive, strict_counts);
     }
     reset();
 }
 
-void NodePdos::add_pdo(Pdo& pdo, std::size_t number, bool transmit, std::uint8_t node, bool strict_counts) {
-    const auto offset = static_cast<std::uint16_t>(number);
-    const auto communication = static_cast<std::uint16_t>((transmit ? 0x1800 : 0x1400) + offset);
-    const auto mapping = static_cast<std::uint16_t>((transmit ? 0x1A00 : 0x1600) + offset);
-    const Mapping direction = transmit ? Mapping::transmit : Mapping::receive;
+// Adds the communication object: which identifier, when.
+void NodePdos::add_communication(Pdo& pdo, std::size_t number, Mapping direction, std::uint8_t node) {
+    const bool transmit = direction == Mapping::transmit;
+    const auto communication = static_cast<std::uint16_t>((transmit ? 0x1800 : 0x1400) + number);
     const Preset& preset = (transmit ? transmit_presets : receive_presets)[number];
-    const std::uint64_t identifier = (transmit ? 0x180U : 0x200U) + 0x100U * offset + node;
+    const std::uint64_t identifier = (transmit ? 0x180U : 0x200U) + 0x100U * number + node;
 
     dictionary_.add_number(communication, 0, Access::read_only, 1, transmit ? 5 : 2);
     pdo.cobid = &dictionary_.add_number(communication, 1, Access::read_write, 4,
@@ -107,6 +108,13 @@ void NodePdos::add_pdo(Pdo& pdo, std::size_t number, bool transmit, std::uint8_t
         pdo.event_time = &dictionary_.add_number(communication, 5, Access::read_write, 2, 0);
         pdo.event_time->changed = [&pdo] { pdo.event_at.reset(); };
     }
+}
+
+// Adds the mapping object: which objects, one after the other.
+void NodePdos::add_mapping(Pdo& pdo, std::size_t number, Mapping direction, bool strict_counts) {
+    const bool transmit = direction == Mapping::transmit;
+    const auto mapping = static_cast<std::uint16_t>((transmit ? 0x1A00 : 0x1600) + number);
+    const Preset& preset = (transmit ? transmit_presets : receive_presets)[number];
 
     pdo.mapped_count = &dictionary_.add_number(mapping, 0, Access::read_write, 1, preset.objects);
     // Many masters send the number in four bytes, and most nodes take its first.

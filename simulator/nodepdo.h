@@ -89,7 +89,8 @@ private:
         bool event_driven() const;
     };
 
-    void add_pdo(Pdo& pdo, std::size_t number, bool transmit, std::uint8_t node, bool strict_counts);
+    void add_communication(Pdo& pdo, std::size_t number, Mapping direction, std::uint8_t node);
+    void add_mapping(Pdo& pdo, std::size_t number, Mapping direction, bool strict_counts);
     AbortCode check_entry(std::uint64_t entry, Mapping direction, DictionaryObject*& object) const;
     AbortCode check_count(Pdo& pdo, Bytes& value, Mapping direction, bool strict_counts) const;
     void resolve(Pdo& pdo, Mapping direction) const;
