@@ -6,17 +6,9 @@
 #include <cstdlib>
 
 #include "nodevik/arch.h"
+#include "nodevik/candriverwords.h"
 
 namespace {
-
-// Bits of the debug word.
-constexpr unsigned int debug_progress = 1;
-constexpr unsigned int debug_fatal = 2;
-constexpr unsigned int debug_trace_received = 4;
-constexpr unsigned int debug_trace_sent = 8;
-constexpr unsigned int debug_clear_counters = 16;
-
-constexpr std::size_t frame_size = 8;
 
 /// A speed in bit/s and what stands for it in canSetBusParams().
 struct bit_rate {
@@ -44,27 +36,10 @@ long bus_rate(unsigned int speed) {
     return static_cast<long>(speed);
 }
 
-/// Number of bits of the identifiers, in words.
-const char* identifier_bits(unsigned int frame_type) {
-    switch (frame_type) {
-        case 0:
-            return "11";
-        case 1:
-            return "29";
-        default:
-            return "?";
-    }
-}
-
 /// The canMSG flags of a frame to be sent, from the flags of CANdriver::write().
 unsigned int message_flags(unsigned int write_flags, unsigned int frame_type) {
-    constexpr unsigned int extended = 1;
-    constexpr unsigned int remote = 2;
-    if (write_flags == 0) {
-        return frame_type != 0 ? canMSG_EXT : canMSG_STD;
-    }
-    const unsigned int width = (write_flags & extended) != 0 ? canMSG_EXT : canMSG_STD;
-    return (write_flags & remote) != 0 ? width | canMSG_RTR : width;
+    const unsigned int width = can_driver::sends_extended(write_flags, frame_type) ? canMSG_EXT : canMSG_STD;
+    return (write_flags & can_driver::write_remote) != 0 ? width | canMSG_RTR : width;
 }
 
 }  // namespace
@@ -80,18 +55,14 @@ KvaserDriver::~KvaserDriver() {
 int KvaserDriver::open(unsigned int speed, unsigned int mode, unsigned int port, bool silent) {
     frame_type = mode;
     canInitializeLibrary();
-    if (has_debug(debug_progress)) {
+    if (has_debug(can_driver::debug_progress)) {
         std::printf("kvaserDriver::open() - Trying to open CAN channel %d with %s-bit mode\n",
-                    static_cast<int>(port), identifier_bits(frame_type));
+                    static_cast<int>(port), can_driver::identifier_bits(frame_type));
     }
     h = canOpenChannel(static_cast<int>(port),
                        frame_type == 0 ? canOPEN_EXCLUSIVE : canOPEN_EXCLUSIVE | canOPEN_REQUIRE_EXTENDED);
     if (h < 0) {
-        // The first line tells the status before this call, the second one the code of this failure.
-        report_open_step("canOpenChannel");
-        print_kvaser_error_text(h);
-        exit_if_fatal();
-        return h;
+        return open_failed("canOpenChannel", h);
     }
     stat = canSetBusParams(h, bus_rate(speed), 0, 0, 0, 0, 0);
     if (stat != canOK) {
@@ -101,30 +72,14 @@ int KvaserDriver::open(unsigned int speed, unsigned int mode, unsigned int port,
     }
     stat = canSetBusOutputControl(h, silent ? canDRIVER_SILENT : canDRIVER_NORMAL);
     if (stat != canOK) {
-        report_open_step("canSetBusOutputControl");
-        print_kvaser_error_text(stat);
-        exit_if_fatal();
-        return stat;
+        return open_failed("canSetBusOutputControl", stat);
     }
     stat = canBusOn(h);
     if (stat < 0) {
-        report_open_step("canBusOn");
-        print_kvaser_error_text(stat);
-        exit_if_fatal();
-        return stat;
+        return open_failed("canBusOn", stat);
     }
-    long freq = 0;
-    unsigned int tseg1 = 0;
-    unsigned int tseg2 = 0;
-    unsigned int sjw = 0;
-    unsigned int noSamp = 0;
-    unsigned int syncmode = 0;
-    stat = canGetBusParams(h, &freq, &tseg1, &tseg2, &sjw, &noSamp, &syncmode);
-    if (stat != canOK) {
+    if (!read_bus_params(silent)) {
         return stat;
-    }
-    if (has_debug(debug_progress)) {
-        print_bus_params(freq, tseg1, tseg2, sjw, noSamp, silent);
     }
     isopen = 1;
     return 0;
@@ -138,7 +93,7 @@ void KvaserDriver::close() {
 
 int KvaserDriver::read(unsigned int& ID, unsigned int& length, unsigned char* data) {
     report_not_open("\n\nRead: CAN connection is not Open !\n\n");
-    std::fill_n(data, frame_size, static_cast<unsigned char>(0));
+    std::fill_n(data, can_driver::frame_size, static_cast<unsigned char>(0));
     long id = 0;
     stat = canRead(h, &id, data, &length, &flags, &timestamp);
     note_frame_type();
@@ -174,14 +129,14 @@ int KvaserDriver::write(unsigned int cobid, unsigned int length, unsigned char* 
             read_error_counters(TXerrors, RXerrors, OVerrors);
             if (TXerrors != 0) {
                 show_error("Transmit Error ! TX-Errorcounter = %u \n", TXerrors);
-                if (has_debug(debug_clear_counters)) {
+                if (has_debug(can_driver::debug_clear_counters)) {
                     reset_tx_errors();
                 }
             }
         }
         return -1;
     }
-    if (stat == canOK && has_debug(debug_trace_sent)) {
+    if (stat == canOK && has_debug(can_driver::debug_trace_sent)) {
         trace(cobid, length, data, " [T]");
     }
     return 0;
@@ -189,7 +144,7 @@ int KvaserDriver::write(unsigned int cobid, unsigned int length, unsigned char* 
 
 int KvaserDriver::read_wait(unsigned int& ID, unsigned int& length, unsigned char* data, long timeout) {
     report_not_open("\n\nReadWait: CAN connection is not Open !\n\n");
-    std::fill_n(data, frame_size, static_cast<unsigned char>(0));
+    std::fill_n(data, can_driver::frame_size, static_cast<unsigned char>(0));
     long id = 0;
     stat = canReadWait(h, &id, data, &length, &flags, &timestamp, static_cast<unsigned long>(timeout));
     note_frame_type();
@@ -232,7 +187,7 @@ canStatus KvaserDriver::get_kvaser_error_text(canStatus status, char* buffer, in
 
 /// Ends the process after an error report, if the debug word wants that.
 void KvaserDriver::exit_if_fatal() const {
-    if (has_debug(debug_fatal)) {
+    if (has_debug(can_driver::debug_fatal)) {
         std::exit(1);
     }
 }
@@ -250,6 +205,31 @@ void KvaserDriver::report_open_step(const char* function) const {
     char buffer[500] = "";
     canGetErrorText(stat, buffer, sizeof buffer);
     show_error("kvaserDriver::open() - %s() : %s\n", function, buffer);
+}
+
+/// Reports that a step of open() failed with a code of its own; returns this code.
+canStatus KvaserDriver::open_failed(const char* function, canStatus code) {
+    // The first line tells the stored status: when the channel was not opened, the one before this call.
+    report_open_step(function);
+    print_kvaser_error_text(code);
+    exit_if_fatal();
+    return code;
+}
+
+/// Reads the bus parameters of a channel that has just been opened, and prints them if the debug word wants
+/// that. False, and the status is stored, when there are none.
+bool KvaserDriver::read_bus_params(bool silent) {
+    long freq = 0;
+    unsigned int tseg1 = 0;
+    unsigned int tseg2 = 0;
+    unsigned int sjw = 0;
+    unsigned int noSamp = 0;
+    unsigned int syncmode = 0;
+    stat = canGetBusParams(h, &freq, &tseg1, &tseg2, &sjw, &noSamp, &syncmode);
+    if (stat == canOK && has_debug(can_driver::debug_progress)) {
+        print_bus_params(freq, tseg1, tseg2, sjw, noSamp, silent);
+    }
+    return stat == canOK;
 }
 
 /// Prints the bus parameters of a channel that has just been opened.
@@ -283,7 +263,7 @@ void KvaserDriver::note_frame_type() {
 int KvaserDriver::received(unsigned int& ID, unsigned int length, const unsigned char* data, long id) {
     if (stat == canOK) {
         ID = static_cast<unsigned int>(id);
-        if (has_debug(debug_trace_received)) {
+        if (has_debug(can_driver::debug_trace_received)) {
             trace(ID, length, data, " [R]");
         }
     }
@@ -302,7 +282,7 @@ int KvaserDriver::receive_failed(unsigned int& ID, unsigned int& length, const c
         read_error_counters(TXerrors, RXerrors, OVerrors);
         if (RXerrors != 0) {
             show_error("Read Error ! RX-Errorcounter = %u \n", RXerrors);
-            if (has_debug(debug_clear_counters)) {
+            if (has_debug(can_driver::debug_clear_counters)) {
                 reset_rx_errors();
             }
         }

@@ -118,6 +118,8 @@ private:
     void exit_if_fatal() const;
     void report_not_open(const char* text) const;
     void report_open_step(const char* function) const;
+    canStatus open_failed(const char* function, canStatus code);
+    bool read_bus_params(bool silent);
     void print_bus_params(long freq, unsigned int tseg1, unsigned int tseg2, unsigned int sjw,
                           unsigned int noSamp, bool silent) const;
     void note_frame_type();

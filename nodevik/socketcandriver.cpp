@@ -21,22 +21,11 @@
 #include <string_view>
 
 #include "nodevik/arch.h"
+#include "nodevik/candriverwords.h"
 #include "nodevik/canlink.h"
 
 namespace {
 
-// Bits of the debug word.
-constexpr unsigned int debug_progress = 1;
-constexpr unsigned int debug_fatal = 2;
-constexpr unsigned int debug_trace_received = 4;
-constexpr unsigned int debug_trace_sent = 8;
-constexpr unsigned int debug_clear_counters = 16;
-
-// Flags of write().
-constexpr unsigned int write_extended = 1;
-constexpr unsigned int write_remote = 2;
-
-constexpr std::size_t frame_size = 8;
 constexpr unsigned long nanoseconds_per_second = 1'000'000'000;
 constexpr std::size_t control_size = CMSG_SPACE(sizeof(timespec)) + CMSG_SPACE(sizeof(std::uint32_t));
 static_assert(sizeof(can_frame) == CAN_MTU);
@@ -127,23 +116,6 @@ const char* explain(int code, std::span<const explanation> errors) {
     return row != errors.end() ? row->text : std::strerror(code);
 }
 
-/// Number of bits of the identifiers, in words.
-const char* identifier_bits(unsigned int frame_type) {
-    switch (frame_type) {
-        case 0:
-            return "11";
-        case 1:
-            return "29";
-        default:
-            return "?";
-    }
-}
-
-/// Whether a frame is sent with a 29-bit identifier, from the flags of write().
-bool sends_extended(unsigned int flags, unsigned int frame_type) {
-    return flags == 0 ? frame_type != 0 : (flags & write_extended) != 0;
-}
-
 /// The socket calls take every address family through the one generic type.
 const sockaddr* generic(const sockaddr_can& address) {
     return reinterpret_cast<const sockaddr*>(&address);
@@ -196,7 +168,7 @@ int SocketCanDriver::read(unsigned int& ID, unsigned int& length, unsigned char*
     fetching = "Read";
     ID = 0;
     length = 0;
-    std::fill_n(data, frame_size, static_cast<unsigned char>(0));
+    std::fill_n(data, can_driver::frame_size, static_cast<unsigned char>(0));
     return usable ? fetch(ID, length, data) : -1;
 }
 
@@ -207,14 +179,14 @@ int SocketCanDriver::write(unsigned int cobid, unsigned int length, unsigned cha
     if (silent_mode) {
         return report_write("interface @ was opened silent: to send, open it with silent false");
     }
-    const bool extended = sends_extended(flags, frame_type);
-    const bool remote = (flags & write_remote) != 0;
+    const bool extended = can_driver::sends_extended(flags, frame_type);
+    const bool remote = (flags & can_driver::write_remote) != 0;
     if (cobid > (extended ? CAN_EFF_MASK : CAN_SFF_MASK)) {
         return report_write(extended ? "the identifier does not fit into 29 bits"
                                      : "the identifier does not fit into 11 bits: open with mode 1, or pass "
                                        "flags with bit value 1, for 29 bits");
     }
-    if (length > frame_size) {
+    if (length > can_driver::frame_size) {
         return report_write("a frame has 0 to 8 data bytes");
     }
     // The kernel takes frames for a controller that is bus-off, and drops them.
@@ -227,11 +199,11 @@ int SocketCanDriver::write(unsigned int cobid, unsigned int length, unsigned cha
     if (!remote) {
         std::copy_n(data, length, std::begin(frame.data));
     }
-    std::copy_n(std::begin(frame.data), frame_size, std::begin(candata));
+    std::copy_n(std::begin(frame.data), can_driver::frame_size, std::begin(candata));
     if (send(bus_socket.get(), &frame, sizeof frame, MSG_DONTWAIT) < 0) {
         return send_failed(errno);
     }
-    if (has_debug(debug_trace_sent)) {
+    if (has_debug(can_driver::debug_trace_sent)) {
         trace(cobid, length, " [T]");
     }
     return 0;
@@ -243,7 +215,7 @@ int SocketCanDriver::read_wait(unsigned int& ID, unsigned int& length, unsigned 
     fetching = "ReadWait";
     ID = 0;
     length = 0;
-    std::fill_n(data, frame_size, static_cast<unsigned char>(0));
+    std::fill_n(data, can_driver::frame_size, static_cast<unsigned char>(0));
     if (!usable) {
         return -1;
     }
@@ -281,7 +253,7 @@ void SocketCanDriver::reset_tx_errors() {
 
 /// Ends the process after an error report, if the debug word wants that.
 void SocketCanDriver::exit_if_fatal() const {
-    if (has_debug(debug_fatal)) {
+    if (has_debug(can_driver::debug_fatal)) {
         std::exit(1);
     }
 }
@@ -305,9 +277,9 @@ int SocketCanDriver::open_interface(const char* interface, unsigned int speed, u
     RXerrors = 0;
     OVerrors = 0;
     last_dropped = 0;
-    if (has_debug(debug_progress)) {
+    if (has_debug(can_driver::debug_progress)) {
         std::printf("socketCanDriver::open() - Trying to open CAN interface %s with %s-bit mode\n", interface,
-                    identifier_bits(frame_type));
+                    can_driver::identifier_bits(frame_type));
     }
     if (!adopt_name(interface) || !open_sockets() || !bind_to_interface() || !check_link(speed)) {
         close();
@@ -385,7 +357,7 @@ bool SocketCanDriver::check_link(unsigned int speed) const {
     if (link.bus_off) {
         return open_failed("", controller_bus_off);
     }
-    if (has_debug(debug_progress)) {
+    if (has_debug(can_driver::debug_progress)) {
         print_link(link);
     }
     return true;
@@ -448,12 +420,12 @@ int SocketCanDriver::take(const can_frame& frame, unsigned int& ID, unsigned int
     remote_request = (frame.can_id & CAN_RTR_FLAG) != 0;
     read_frame_type = extended ? 1 : 0;
     ID = frame.can_id & (extended ? CAN_EFF_MASK : CAN_SFF_MASK);
-    length = std::min<unsigned int>(frame.can_dlc, frame_size);
+    length = std::min<unsigned int>(frame.can_dlc, can_driver::frame_size);
     if (!remote_request) {
         std::copy_n(std::begin(frame.data), length, data);
     }
-    std::copy_n(data, frame_size, std::begin(candata));
-    if (has_debug(debug_trace_received)) {
+    std::copy_n(data, can_driver::frame_size, std::begin(candata));
+    if (has_debug(can_driver::debug_trace_received)) {
         trace(ID, length, " [R]");
     }
     return 0;
@@ -574,7 +546,7 @@ int SocketCanDriver::report_fetch(const char* pattern) {
     exit_if_fatal();
     if (RXerrors != 0) {
         show_error("Read Error ! RX-Errorcounter = %u \n", RXerrors);
-        if (has_debug(debug_clear_counters)) {
+        if (has_debug(can_driver::debug_clear_counters)) {
             reset_rx_errors();
         }
     }
@@ -588,7 +560,7 @@ int SocketCanDriver::report_write(const char* pattern) {
     exit_if_fatal();
     if (TXerrors != 0) {
         show_error("Transmit Error ! TX-Errorcounter = %u \n", TXerrors);
-        if (has_debug(debug_clear_counters)) {
+        if (has_debug(can_driver::debug_clear_counters)) {
             reset_tx_errors();
         }
     }
