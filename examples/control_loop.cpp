@@ -8,9 +8,11 @@
 // process.
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "nodevik/canopen.h"
@@ -18,15 +20,20 @@
 #include "nodevik/udpdriver.h"
 #include "nodevik/util/misc.h"
 #include "nodevik/util/timer.h"
-#include "program/numbers.h"
-#include "program/standardoptions.h"
 
 namespace {
 
-constexpr const char* operands = "MASTER_PORT NODE_PORT [PERIOD_US [CYCLES]]";
+constexpr const char* usage = "usage: control_loop MASTER_PORT NODE_PORT [PERIOD_US [CYCLES]]";
 constexpr unsigned char node = 1;
 
 using Clock = std::chrono::steady_clock;  // CLOCK_MONOTONIC, as the timer's
+
+// A whole number from 1 to `highest`, or 0.
+unsigned positive(std::string_view text, unsigned highest) {
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() && number <= highest ? number : 0;
+}
 
 // How late the wake-ups came after they were due, in microseconds.
 void print_spread(std::vector<double> lateness) {
@@ -79,16 +86,16 @@ void run(CCANopen& master, unsigned& output, const unsigned& input, unsigned per
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        program::print_usage(operands);
+        std::puts(usage);
         return 0;
     }
-    program::Numbers numbers;
-    const unsigned master_port = argc > 2 ? numbers.read(argv[1], 1, program::highest_port) : 0;
-    const unsigned node_port = argc > 2 ? numbers.read(argv[2], 1, program::highest_port) : 0;
-    const unsigned period_us = argc > 3 ? numbers.read(argv[3], 1, 60'000'000) : 1000;
-    const unsigned cycles = argc > 4 ? numbers.read(argv[4], 1, 10'000'000) : 5000;
-    if (argc < 3 || argc > 5 || !numbers.all_right()) {
-        return program::refuse_command_line(operands);
+    const unsigned master_port = argc > 2 ? positive(argv[1], 65535) : 0;
+    const unsigned node_port = argc > 2 ? positive(argv[2], 65535) : 0;
+    const unsigned period_us = argc > 3 ? positive(argv[3], 60'000'000) : 1000;
+    const unsigned cycles = argc > 4 ? positive(argv[4], 10'000'000) : 5000;
+    if (argc > 5 || master_port == 0 || node_port == 0 || period_us == 0 || cycles == 0) {
+        std::fprintf(stderr, "%s\n", usage);
+        return 2;
     }
 
     CCANopen master;

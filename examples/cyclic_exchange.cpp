@@ -4,19 +4,23 @@
 //
 // Counts up on a node's four digital outputs and shows what its digital inputs read in the same cycle.
 
+#include <charconv>
 #include <cstdio>
+#include <string_view>
 
 #include "nodevik/arch.h"
 #include "nodevik/canopen.h"
 #include "nodevik/pdo.h"
 #include "nodevik/udpdriver.h"
-#include "program/numbers.h"
-#include "program/standardoptions.h"
 
 namespace {
 
-constexpr const char* operands = "MASTER_PORT NODE_PORT [NODE [CYCLES]]";
-constexpr unsigned most_cycles = 10'000'000;
+// A whole number from 1 to `highest`, or 0.
+unsigned positive(std::string_view text, unsigned highest) {
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() && number <= highest ? number : 0;
+}
 
 // The node's four digital outputs and inputs.
 struct Lines {
@@ -41,13 +45,13 @@ void exchange(CCANopen& master, const Lines& lines, unsigned cycle) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    program::Numbers numbers;
-    const unsigned master_port = argc > 2 ? numbers.read(argv[1], 1, program::highest_port) : 0;
-    const unsigned node_port = argc > 2 ? numbers.read(argv[2], 1, program::highest_port) : 0;
-    const unsigned node = argc > 3 ? numbers.read(argv[3], 1, program::highest_node) : 1;
-    const unsigned cycles = argc > 4 ? numbers.read(argv[4], 1, most_cycles) : 10;
-    if (argc < 3 || argc > 5 || !numbers.all_right()) {
-        return program::refuse_command_line(operands);
+    const unsigned master_port = argc > 2 ? positive(argv[1], 65535) : 0;
+    const unsigned node_port = argc > 2 ? positive(argv[2], 65535) : 0;
+    const unsigned node = argc > 3 ? positive(argv[3], 127) : 1;
+    const unsigned cycles = argc > 4 ? positive(argv[4], 10'000'000) : 10;
+    if (argc > 5 || master_port == 0 || node_port == 0 || node == 0 || cycles == 0) {
+        std::fputs("usage: cyclic_exchange MASTER_PORT NODE_PORT [NODE [CYCLES]]\n", stderr);
+        return 2;
     }
 
     CCANopen master;

@@ -6,23 +6,30 @@
 // positions, and the last one stops the client, so that its picture stays.
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "nodevik/arch.h"
 #include "nodevik/util/clientfunctions.h"
 #include "nodevik/util/udpserver.h"
-#include "program/numbers.h"
-#include "program/standardoptions.h"
 
 namespace {
 
-constexpr const char* operands = "PORT [SAMPLES [SAMPLES_PER_SECOND]]";
+constexpr const char* usage = "usage: plot_feed PORT [SAMPLES [SAMPLES_PER_SECOND]]";
 constexpr unsigned samples_per_batch = 20;  // of three records each: 60 of the 89 that fit
 constexpr int shown_samples = 400;
 
 enum Table { sine, triangle };
+
+// A whole number from 1 to `highest`, or 0.
+unsigned positive(std::string_view text, unsigned highest) {
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() && number <= highest ? number : 0;
+}
 
 void send(udpserver& endpoint, CClientFunctions& batch) {
     endpoint.client_send(batch.getmessagesize(), reinterpret_cast<char*>(batch.getmessage()));
@@ -58,15 +65,15 @@ double triangle_at(unsigned position) {
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        program::print_usage(operands);
+        std::puts(usage);
         return 0;
     }
-    program::Numbers numbers;
-    const unsigned port = argc > 1 ? numbers.read(argv[1], 1, program::highest_port) : 0;
-    const unsigned samples = argc > 2 ? numbers.read(argv[2], 1, 100'000'000) : 2000;
-    const unsigned rate = argc > 3 ? numbers.read(argv[3], 1, 100'000) : 200;
-    if (argc < 2 || argc > 4 || !numbers.all_right()) {
-        return program::refuse_command_line(operands);
+    const unsigned port = argc > 1 ? positive(argv[1], 65535) : 0;
+    const unsigned samples = argc > 2 ? positive(argv[2], 100'000'000) : 2000;
+    const unsigned rate = argc > 3 ? positive(argv[3], 100'000) : 200;
+    if (argc > 4 || port == 0 || samples == 0 || rate == 0) {
+        std::fprintf(stderr, "%s\n", usage);
+        return 2;
     }
 
     udpserver endpoint;

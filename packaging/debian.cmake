@@ -94,7 +94,7 @@ install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
 
 # The examples that are no tools show the library's use.
-foreach(example control_loop cyclic_exchange key_state list_directory plot_feed)
+foreach(example ${ohjauspaneeli_shown_examples})
     install(FILES ${PROJECT_SOURCE_DIR}/examples/${example}.cpp
             DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libnodevik-dev/examples COMPONENT nodevik-dev)
 endforeach()
