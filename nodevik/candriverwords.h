@@ -12,12 +12,11 @@ namespace can_driver {
 
 /// @name Bits of the debug word, CANdriver::set_debug()
 /// @{
-inline constexpr unsigned int debug_progress = 1;        ///< opening tells what it does
-inline constexpr unsigned int debug_fatal = 2;           ///< a failure ends the process
-inline constexpr unsigned int debug_trace_received = 4;  ///< received frames are put into lines
-inline constexpr unsigned int debug_trace_sent = 8;      ///< so are sent ones
-inline constexpr unsigned int debug_clear_counters =
-    16;  ///< a bus error is followed by a reset of its counter
+inline constexpr unsigned int debug_progress = 1;         ///< opening tells what it does
+inline constexpr unsigned int debug_fatal = 2;            ///< a failure ends the process
+inline constexpr unsigned int debug_trace_received = 4;   ///< received frames are put into lines
+inline constexpr unsigned int debug_trace_sent = 8;       ///< so are sent ones
+inline constexpr unsigned int debug_clear_counters = 16;  ///< a reported error counter is cleared
 /// @}
 
 /// @name Flags of CANdriver::write(); 0 leaves the width to the mode
