@@ -25,10 +25,10 @@ void DomXmlTest::everyTextOfAGaugeIsEditedInOneLineAndNoOther() {
                 texts << QLatin1StringView(type->property(i).name());
             }
         }
-        const QRegularExpression specification(
+        const QRegularExpression line_text(
             QStringLiteral("<stringpropertyspecification name=\"(\\w+)\" type=\"singleline\"/>"));
         QStringList told;
-        for (const QRegularExpressionMatch& match : specification.globalMatch(plugin->domXml())) {
+        for (const QRegularExpressionMatch& match : line_text.globalMatch(plugin->domXml())) {
             told << match.captured(1);
         }
         QCOMPARE(told, texts);
