@@ -449,23 +449,15 @@ TEST_F(KvaserRead, DeliversAFrame) {
 TEST_F(KvaserRead, IdentifierIsCutTo32Bits) {
     KvaserDriver driver;
     open_quietly(driver);
-    standin().id = 0x51FFFFFFFL;
-    unsigned int id = 0;
-    unsigned int length = 0;
-    unsigned char data[8];
-    EXPECT_EQ(driver.read(id, length, data), 0);
-    EXPECT_EQ(id, 0x1FFFFFFFU);
-}
-
-TEST_F(KvaserRead, IdentifierKeepsAll32Bits) {
-    KvaserDriver driver;
-    open_quietly(driver);
-    standin().id = 0x180000181L;
-    unsigned int id = 0;
-    unsigned int length = 0;
-    unsigned char data[8];
-    EXPECT_EQ(driver.read(id, length, data), 0);
-    EXPECT_EQ(id, 0x80000181U);
+    for (const auto& [delivered, handed_over] :
+         {std::pair(0x51FFFFFFFL, 0x1FFFFFFFU), std::pair(0x180000181L, 0x80000181U)}) {
+        standin().id = delivered;
+        unsigned int id = 0;
+        unsigned int length = 0;
+        unsigned char data[8];
+        EXPECT_EQ(driver.read(id, length, data), 0);
+        EXPECT_EQ(id, handed_over);
+    }
 }
 
 TEST_F(KvaserRead, FlagsTellTheIdentifierWidth) {
