@@ -1,6 +1,6 @@
 #include "nodevik/candriver.h"
 
-#include "nodevik/assertion.h"
+#include "nodevik/util/assertion.h"
 
 CANdriver::CANdriver() = default;
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "nodevik/arch.h"
-#include "nodevik/assertion.h"
+#include "nodevik/util/assertion.h"
 
 namespace {
 

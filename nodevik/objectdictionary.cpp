@@ -6,8 +6,8 @@
 #include <cstring>
 #include <type_traits>
 
-#include "nodevik/assertion.h"
 #include "nodevik/pdomapping.h"
+#include "nodevik/util/assertion.h"
 
 namespace {
 

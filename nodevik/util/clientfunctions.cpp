@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "nodevik/assertion.h"
+#include "nodevik/util/assertion.h"
 
 namespace {
 

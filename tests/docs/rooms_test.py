@@ -11,6 +11,7 @@ sys.path.insert(0, os.path.join(markdown.ROOT, "script", "lib"))
 from draw import rooms  # noqa: E402
 
 APPLICATION, WIDGETS, LIBRARY, UTILITIES = "", "widgets", "nodevik", "nodevik/util"
+VEHICLE, NODE = "simulator/vehicle", "simulator/node"
 
 
 class Rooms(unittest.TestCase):
@@ -24,9 +25,10 @@ class Rooms(unittest.TestCase):
         edges = rooms.edges_of(markdown.ROOT)
         self.assertGreater(edges[APPLICATION, WIDGETS], 0)
         self.assertGreater(edges[APPLICATION, UTILITIES], 0)
-        for here, there in ((LIBRARY, "Qt"), (UTILITIES, "Qt"), ("simulator", "Qt"), (LIBRARY, WIDGETS),
+        for here, there in ((LIBRARY, "Qt"), (UTILITIES, "Qt"), (UTILITIES, LIBRARY), (LIBRARY, WIDGETS),
                             (LIBRARY, APPLICATION), (UTILITIES, APPLICATION), (WIDGETS, APPLICATION),
-                            (WIDGETS, LIBRARY), (WIDGETS, UTILITIES), ("simulator", APPLICATION)):
+                            (WIDGETS, LIBRARY), (WIDGETS, UTILITIES), (VEHICLE, "Qt"), (NODE, "Qt"),
+                            (VEHICLE, APPLICATION), (NODE, APPLICATION), (VEHICLE, NODE), (NODE, VEHICLE)):
             self.assertEqual(edges[here, there], 0, f"{here} includes {there}")
 
 

@@ -11,7 +11,8 @@ ROOMS = (
     ("nodevik/", "nodevik", "the fieldbus library"),
     ("nodevik/util/", "nodevik/util", "the Linux utilities"),
     ("program/", "program", "what the programs beside the panel share"),
-    ("simulator/", "simulator", "the other ends of the lines"),
+    ("simulator/vehicle/", "simulator/vehicle", "the vehicle's end of the serial line"),
+    ("simulator/node/", "simulator/node", "CANopen nodes behind UDP or on a CAN interface"),
     ("examples/", "examples", "short programs that use the library"),
     ("docs/gallery/", "docs/gallery", "what the guides' pictures need"),
 )
