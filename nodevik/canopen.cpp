@@ -364,12 +364,16 @@ int CCANopen::messagehandler(unsigned int cobid, unsigned int length, unsigned c
     return tpdo ? 1 : 0;
 }
 
-// Decodes a frame into the pending line, which may hold what the driver wrote about it, and prints the line.
+// Decodes a frame into the pending line, which may hold what the driver wrote about it, and hands the line to
+// the callback, which prints it unless the program has registered another.
 void CCANopen::show_frame(unsigned int cobid, unsigned int length, const unsigned char* candata) {
     if (decode_message(cobid, static_cast<uint8_t>(length), candata) != 0) {
         clear_message();
     }
-    print();
+    if (get_message()[0] != '\0') {
+        m_CallbackFunc(get_message());
+        clear_message();
+    }
 }
 
 // Starts the time-out clock, which wraps every 2^32 microseconds (71.6 minutes). There is no correction for

@@ -11,8 +11,9 @@
 /// print()                        prints the line that is pending, without waiting for the next frame
 /// @endcode
 ///
-/// A line is thus printed when the next frame is decoded. That is what lets a driver add " [R]" or " [T]" and
-/// the master add its CANopen interpretation to the line of the frame that has just passed.
+/// A line of print_message() is thus printed when the next frame is decoded. That is what lets a driver add
+/// " [R]" or " [T]" and the master add its CANopen interpretation to the line of the frame that has just
+/// passed. The master, which comes last, waits for no further frame: what it has decoded it prints at once.
 ///
 /// A printed line goes to standard output in its colour and, while a log is open, to the log file as well.
 /// The line being built, its colour, the callback and the log are shared by all decoders of the process,
@@ -43,7 +44,7 @@ enum decoder_messagetypes : uint32_t {
 /// interpretation of its own and may honour the type filter there.
 class CDecoder {
 public:
-    /// A function that is handed the pending line, before a new frame is decoded.
+    /// A function that is handed a finished line.
     using message_callback = void (*)(const char* line);
 
     /// Builds a decoder whose type filter is 0.
@@ -90,10 +91,13 @@ public:
     /// @param line  not used: the line that is printed is the pending one
     static void print_message_callback(const char* line);
 
-    /// Replaces the function that print_message() hands the pending line to.
+    /// Replaces the function that gets the lines of all decoders of the process.
     ///
-    /// The callback is called for each print_message(), with an empty text when no line is pending. The line
-    /// is emptied after it has returned.
+    /// It is called for each print_message(), with an empty text when no line is pending, and by the master
+    /// for each frame that it decodes under bit 4 of its debug word and for an abort of an SDO transfer. The
+    /// line is emptied after it has returned. A callback of one's own replaces standard output and the log;
+    /// print(), called in it, writes to both. What is printed in other ways is not handed to it: a line that
+    /// the program prints with print(), and reports of errors.
     ///
     /// @param callback  function to call, not null
     static void register_callback(message_callback callback);

@@ -618,6 +618,37 @@ TEST(CanopenDecode, PrintsTheLineInTheColourOfItsKind) {
               "\033[1;35m - Receive  PDO 1 ID 0x01\n\033[m");
 }
 
+TEST(CanopenDecode, ARegisteredCallbackGetsTheLinesOfReceivedFramesInsteadOfStandardOutput) {
+    const ChildResult child = run_in_child([] {
+        ScriptedCanDriver driver;
+        CCANopen master;
+        master.load_driver(driver);
+        master.set_debug(4);
+        master.show_nmt(false);
+        CDecoder::clear_message();
+        CDecoder::register_callback(
+            [](const char* text) { std::printf("[%s] %d\n", text, CDecoder::get_message_color()); });
+        driver.queue(0x705, {5});
+        driver.queue(0x000, {1, 5});
+        driver.queue(0x080, {});
+        master.read_all_messages();
+        std::printf("<%s>\n", CDecoder::get_message());
+        int code = 0;
+        driver.on_write = [&driver](const ScriptedFrame&) {
+            driver.queue(0x585, {0x80, 0x00, 0x10, 0, 0x00, 0x00, 0x02, 0x06});
+        };
+        std::printf("%d\n", master.sdo_read(5, 0x1000, 0, code));
+    });
+    EXPECT_EQ(child.out,
+              "[ - Nodeguard Response/Heartbeat ID=0x05: Operational] 7\n"
+              "[ - SYNC] 4\n"
+              "<>\n"
+              "\033[1;31mReceived SDO abort code: nodeID=0x05 Index=0x1000 SubIndex=0x00\n\033[m"
+              "[ - SDO Abort Domain Transfer:                ID=0x05 Index=0x1000 Subindex=0x00 - "
+              "Object does not exist in the object dictionary.] 1\n"
+              "-1\n");
+}
+
 TEST(CanopenDecode, LongestAbortLineFitsTheLine) {
     const Decoded decoded = decode(0x585, 8, {0x80, 0x34, 0x12, 0x56, 0x23, 0x00, 0x00, 0x08});
     EXPECT_EQ(decoded.text.size(), 254U);
