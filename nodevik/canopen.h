@@ -188,10 +188,25 @@ public:
     /// word is set (the default), a transfer that the node aborts or does not answer ends the process with
     /// status 1, after the message; otherwise the result tells. Only the low seven bits of @p ID are used as
     /// the node number.
+    ///
+    /// An answer tells the object, but not which request it answers. So one that comes later than 20 ms is
+    /// taken for the answer to the next attempt, whose own answer is left over, and taken by the next request
+    /// about the same object: from then on every value read is the one before. discard_late_sdo_answers()
+    /// prevents that.
     /// @{
 
+    /// Chooses whether answers that are left over from earlier requests are discarded.
+    ///
+    /// When on, each request, also one for a segment, first empties the driver's receive queue, before it is
+    /// sent for the first time. What is found there is treated as by read_all_messages(): TPDOs reach their
+    /// variables. An answer that is still under way at that moment cannot be told from the one waited for. So
+    /// against a node that answers later than 20 ms, leave time between two requests about one object.
+    ///
+    /// @param enable  true discards; false, the state of a new master, takes every answer that fits
+    void discard_late_sdo_answers(bool enable);
+
     /// Reads an object of up to four bytes. A longer one is read to its end, but only its first four bytes
-    /// are kept (sdo_read_segment() gets them all).
+    /// are kept (sdo_read_segment() gets them all, and tells how such a transfer can end).
     ///
     /// @param ID        node number, 1 to 127
     /// @param index     object index
@@ -213,12 +228,18 @@ public:
 
     /// Reads an object of any size.
     ///
-    /// The transfer ends with an abort from this side and result -1 when the object is longer than @p data
-    /// has room for (0x05040005), when the node does not alternate the toggle bit (0x05030000), or when it
-    /// stays silent (0x05040000). An answer that comes twice does no harm: one that equals the segment before
-    /// is passed over, and counts as a wrong toggle bit only if the answer waited for never comes. The size
-    /// that the node announces is used to refuse an object that is too long; what the segments bring decides
-    /// the length.
+    /// Once the node has answered the first request, the transfer ends with an abort from this side and
+    /// result -1 when
+    ///
+    /// - the object is longer than @p data has room for, or brings more than the node has announced, or more
+    ///   than 1 MiB when it has announced nothing (0x05040005);
+    /// - a segment is empty and not the last one (0x05040001), or is answered by nothing but what is no
+    ///   answer to it (0x05040001 too);
+    /// - the node does not alternate the toggle bit (0x05030000), or stays silent (0x05040000).
+    ///
+    /// An answer that comes twice does no harm: one that equals the segment before is passed over, and counts
+    /// as a wrong toggle bit only if the answer waited for never comes. What the segments bring decides the
+    /// length, which may be less than the node has announced.
     ///
     /// @param ID        node number, 1 to 127
     /// @param index     object index
@@ -233,8 +254,9 @@ public:
     /// Writes an object of any size, also of up to four bytes, in segments.
     ///
     /// A length of 0 is sent as one last segment without data, which is how the protocol expresses an empty
-    /// string. Wrong toggle bits, repeated answers and silence are treated as in sdo_read_segment(); after an
-    /// answer that is none the node is sent an abort with 0x05040001.
+    /// string. Wrong toggle bits, repeated answers and silence are treated as in sdo_read_segment(); an answer
+    /// to a segment that is none ends the transfer with an abort with 0x05040001 to the node. Before the node
+    /// has confirmed the first request, nothing but that request is sent.
     ///
     /// @param ID        node number, 1 to 127
     /// @param index     object index
@@ -404,7 +426,7 @@ private:
     sdo_outcome sdo_initiate_upload(sdo_transfer& transfer);
     sdo_outcome sdo_initiate_download(sdo_transfer& transfer, unsigned char command, unsigned int data);
     sdo_outcome sdo_segment(sdo_transfer& transfer, const bus_frame& request);
-    sdo_outcome sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room, bool drop_rest,
+    sdo_outcome sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room, unsigned int most,
                                     unsigned int& received);
     sdo_outcome sdo_download_segments(sdo_transfer& transfer, unsigned int len, const char* data);
     static unsigned int sdo_expedited_value(const bus_frame& answer);
@@ -430,6 +452,7 @@ private:
     uint32_t cobid_bits_up_mask = 0;
     uint32_t cobid_bits_down_mask = 0;
     held_frame duplicate_TDPO = {};
+    bool discard_late_answers = false;
 
     // Index of TPDOlist by the low 11 bits of the COB-ID: the first position with these bits, and for each
     // position the next one. It holds as long as no PDO's COB-ID has changed since it was built.

@@ -51,6 +51,10 @@ constexpr unsigned char last_segment = 0x01;
 constexpr unsigned int segment_bytes = 7;
 constexpr unsigned int expedited_bytes = 4;
 
+// The longest object that a node may send without having announced its size: one that never marks the last
+// segment must come to an end.
+constexpr unsigned int most_unannounced_bytes = 1024 * 1024;
+
 // Abort codes that the client sends (CiA 301, 7.2.4.3.17).
 constexpr unsigned int abort_toggle = 0x05030000;
 constexpr unsigned int abort_timed_out = 0x05040000;
@@ -111,18 +115,18 @@ bool is_active(unsigned int cobid) {
 // One transfer: what it is about, and the answer that the node gave last.
 struct CCANopen::sdo_transfer {
     sdo_transfer(unsigned int ID, unsigned short object_index, unsigned char object_subindex, bool is_upload,
-                 bool is_segmented)
+                 bool takes_any_size)
         : node(ID & node_mask),
           index(object_index),
           subindex(object_subindex),
           upload(is_upload),
-          segmented(is_segmented) {}
+          any_size(takes_any_size) {}
 
     unsigned int node;
     unsigned short index;
     unsigned char subindex;
     bool upload;
-    bool segmented;
+    bool any_size;
     bus_frame answer = {};
 
     // A request to the node, which names the object.
@@ -153,15 +157,20 @@ struct CCANopen::sdo_transfer {
     // Whether the answer to the upload request leaves the data to segments.
     bool starts_segments() const { return (answer.data[0] & expedited) == 0; }
 
+    // Whether the answer to the upload request tells the object's size.
+    bool indicates_size() const { return (answer.data[0] & size_indicated) != 0; }
+
     // The number of bytes that the answer to the upload request holds or announces. Without an indicated size
     // an expedited answer is taken whole, and one that starts segments announces nothing.
     unsigned int size() const {
-        const bool indicated = (answer.data[0] & size_indicated) != 0;
         if (starts_segments()) {
-            return indicated ? load_le32(answer.data.data() + 4) : 0;
+            return indicates_size() ? load_le32(answer.data.data() + 4) : 0;
         }
-        return indicated ? expedited_size(answer.data[0]) : expedited_bytes;
+        return indicates_size() ? expedited_size(answer.data[0]) : expedited_bytes;
     }
+
+    // The number of bytes that the segments may bring, by the answer to the upload request.
+    unsigned int most_segment_bytes() const { return indicates_size() ? size() : most_unannounced_bytes; }
 };
 
 CCANopen::pdo_objects CCANopen::tpdo_objects(unsigned int number) {
@@ -181,6 +190,9 @@ CCANopen::pdo_objects CCANopen::rpdo_objects(unsigned int number) {
 template <typename Reaction>
 bool CCANopen::sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react) {
     const bool once = pace == sdo_pace::eager;
+    if (discard_late_answers) {
+        read_all_messages();
+    }
     for (int attempt = 0; attempt < (once ? 1 : max_attempts); ++attempt) {
         bus_frame sent = request;
         canDriver->write(sent.cobid, sent.length, sent.data.data(), 0);
@@ -228,11 +240,8 @@ void CCANopen::sdo_unknown(const sdo_transfer& transfer, const bus_frame& answer
               answer.cobid & node_mask);
 }
 
-// Gives a transfer up that the node does not answer. Only a segmented one can be under way at the node.
+// Gives up a request that the node does not answer.
 CCANopen::sdo_outcome CCANopen::sdo_silent(const sdo_transfer& transfer) {
-    if (transfer.segmented) {
-        sdo_send_abort(transfer, abort_timed_out);
-    }
     if ((can_debug & report_silence) != 0) {
         sdo_print(yellow, "Error: No SDO Response", transfer, transfer.node);
     }
@@ -254,8 +263,8 @@ CCANopen::sdo_outcome CCANopen::sdo_refuse(const sdo_transfer& transfer, unsigne
     return sdo_outcome::refused;
 }
 
-// Whether an answer to the upload request is one. Segments of unannounced size are only followed when all of
-// the object is asked for: to sdo_read their start is an unknown answer.
+// Whether an answer to the upload request is one. Segments of unannounced size are only followed when an
+// object of any size is asked for: to sdo_read their start is an unknown answer.
 bool CCANopen::starts_upload(const sdo_transfer& transfer, const bus_frame& answer) {
     switch (answer.data[0] & upload_mask) {
         case answer_upload_expedited:
@@ -263,7 +272,7 @@ bool CCANopen::starts_upload(const sdo_transfer& transfer, const bus_frame& answ
         case answer_upload_segmented:
             return true;
         case answer_upload_segmented_unsized:
-            return transfer.segmented;
+            return transfer.any_size;
         default:
             return false;
     }
@@ -321,12 +330,13 @@ CCANopen::sdo_outcome CCANopen::sdo_initiate_download(sdo_transfer& transfer, un
 // the node answers on. CiA 301 lets the answer carry the toggle bit of its request. One that is byte for byte
 // the answer before is a late or doubled copy of it and is passed over; only if nothing better comes does it
 // count as a toggle bit that was not alternated. Any other answer with the wrong toggle bit ends the transfer
-// at once.
+// at once. The node, which has the transfer under way, is told of every end that is not its own.
 CCANopen::sdo_outcome CCANopen::sdo_segment(sdo_transfer& transfer, const bus_frame& request) {
     const unsigned char segment_answer = transfer.upload ? answer_upload_segment : answer_download_segment;
     const unsigned char first_answer = transfer.upload ? answer_upload : answer_download;
     const unsigned char toggle = request.data[0] & toggle_bit;
     bool wrong_toggle = false;
+    bool unknown_answer = false;
     sdo_outcome outcome = sdo_outcome::silent;
     sdo_exchange(request, sdo_pace::eager, [&](const bus_frame& received) {
         const unsigned char answer = received.data[0] & command_mask;
@@ -352,36 +362,48 @@ CCANopen::sdo_outcome CCANopen::sdo_segment(sdo_transfer& transfer, const bus_fr
             return sdo_reaction::ignored;
         }
         sdo_unknown(transfer, received);
+        unknown_answer = true;
         if (transfer.upload) {
             return sdo_reaction::ignored;
         }
         outcome = sdo_outcome::unknown;
         return sdo_reaction::finished;
     });
-    if (outcome == sdo_outcome::silent) {
-        return wrong_toggle ? sdo_refuse(transfer, abort_toggle) : sdo_silent(transfer);
+    if (outcome == sdo_outcome::answered || outcome == sdo_outcome::aborted) {
+        return outcome;
     }
-    return outcome;
+    if (wrong_toggle && outcome == sdo_outcome::silent) {
+        return sdo_refuse(transfer, abort_toggle);
+    }
+    sdo_send_abort(transfer, unknown_answer ? abort_unknown_command : abort_timed_out);
+    return outcome == sdo_outcome::silent ? sdo_silent(transfer) : outcome;
 }
 
-// Fetches all segments. Bytes past the room are dropped, or refused with an abort.
+// Fetches all segments, of which the first `room` bytes are kept. More than `most` bytes are refused with an
+// abort, and so is a segment that neither brings data nor is the last: such ones could go on for ever.
 CCANopen::sdo_outcome CCANopen::sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room,
-                                                    bool drop_rest, unsigned int& received) {
+                                                    unsigned int most, unsigned int& received) {
     unsigned char toggle = 0;
+    bool last = false;
     do {
         const sdo_outcome outcome = sdo_segment(transfer, transfer.segment(upload_segment | toggle));
         if (outcome != sdo_outcome::answered) {
             return outcome;
         }
         const unsigned int size = segment_bytes - ((transfer.answer.data[0] >> 1) & 7U);
-        if (size > room - received && !drop_rest) {
+        last = (transfer.answer.data[0] & last_segment) != 0;
+        if (size == 0 && !last) {
+            return sdo_refuse(transfer, abort_unknown_command);
+        }
+        if (size > most - received) {
             return sdo_refuse(transfer, abort_out_of_memory);
         }
-        const unsigned int taken = std::min(size, room - received);
-        std::copy_n(transfer.answer.data.begin() + 1, taken, data + received);
-        received += taken;
+        if (received < room) {
+            std::copy_n(transfer.answer.data.begin() + 1, std::min(size, room - received), data + received);
+        }
+        received += size;
         toggle ^= toggle_bit;
-    } while ((transfer.answer.data[0] & last_segment) == 0);
+    } while (!last);
     return sdo_outcome::answered;
 }
 
@@ -418,6 +440,10 @@ unsigned int CCANopen::sdo_expedited_value(const bus_frame& answer) {
     return cut(value, value);
 }
 
+void CCANopen::discard_late_sdo_answers(bool enable) {
+    discard_late_answers = enable;
+}
+
 int CCANopen::sdo_read(unsigned int ID, unsigned short index, unsigned char subindex, int& data) {
     sdo_transfer transfer(ID, index, subindex, true, false);
     sdo_outcome outcome = sdo_initiate_upload(transfer);
@@ -428,8 +454,8 @@ int CCANopen::sdo_read(unsigned int ID, unsigned short index, unsigned char subi
         }
         char first_bytes[expedited_bytes] = {};
         unsigned int received = 0;
-        transfer.segmented = true;
-        outcome = sdo_upload_segments(transfer, first_bytes, expedited_bytes, true, received);
+        outcome = sdo_upload_segments(transfer, first_bytes, expedited_bytes, transfer.most_segment_bytes(),
+                                      received);
         if (outcome == sdo_outcome::answered) {
             data = static_cast<int>(load_le32(first_bytes));
             return 0;
@@ -450,7 +476,8 @@ int CCANopen::sdo_read_segment(unsigned int ID, unsigned short index, unsigned c
     if (outcome == sdo_outcome::answered && transfer.size() > room) {
         outcome = sdo_refuse(transfer, abort_out_of_memory);
     } else if (outcome == sdo_outcome::answered && transfer.starts_segments()) {
-        outcome = sdo_upload_segments(transfer, data, room, false, len);
+        const unsigned int most = std::min(room, transfer.most_segment_bytes());
+        outcome = sdo_upload_segments(transfer, data, room, most, len);
     } else if (outcome == sdo_outcome::answered) {
         len = transfer.size();
         std::copy_n(transfer.answer.data.begin() + 4, len, data);
@@ -480,9 +507,6 @@ int CCANopen::sdo_write_segment(unsigned int ID, unsigned short index, unsigned 
     sdo_outcome outcome = sdo_initiate_download(transfer, initiate_download, len);
     if (outcome == sdo_outcome::answered) {
         outcome = sdo_download_segments(transfer, len, data);
-    }
-    if (outcome == sdo_outcome::unknown) {
-        sdo_send_abort(transfer, abort_unknown_command);
     }
     return write_result(outcome);
 }

@@ -5,10 +5,13 @@
 #include <cstdio>
 #include <functional>
 #include <initializer_list>
+#include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "nodevik/canopen.h"
+#include "tests/support/answerrelay.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/scriptedcandriver.h"
 #include "tests/support/scriptedclock.h"
@@ -574,8 +577,122 @@ TEST_F(SdoReadSegment, AnAnnouncedSizeLargerThanTheRoomIsRefusedAtOnce) {
     EXPECT_EQ(sent(driver), std::string(ask) + memory_abort);
 }
 
+namespace {
+
+const ScriptedFrame eight_bytes(0x585, {0x41, 0x40, 0x60, 0, 8, 0, 0, 0});
+const ScriptedFrame any_number_of_bytes(0x585, {0x40, 0x40, 0x60, 0, 0, 0, 0, 0});
+
+// A node that answers the upload request with `start` and each request for a segment with the next seven bytes
+// of an object of `size` bytes; without a size the last segment never comes.
+void serve_segments(ScriptedCanDriver& driver, const ScriptedFrame& start, std::optional<unsigned int> size) {
+    driver.on_write = [&driver, start, size, served = 0U](const ScriptedFrame& request) mutable {
+        if ((request.data[0] & 0xE0) == 0x40) {
+            driver.queue(start);
+        } else if ((request.data[0] & 0xE0) == 0x60) {
+            const unsigned int bytes = std::min(size.value_or(served + 7) - served, 7U);
+            served += bytes;
+            driver.queue(0x585, {static_cast<unsigned char>((request.data[0] & 0x10) | (7 - bytes) << 1 |
+                                                            (served == size ? 1 : 0)),
+                                 'a', 'b', 'c', 'd', 'e', 'f', 'g'});
+        }
+    };
+}
+
+constexpr unsigned int one_mebibyte = 1024 * 1024;
+
+}  // namespace
+
+TEST_F(SdoReadSegment, MoreBytesThanAnnouncedAreRefusedWhereverThereIsRoom) {
+    answer_each({eight_bytes, first_segment, second_segment});
+    const Reading reading = read_segments(master, 100);
+    EXPECT_EQ(reading.result, -1);
+    EXPECT_EQ(reading.data, "abcdefg");
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + ask_odd + memory_abort);
+}
+
+TEST_F(SdoReadSegment, ALastSegmentWithMoreBytesThanAnnouncedIsRefusedToo) {
+    answer_each({eight_bytes, first_segment, ScriptedFrame(0x585, {0x1B, 'h', 'i'})});
+    EXPECT_EQ(read_segments(master, 100).result, -1);
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + ask_odd + memory_abort);
+}
+
+TEST_F(SdoReadSegment, FewerBytesThanAnnouncedAreTaken) {
+    answer_each({sixteen_bytes, ScriptedFrame(0x585, {0x01, 'a', 'b', 'c', 'd', 'e', 'f', 'g'})});
+    const Reading reading = read_segments(master, 100);
+    EXPECT_EQ(reading.result, 0);
+    EXPECT_EQ(reading.data, "abcdefg");
+}
+
+TEST_F(SdoReadSegment, AnEmptySegmentThatIsNotTheLastAbortsTheTransfer) {
+    answer_each({sixteen_bytes, first_segment, ScriptedFrame(0x585, {0x1E})});
+    const Reading reading = read_segments(master, 100);
+    EXPECT_EQ(reading.result, -1);
+    EXPECT_EQ(reading.data, "abcdefg");
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + ask_odd + unknown_command_abort);
+}
+
+TEST_F(SdoReadSegment, AnEmptyLastSegmentEndsTheTransfer) {
+    answer_each({sixteen_bytes, first_segment, ScriptedFrame(0x585, {0x1F})});
+    const Reading reading = read_segments(master, 100);
+    EXPECT_EQ(reading.result, 0);
+    EXPECT_EQ(reading.data, "abcdefg");
+}
+
+TEST_F(SdoReadSegment, OneMebibyteNeedsNoAnnouncement) {
+    serve_segments(driver, any_number_of_bytes, one_mebibyte);
+    const Reading reading = read_segments(master, 2 * one_mebibyte);
+    EXPECT_EQ(reading.result, 0);
+    EXPECT_EQ(reading.len, one_mebibyte);
+}
+
+TEST_F(SdoReadSegment, MoreThanOneMebibyteWithoutAnAnnouncementIsRefused) {
+    serve_segments(driver, any_number_of_bytes, one_mebibyte + 1);
+    const Reading reading = read_segments(master, 2 * one_mebibyte);
+    EXPECT_EQ(reading.result, -1);
+    EXPECT_EQ(reading.len, one_mebibyte / 7 * 7);
+    EXPECT_EQ("605 " + bytes(driver.written.back()) + "\n", memory_abort);
+}
+
+TEST_F(SdoReadSegment, MoreThanOneMebibyteIsTakenWhenAnnounced) {
+    serve_segments(driver, ScriptedFrame(0x585, {0x41, 0x40, 0x60, 0, 1, 0, 0x10, 0}), one_mebibyte + 1);
+    const Reading reading = read_segments(master, 2 * one_mebibyte);
+    EXPECT_EQ(reading.result, 0);
+    EXPECT_EQ(reading.len, one_mebibyte + 1);
+}
+
+TEST_F(SdoReadSegment, ANodeThatNeverEndsIsStopped) {
+    serve_segments(driver, any_number_of_bytes, std::nullopt);
+    EXPECT_EQ(read_segments(master, 2 * one_mebibyte).result, -1);
+    EXPECT_EQ("605 " + bytes(driver.written.back()) + "\n", memory_abort);
+    EXPECT_EQ(driver.written.size(), 1 + one_mebibyte / 7 + 1 + 1);
+}
+
+TEST_F(SdoRead, ANodeThatNeverEndsIsStoppedAtWhatItHasAnnounced) {
+    serve_segments(driver, sixteen_bytes, std::nullopt);
+    int data = 77;
+    EXPECT_EQ(master.sdo_read(5, 0x6040, 0, data), -1);
+    EXPECT_EQ(data, 77);
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + ask_odd + ask_even + memory_abort);
+}
+
+TEST_F(SdoRead, EverySegmentOfALongObjectIsFetched) {
+    serve_segments(driver, ScriptedFrame(0x585, {0x41, 0x40, 0x60, 0, 1, 0, 0x10, 0}), one_mebibyte + 1);
+    int data = 0;
+    EXPECT_EQ(master.sdo_read(5, 0x6040, 0, data), 0);
+    EXPECT_EQ(data, 0x64636261);
+    EXPECT_EQ(driver.written.size(), 1 + one_mebibyte / 7 + 1);
+}
+
+TEST_F(SdoRead, AnEmptySegmentThatIsNotTheLastAbortsTheTransfer) {
+    answer_each({sixteen_bytes, ScriptedFrame(0x585, {0x0E, 1, 2, 3, 4, 5, 6, 7})});
+    int data = 77;
+    EXPECT_EQ(master.sdo_read(5, 0x6040, 0, data), -1);
+    EXPECT_EQ(data, 77);
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + unknown_command_abort);
+}
+
 TEST_F(SdoReadSegment, MoreBytesThanAnnouncedAreRefusedWhenTheRoomIsFull) {
-    answer_each({ScriptedFrame(0x585, {0x41, 0x40, 0x60, 0, 8, 0, 0, 0}), first_segment, second_segment});
+    answer_each({eight_bytes, first_segment, second_segment});
     const Reading reading = read_segments(master, 8);
     EXPECT_EQ(reading.result, -1);
     EXPECT_EQ(reading.data, "abcdefg");
@@ -656,9 +773,39 @@ TEST_F(SdoReadSegment, ASegmentIsAskedForOnceAndSilenceAbortsTheTransfer) {
                   modes_off + "-1 abcdefg\n" + ask + ask_even + ask_odd + time_out_abort);
 }
 
-TEST_F(SdoReadSegment, SilenceFromTheStartAbortsTheTransferToo) {
+TEST_F(SdoReadSegment, NothingButTheAttemptsIsSentToANodeThatNeverAnswers) {
     EXPECT_EQ(read_segments(master, 100).result, -1);
-    EXPECT_EQ(sent(driver), repeated(4, ask) + time_out_abort);
+    EXPECT_EQ(sent(driver), repeated(4, ask));
+}
+
+TEST_F(SdoReadSegment, NothingButTheAttemptsIsSentAfterAnUnknownFirstAnswer) {
+    answer_each({ScriptedFrame(0x585, {0x60, 0x40, 0x60, 0})});
+    EXPECT_EQ(printed([&] {
+                  const Reading reading = read_segments(master, 100);
+                  std::printf("%d\n%s", reading.result, sent(driver).c_str());
+              }),
+              std::string(yellow) + "Unknown SDO_read response: nodeID=0x05 Index=0x6040 SubIndex=0x00\n" +
+                  modes_off + "-1\n" + repeated(4, ask));
+}
+
+TEST_F(SdoReadSegment, NothingIsSentAfterAnAbortAtTheStart) {
+    answer_each({abort_answer});
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(read_segments(master, 100).result, -1);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(sent(driver), ask);
+}
+
+TEST_F(SdoReadSegment, NothingButAnUnknownAnswerToASegmentAbortsTheTransfer) {
+    answer_each({sixteen_bytes, ScriptedFrame(0x585, {0xA0, 0x40, 0x60, 0})});
+    EXPECT_EQ(printed([&] {
+                  master.set_debug(2);
+                  const Reading reading = read_segments(master, 100);
+                  std::printf("%d\n%s", reading.result, sent(driver).c_str());
+              }),
+              std::string(yellow) + "Unknown SDO_read response: nodeID=0x05 Index=0x6040 SubIndex=0x00\n" +
+                  modes_off + yellow + "Error: No SDO Response: nodeID=0x05 Index=0x6040 SubIndex=0x00\n" +
+                  modes_off + "-1\n" + ask + ask_even + unknown_command_abort);
 }
 
 TEST_F(SdoReadSegment, SilenceEndsTheProcessUnderBit1AfterTheAbort) {
@@ -827,7 +974,7 @@ TEST_F(SdoWriteSegment, AnUnknownAnswerToTheOfferReturnsOne) {
                   std::printf("%d\n%s", result, sent(driver).c_str());
               }),
               std::string(yellow) + "Unknown SDO_write response: nodeID=0x05 Index=0x6040 SubIndex=0x00\n" +
-                  modes_off + "1\n" + offer_sixteen + unknown_command_abort);
+                  modes_off + "1\n" + offer_sixteen);
 }
 
 TEST_F(SdoWriteSegment, AnUnknownAnswerToASegmentReturnsOne) {
@@ -869,9 +1016,9 @@ TEST_F(SdoWriteSegment, ASegmentIsSentOnceAndSilenceAbortsTheTransfer) {
                   modes_off + "-1\n" + offer_sixteen + send_first + time_out_abort);
 }
 
-TEST_F(SdoWriteSegment, SilenceFromTheStartAbortsTheTransferToo) {
+TEST_F(SdoWriteSegment, NothingButTheAttemptsIsSentToANodeThatNeverAnswers) {
     EXPECT_EQ(write_segments(master, sixteen_letters), -1);
-    EXPECT_EQ(sent(driver), repeated(4, offer_sixteen) + time_out_abort);
+    EXPECT_EQ(sent(driver), repeated(4, offer_sixteen));
 }
 
 TEST_F(SdoWriteSegment, SilenceEndsTheProcessUnderBit1) {
@@ -890,6 +1037,165 @@ TEST_F(SdoWriteSegment, ForeignFramesAreServedBetweenSegments) {
          {ScriptedFrame(0x181, {2}), even_done}});
     EXPECT_EQ(write_segments(master, sixteen_letters), 0);
     EXPECT_EQ(tpdo.PDO_updated, 2U);
+}
+
+namespace {
+
+// A node whose object 0x6040 counts the requests to read it, behind a relay that disturbs its answers.
+class LateSdo : public Sdo {
+protected:
+    LateSdo()
+        : relay(driver, clock, [this](const ScriptedFrame& request) {
+              ++requests;
+              return ScriptedFrame(
+                  0x585, {0x43, request.data[1], request.data[2], request.data[3],
+                          static_cast<unsigned char>(requests), static_cast<unsigned char>(requests >> 8),
+                          static_cast<unsigned char>(requests >> 16), 0});
+          }) {}
+
+    // The value that a read brings; -1 when it fails.
+    int read() {
+        int data = 0;
+        return master.sdo_read(5, 0x6040, 0, data) == 0 ? data : -1;
+    }
+
+    void pause_ms(unsigned int ms) { clock.now_us += 1000ULL * ms; }
+
+    int requests = 0;
+    AnswerRelay relay;
+};
+
+}  // namespace
+
+TEST_F(LateSdo, ANewMasterTakesLateAnswersAsTheyFit) {
+    relay.deliver_after_us({{25000}});
+    EXPECT_EQ(read(), 2);  // the first answer comes after the answer to the second attempt
+    for (int i = 0; i < 999; ++i) {
+        pause_ms(10);
+        const int newest = requests;
+        ASSERT_EQ(read(), i == 0 ? 1 : newest);
+    }
+}
+
+TEST_F(LateSdo, NoReadBringsTheValueBeforeWhenLateAnswersAreDiscarded) {
+    master.discard_late_sdo_answers(true);
+    relay.deliver_after_us({{25000}});
+    EXPECT_EQ(read(), 2);
+    for (int i = 0; i < 999; ++i) {
+        pause_ms(10);
+        ASSERT_EQ(read(), requests);
+        ASSERT_EQ(requests, i + 3);
+    }
+}
+
+TEST_F(LateSdo, AnAnswerMayStillComeDuringALaterAttempt) {
+    master.discard_late_sdo_answers(true);
+    relay.deliver_after_us({{25000}, {30000}});
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(requests, 2);
+    pause_ms(30);
+    EXPECT_EQ(read(), 3);
+}
+
+TEST_F(LateSdo, DoubledAnswersAreDiscarded) {
+    master.discard_late_sdo_answers(true);
+    for (int i = 1; i <= 100; ++i) {
+        relay.deliver_after_us({{0, 0, 3000}});
+        ASSERT_EQ(read(), i);
+        pause_ms(5);
+    }
+}
+
+TEST_F(LateSdo, SwitchedOffAgainTheMasterTakesWhatFits) {
+    master.discard_late_sdo_answers(true);
+    master.discard_late_sdo_answers(false);
+    relay.deliver_after_us({{0, 0}});
+    EXPECT_EQ(read(), 1);
+    EXPECT_EQ(read(), 1);
+}
+
+TEST_F(LateSdo, WhateverTheRelayDoesAValueIsOfItsOwnRequest) {
+    master.discard_late_sdo_answers(true);
+    std::mt19937 random(1);
+    for (int i = 0; i < 2000; ++i) {
+        // Lost, once or twice, in time or late, and so in any order.
+        std::vector<std::vector<std::uint64_t>> copies(4);
+        for (std::vector<std::uint64_t>& delays : copies) {
+            delays.resize(random() % 3);
+            std::generate(delays.begin(), delays.end(), [&random] { return random() % 60000; });
+        }
+        relay.deliver_after_us(copies);
+        const int before = requests;
+        const int value = read();
+        if (value != -1) {
+            ASSERT_GT(value, before);
+            ASSERT_LE(value, requests);
+        } else {
+            ASSERT_EQ(requests, before + 4);
+        }
+        pause_ms(60);
+    }
+}
+
+TEST_F(SdoWait, WhatIsDiscardedIsTreatedAsByReadAllMessages) {
+    unsigned char lamp = 0;
+    PDO tpdo(0x181);
+    tpdo.mapcopy(0, lamp);
+    master.add_tpdo(tpdo);
+    master.discard_late_sdo_answers(true);
+    driver.queue(write_done);
+    driver.queue(0x181, {7});
+    driver.queue(0x080, {});
+    answer_each({write_done});
+    EXPECT_EQ(
+        printed([&] {
+            master.set_debug(4);
+            const int result = master.sdo_write(5, 0x6040, 0, 1, 1);
+            std::printf("%d %u %u %zu", result, lamp, tpdo.PDO_updated, driver.pending());
+        }),
+        "\033[1;33m - SDO Initiate Download Response:           ID=0x05 Index=0x6040 Subindex=0x00\n\033[m"
+        "\033[1;36m - Transmit PDO 1 ID 0x01Transmit PDO 1 ID 0x01 (Unmapped)\n\033[m"
+        "\033[1;34m - SYNC\n\033[m"
+        "0 7 1 0");
+}
+
+TEST_F(SdoWait, EachRequestButNotEachAttemptDiscards) {
+    master.discard_late_sdo_answers(true);
+    std::vector<unsigned long> reads_before_write;
+    driver.on_write = [&](const ScriptedFrame&) { reads_before_write.push_back(driver.reads()); };
+    EXPECT_EQ(master.sdo_write(5, 0x6040, 0, 1, 1), -1);
+    ASSERT_EQ(reads_before_write.size(), 4U);
+    // One look at the queue before the first attempt; then those of waiting.
+    EXPECT_EQ(reads_before_write[0], 1U);
+    EXPECT_EQ(reads_before_write[1], 1U + 199U);
+    EXPECT_EQ(reads_before_write[2], 1U + 2 * 199U);
+}
+
+TEST_F(SdoWait, ADriverErrorDoesNotKeepTheRequestBack) {
+    master.discard_late_sdo_answers(true);
+    driver.queue_result(-1);
+    answer_each({write_done});
+    EXPECT_EQ(master.sdo_write(5, 0x6040, 0, 1, 1), 0);
+}
+
+TEST_F(SdoReadSegment, LateAnswersAreDiscardedBeforeEachSegment) {
+    const ScriptedFrame stale(0x585, {0x10, 's', 't', 'a', 'l', 'e', '!', '!'});
+    const std::vector<Frames> answers = {
+        {sixteen_bytes}, {first_segment, stale}, {second_segment}, {last_segment}};
+    answer(answers);
+    EXPECT_EQ(read_segments(master, 100).data.substr(7, 7), "stale!!");
+    master.read_all_messages();
+    master.discard_late_sdo_answers(true);
+    answer(answers);
+    EXPECT_EQ(read_segments(master, 100).data, "abcdefghijklmnop");
+}
+
+TEST_F(SdoWriteSegment, LateAnswersAreDiscardedBeforeEachSegment) {
+    const ScriptedFrame stale_unknown(0x585, {0x43, 0x40, 0x60, 0});
+    answer({{write_done, stale_unknown}, {even_done, stale_unknown}, {odd_done}, {even_done}});
+    master.discard_late_sdo_answers(true);
+    EXPECT_EQ(write_segments(master, sixteen_letters), 0);
+    EXPECT_EQ(sent(driver), std::string(offer_sixteen) + send_first + send_second + send_last);
 }
 
 namespace {
