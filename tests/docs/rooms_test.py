@@ -10,7 +10,7 @@ sys.path.insert(0, os.path.join(markdown.ROOT, "script", "lib"))
 
 from draw import rooms  # noqa: E402
 
-APPLICATION, WIDGETS, LIBRARY, UTILITIES = "", "widgets", "nodevik", "nodevik/util"
+APPLICATION, WIDGETS, LIBRARY, UTILITIES, NODES = "", "widgets", "nodevik", "nodevik/util", "nodevik/nodes"
 VEHICLE, NODE = "simulator/vehicle", "simulator/node"
 
 
@@ -27,7 +27,8 @@ class Rooms(unittest.TestCase):
         self.assertGreater(edges[APPLICATION, UTILITIES], 0)
         for here, there in ((LIBRARY, "Qt"), (UTILITIES, "Qt"), (UTILITIES, LIBRARY), (LIBRARY, WIDGETS),
                             (LIBRARY, APPLICATION), (UTILITIES, APPLICATION), (WIDGETS, APPLICATION),
-                            (WIDGETS, LIBRARY), (WIDGETS, UTILITIES), (VEHICLE, "Qt"), (NODE, "Qt"),
+                            (WIDGETS, LIBRARY), (WIDGETS, UTILITIES), (LIBRARY, NODES), (UTILITIES, NODES), (NODES, "Qt"),
+                            (NODES, APPLICATION), (NODES, WIDGETS), (VEHICLE, "Qt"), (NODE, "Qt"),
                             (VEHICLE, APPLICATION), (NODE, APPLICATION), (VEHICLE, NODE), (NODE, VEHICLE)):
             self.assertEqual(edges[here, there], 0, f"{here} includes {there}")
 
