@@ -102,6 +102,12 @@ public:
     /// @return pointer into this driver, valid as long as it lives
     const canHandle* get_handle() const { return &h; }
 
+    /// Whether the frame that was fetched last was a remote request.
+    bool is_remote_request() const { return (flags & canMSG_RTR) != 0; }
+
+    /// Whether the frame that was fetched last had a 29-bit identifier.
+    bool is_extended() const { return read_frame_type != 0; }
+
     /// Reports a CANlib code with its text: "Kvaser Error Status = -2 (...)".
     void print_kvaser_error_text(canStatus status);
 

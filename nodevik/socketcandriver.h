@@ -183,6 +183,9 @@ public:
     /// are moved with read() and write() only.
     int get_socket() const { return bus_socket.get(); }
 
+    /// The same as get_socket(), by the name that it has in every driver that can be waited for.
+    int descriptor() const { return bus_socket.get(); }
+
 private:
     // A descriptor that is closed with its owner; -1 none.
     class Descriptor {

@@ -108,6 +108,9 @@ public:
     /// The sockets, to set the peer's address (set_client_destination_address) before the first write.
     udpserver& endpoint() { return u; }
 
+    /// The receiving socket, to be waited for with poll(2) together with others; -1 before the first open().
+    int descriptor() const { return u.server_socket() != 0 ? u.server_socket() : -1; }
+
 private:
     void prepare_stop();
 

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "nodevik/observeddriver.h"
 #include "tests/nodevik/canlibstandin.h"
 #include "tests/support/childprocess.h"
 
@@ -87,7 +88,7 @@ ChildResult with_open_driver(unsigned int debug, const std::function<int(Watched
     });
 }
 
-int read_once(KvaserDriver& driver) {
+int read_once(CANdriver& driver) {
     unsigned int id = 0;
     unsigned int length = 0;
     unsigned char data[8];
@@ -476,6 +477,33 @@ TEST_F(KvaserRead, FlagsTellTheIdentifierWidth) {
     standin().flags = canMSG_STD | canMSG_EXT;
     read_once(driver);
     EXPECT_EQ(driver.received_frame_type(), 1U);
+}
+
+TEST_F(KvaserRead, FlagsTellARemoteRequestAndAnObserverToo) {
+    struct : FrameObserver {
+        void frame_passed(const ObservedFrame& frame) override {
+            is_remote = frame.remote;
+            is_extended = frame.extended;
+        }
+        bool is_remote = false;
+        bool is_extended = false;
+    } observer;
+    KvaserDriver driver;
+    open_quietly(driver);
+    EXPECT_FALSE(driver.is_remote_request());
+    EXPECT_FALSE(driver.is_extended());
+    ObservedDriver front(driver);
+    front.add_observer(observer);
+    standin().flags = canMSG_STD | canMSG_RTR;
+    read_once(front);
+    EXPECT_TRUE(driver.is_remote_request());
+    EXPECT_TRUE(observer.is_remote);
+    EXPECT_FALSE(observer.is_extended);
+    standin().flags = canMSG_EXT;
+    read_once(front);
+    EXPECT_FALSE(observer.is_remote);
+    EXPECT_TRUE(driver.is_extended());
+    EXPECT_TRUE(observer.is_extended);
 }
 
 TEST_F(KvaserRead, FlagsTellTheWidthAlsoWithoutAFrame) {

@@ -16,6 +16,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "nodevik/observeddriver.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/scriptedcankernel.h"
 
@@ -175,6 +176,7 @@ TEST_F(SocketCan, OpensNothingWhenItIsBuilt) {
     EXPECT_EQ(driver.is_open(), 0);
     EXPECT_EQ(driver.get_debug(), 1U);
     EXPECT_EQ(driver.get_socket(), -1);
+    EXPECT_EQ(driver.descriptor(), -1);
     EXPECT_EQ(driver.receive_time_ns(), 0U);
     EXPECT_FALSE(driver.is_remote_request());
     EXPECT_FALSE(driver.is_extended());
@@ -189,6 +191,7 @@ TEST_F(SocketCanOpen, BindsARawSocketToTheInterfaceAndAsksForErrorsTimesAndOverr
                      "setsockopt(SO_TIMESTAMPNS, 1)", "setsockopt(SO_RXQ_OVFL, 1)", "bind(29, 7)"}));
     EXPECT_EQ(driver.is_open(), 1);
     EXPECT_EQ(driver.get_socket(), *can_kernel().descriptors.begin());
+    EXPECT_EQ(driver.descriptor(), driver.get_socket());
 }
 
 TEST_F(SocketCanOpen, PortIsTheNumberOfTheInterface) {
@@ -549,6 +552,33 @@ TEST_F(SocketCanRead, DeliversARemoteRequestWithItsLengthAndNoData) {
     EXPECT_EQ(fetched.length, 2U);
     EXPECT_EQ(fetched.data, no_data);
     EXPECT_TRUE(driver.is_remote_request());
+}
+
+TEST_F(SocketCanRead, AnObserverIsToldWhatTheKernelTells) {
+    struct : FrameObserver {
+        void frame_passed(const ObservedFrame& frame) override {
+            is_remote = frame.remote;
+            is_extended = frame.extended;
+            time_ns = frame.time_ns();
+        }
+        bool is_remote = false;
+        bool is_extended = false;
+        std::uint64_t time_ns = 0;
+    } observer;
+    SocketCanDriver driver;
+    open_quietly(driver);
+    ObservedDriver front(driver);
+    front.add_observer(observer);
+    can_kernel().put(0x701 | CAN_RTR_FLAG, {});
+    can_kernel().queue.back().time_ns = 1700000000000000005;
+    EXPECT_EQ(front.read_all(), 0);
+    EXPECT_TRUE(observer.is_remote);
+    EXPECT_FALSE(observer.is_extended);
+    EXPECT_EQ(observer.time_ns, 1700000000000000005U);
+    can_kernel().put(0x18FF0001 | CAN_EFF_FLAG, {});
+    EXPECT_EQ(front.read_all(), 0);
+    EXPECT_FALSE(observer.is_remote);
+    EXPECT_TRUE(observer.is_extended);
 }
 
 TEST_F(SocketCanRead, DeliversFramesInTheirOrder) {
