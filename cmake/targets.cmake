@@ -18,6 +18,19 @@ function(ohjauspaneeli_configure target)
     endif()
 endfunction()
 
+# The same for a library that is installed, as a static or a shared one. A shared one has the project's version and shows
+# what its headers declare with NODEVIK_EXPORT (nodevik/util/export.h), and nothing else.
+function(ohjauspaneeli_configure_library target)
+    ohjauspaneeli_configure(${target})
+    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+                                                $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
+                          CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+                          VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                          LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/library.map)
+    target_link_options(${target} PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/library.map)
+endfunction()
+
 # The same for a target that uses Qt, with Qt's strict options.
 function(ohjauspaneeli_configure_qt target)
     ohjauspaneeli_configure(${target})

@@ -21,13 +21,14 @@
 #define NODEVIK_CANDRIVER_H
 
 #include "nodevik/decoder.h"
+#include "nodevik/util/export.h"
 
 /// Abstract CAN driver, the base of every driver of the library.
 ///
 /// Each driver is a CDecoder too and can print the frames that it moves. The order of the virtual operations
 /// is part of the interface: destructor, set_typefilter and decode_message (both inherited), then as declared
 /// here.
-class CANdriver : public CDecoder {
+class NODEVIK_EXPORT CANdriver : public CDecoder {
 public:
     /// Constructs the driver closed: debug word 1, no payload, frame types 0.
     CANdriver();

@@ -18,6 +18,8 @@
 #ifndef NODEVIK_CANLIB_H
 #define NODEVIK_CANLIB_H
 
+#include "nodevik/util/export.h"
+
 /// A channel that is open; a negative value is a canStatus that tells why it could not be opened.
 using canHandle = int;
 
@@ -74,14 +76,14 @@ constexpr unsigned int canIOCTL_FLUSH_TX_BUFFER = 11;  ///< drops all frames tha
 /// @}
 
 /// Prepares the library: to be called before any other function; further calls do no harm.
-void canInitializeLibrary();
+NODEVIK_EXPORT void canInitializeLibrary();
 
 /// Opens a channel.
 ///
 /// @param channel  number of the channel, from 0
 /// @param flags    canOPEN flags
 /// @return the handle, or a negative error code
-canHandle canOpenChannel(int channel, int flags);
+NODEVIK_EXPORT canHandle canOpenChannel(int channel, int flags);
 
 /// Sets a channel's bit timing.
 ///
@@ -93,27 +95,28 @@ canHandle canOpenChannel(int channel, int flags);
 /// @param sjw       Synchronization Jump Width
 /// @param noSamp    number of sampling points
 /// @param syncmode  not used, 0
-canStatus canSetBusParams(canHandle handle, long freq, unsigned int tseg1, unsigned int tseg2,
-                          unsigned int sjw, unsigned int noSamp, unsigned int syncmode);
+NODEVIK_EXPORT canStatus canSetBusParams(canHandle handle, long freq, unsigned int tseg1, unsigned int tseg2,
+                                         unsigned int sjw, unsigned int noSamp, unsigned int syncmode);
 
 /// Reads a channel's bit timing; the parameters are those of canSetBusParams(), with the frequency in bit/s.
-canStatus canGetBusParams(canHandle handle, long* freq, unsigned int* tseg1, unsigned int* tseg2,
-                          unsigned int* sjw, unsigned int* noSamp, unsigned int* syncmode);
+NODEVIK_EXPORT canStatus canGetBusParams(canHandle handle, long* freq, unsigned int* tseg1,
+                                         unsigned int* tseg2, unsigned int* sjw, unsigned int* noSamp,
+                                         unsigned int* syncmode);
 
 /// Sets how a channel drives the bus.
 ///
 /// @param handle      the channel
 /// @param drivertype  canDRIVER_NORMAL or canDRIVER_SILENT
-canStatus canSetBusOutputControl(canHandle handle, unsigned int drivertype);
+NODEVIK_EXPORT canStatus canSetBusOutputControl(canHandle handle, unsigned int drivertype);
 
 /// Takes a channel on the bus.
-canStatus canBusOn(canHandle handle);
+NODEVIK_EXPORT canStatus canBusOn(canHandle handle);
 
 /// Takes a channel off the bus.
-canStatus canBusOff(canHandle handle);
+NODEVIK_EXPORT canStatus canBusOff(canHandle handle);
 
 /// Closes a channel.
-canStatus canClose(canHandle handle);
+NODEVIK_EXPORT canStatus canClose(canHandle handle);
 
 /// Fetches one frame without waiting.
 ///
@@ -124,14 +127,14 @@ canStatus canClose(canHandle handle);
 /// @param flag    receives the frame's canMSG flags
 /// @param time    receives the time of reception
 /// @return canOK, canERR_NOMSG, or another error code
-canStatus canRead(canHandle handle, long* id, void* msg, unsigned int* dlc, unsigned int* flag,
-                  unsigned long* time);
+NODEVIK_EXPORT canStatus canRead(canHandle handle, long* id, void* msg, unsigned int* dlc, unsigned int* flag,
+                                 unsigned long* time);
 
 /// The same as canRead(), but waits for a frame.
 ///
 /// @param timeout  longest wait in milliseconds
-canStatus canReadWait(canHandle handle, long* id, void* msg, unsigned int* dlc, unsigned int* flag,
-                      unsigned long* time, unsigned long timeout);
+NODEVIK_EXPORT canStatus canReadWait(canHandle handle, long* id, void* msg, unsigned int* dlc,
+                                     unsigned int* flag, unsigned long* time, unsigned long timeout);
 
 /// Puts one frame into a channel's queue of frames to be sent.
 ///
@@ -140,13 +143,13 @@ canStatus canReadWait(canHandle handle, long* id, void* msg, unsigned int* dlc, 
 /// @param msg     data
 /// @param dlc     number of bytes, 0 to 8
 /// @param flag    canMSG flags
-canStatus canWrite(canHandle handle, long id, void* msg, unsigned int dlc, unsigned int flag);
+NODEVIK_EXPORT canStatus canWrite(canHandle handle, long id, void* msg, unsigned int dlc, unsigned int flag);
 
 /// Reads a channel's status.
 ///
 /// @param handle  the channel
 /// @param flags   receives the canSTAT bits
-canStatus canReadStatus(canHandle handle, unsigned long* flags);
+NODEVIK_EXPORT canStatus canReadStatus(canHandle handle, unsigned long* flags);
 
 /// Reads a controller's error counters.
 ///
@@ -154,8 +157,8 @@ canStatus canReadStatus(canHandle handle, unsigned long* flags);
 /// @param txErr   receives the number of transmit errors
 /// @param rxErr   receives the number of receive errors
 /// @param ovErr   receives the number of overruns
-canStatus canReadErrorCounters(canHandle handle, unsigned int* txErr, unsigned int* rxErr,
-                               unsigned int* ovErr);
+NODEVIK_EXPORT canStatus canReadErrorCounters(canHandle handle, unsigned int* txErr, unsigned int* rxErr,
+                                              unsigned int* ovErr);
 
 /// Performs one of the special functions on a channel.
 ///
@@ -163,13 +166,13 @@ canStatus canReadErrorCounters(canHandle handle, unsigned int* txErr, unsigned i
 /// @param func    canIOCTL number
 /// @param buf     what the function needs, may be null
 /// @param buflen  number of bytes at @p buf
-canStatus canIoCtl(canHandle handle, unsigned int func, void* buf, unsigned int buflen);
+NODEVIK_EXPORT canStatus canIoCtl(canHandle handle, unsigned int func, void* buf, unsigned int buflen);
 
 /// Puts an error code into words.
 ///
 /// @param err     the code
 /// @param buf     receives the text, cut to its size, with a terminating zero
 /// @param bufsiz  number of bytes at @p buf
-canStatus canGetErrorText(canStatus err, char* buf, unsigned int bufsiz);
+NODEVIK_EXPORT canStatus canGetErrorText(canStatus err, char* buf, unsigned int bufsiz);
 
 #endif

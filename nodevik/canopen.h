@@ -38,6 +38,7 @@
 #include "nodevik/candriver.h"
 #include "nodevik/decoder.h"
 #include "nodevik/pdo.h"
+#include "nodevik/util/export.h"
 #include "nodevik/util/vt100.h"
 
 /// A CANopen master on one CAN driver.
@@ -46,7 +47,7 @@
 /// they have to outlive the master's use of them, and the master never copies or deletes them.
 ///
 /// No memory is allocated after construction. One thread uses a master at a time; there are no locks.
-class CCANopen : public CDecoder, public VT100 {
+class NODEVIK_EXPORT CCANopen : public CDecoder, public VT100 {
 public:
     /// Builds a master without a driver and with empty lists of 512 places each. The debug word is 1, and
     /// every type of message is shown.

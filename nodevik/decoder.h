@@ -27,6 +27,8 @@
 #include <cstdint>
 #include <fstream>
 
+#include "nodevik/util/export.h"
+
 /// Kinds of frames, the bits of a type filter. Kinds may be or-ed together.
 enum decoder_messagetypes : uint32_t {
     D_NMT = 1,         ///< network management commands
@@ -42,7 +44,7 @@ enum decoder_messagetypes : uint32_t {
 ///
 /// This class prints a raw dump of every frame; a derived class overrides decode_message() with an
 /// interpretation of its own and may honour the type filter there.
-class CDecoder {
+class NODEVIK_EXPORT CDecoder {
 public:
     /// A function that is handed a finished line.
     using message_callback = void (*)(const char* line);

@@ -30,6 +30,8 @@
 
 #include <atomic>
 
+#include "nodevik/util/export.h"
+
 /// Key codes: K_<name> has the value of the kernel's KEY_<name>. Three names differ from the kernel's: K_ND
 /// is the second backslash key of a 102-key keyboard, K_KFILE and K_HP stand for KEY_FILE and KEY_HP.
 enum keymap {
@@ -270,9 +272,9 @@ enum keymap {
 /// @name Mouse buttons
 /// Set to 1 by a press of the left, right and middle button; a release does not reset them.
 /// @{
-extern std::atomic<int> evmlbutton;  ///< the left button
-extern std::atomic<int> evmrbutton;  ///< the right button
-extern std::atomic<int> evmmbutton;  ///< the middle button
+NODEVIK_EXPORT extern std::atomic<int> evmlbutton;  ///< the left button
+NODEVIK_EXPORT extern std::atomic<int> evmrbutton;  ///< the right button
+NODEVIK_EXPORT extern std::atomic<int> evmmbutton;  ///< the middle button
 /// @}
 
 /// Finds and opens the input devices, prints what each can do and starts the reader.
@@ -285,64 +287,64 @@ extern std::atomic<int> evmmbutton;  ///< the middle button
 ///
 /// A device that does not answer is reported on standard error, headed by "evdev ioctl", and left out. Ends
 /// the process with status 1 when atexit(3) fails.
-void eventinit();
+NODEVIK_EXPORT void eventinit();
 
 /// Undoes eventinit(): switches the lamps off, closes the devices, puts the terminal in order and ends the
 /// reader.
 ///
 /// A reader that cannot be cancelled is reported on standard error, headed by "pthread_cancel".
-void eventclose();
+NODEVIK_EXPORT void eventclose();
 
 /// Switches the terminal's echo and cursor off, drops what was typed, and has key presses recorded.
 ///
 /// @see tcsetattr(3)
-void eventenable();
+NODEVIK_EXPORT void eventenable();
 
 /// Stops the recording of key presses, and switches the terminal's echo, line editing and cursor on. Releases
 /// are still recorded.
-void eventdisable();
+NODEVIK_EXPORT void eventdisable();
 
 /// Tells whether a key is down now.
 ///
 /// @param k  key
 /// @return 1 while it is down, else 0
-int key(keymap k);
+NODEVIK_EXPORT int key(keymap k);
 
 /// The same by key code, 0 to 255.
-int key(unsigned char c);
+NODEVIK_EXPORT int key(unsigned char c);
 
 /// Tells whether a key was pressed; reports each press once, however long the key is held.
 ///
 /// @param k  key
 /// @return 1 if a press happened that was not yet reported, else 0
-int keydown(keymap k);
+NODEVIK_EXPORT int keydown(keymap k);
 
 /// The same by key code, 0 to 255.
-int keydown(unsigned char c);
+NODEVIK_EXPORT int keydown(unsigned char c);
 
 /// Tells whether a key was released; reports each release once.
 ///
 /// @param k  key
 /// @return 1 if a release happened that was not yet reported, else 0
-int keyup(keymap k);
+NODEVIK_EXPORT int keyup(keymap k);
 
 /// The same by key code, 0 to 255.
-int keyup(unsigned char c);
+NODEVIK_EXPORT int keyup(unsigned char c);
 
 /// Sum of the mouse's motion to the right, in the device's units.
-int getmousex();
+NODEVIK_EXPORT int getmousex();
 
 /// Sum of the mouse's motion downwards, in the device's units.
-int getmousey();
+NODEVIK_EXPORT int getmousey();
 
 /// Sum of the mouse wheel's steps.
-int getmousewheel();
+NODEVIK_EXPORT int getmousewheel();
 
 /// Sets the motion sums; the wheel's sum stays.
 ///
 /// @param x  new sum to the right
 /// @param y  new sum downwards
-void resetmousepos(int x, int y);
+NODEVIK_EXPORT void resetmousepos(int x, int y);
 
 /// Switches the keyboard's lamps: writes one event for each lamp that is to change.
 ///
@@ -350,26 +352,26 @@ void resetmousepos(int x, int y);
 /// written.
 ///
 /// @param mask  bit 0 Num Lock, bit 1 Caps Lock, bit 2 Scroll Lock, bit 3 Compose
-void setled(unsigned int mask);
+NODEVIK_EXPORT void setled(unsigned int mask);
 
 /// Reads the keyboard's lamps as the device last reported them.
 ///
 /// @param[out] mask  bits as in setled()
-void getled(unsigned int& mask);
+NODEVIK_EXPORT void getled(unsigned int& mask);
 
 /// Toggles lamps.
 ///
 /// @param mask  the lamps to toggle, bits as in setled()
-void negled(unsigned int mask);
+NODEVIK_EXPORT void negled(unsigned int mask);
 
 /// Chooses what is traced.
 ///
 /// @param mode  bit value 1: every event is printed
-void eventdebugmode(unsigned int mode);
+NODEVIK_EXPORT void eventdebugmode(unsigned int mode);
 
 /// Remembers a function that the signal handler calls before the process ends.
 ///
 /// @param f  the function, or null for none
-void register_signal_exit(void (*f)());
+NODEVIK_EXPORT void register_signal_exit(void (*f)());
 
 #endif

@@ -26,9 +26,10 @@
 
 #include "nodevik/candriver.h"
 #include "nodevik/canlib.h"
+#include "nodevik/util/export.h"
 
 /// A CAN driver over one channel of a Kvaser interface.
-class KvaserDriver : public CANdriver {
+class NODEVIK_EXPORT KvaserDriver : public CANdriver {
 public:
     /// Builds the driver; nothing is opened.
     KvaserDriver();

@@ -25,6 +25,7 @@
 #include <cstdint>
 
 #include "nodevik/pdo.h"
+#include "nodevik/util/export.h"
 
 /// How a PDO is transmitted (CiA 301, objects 1400h and 1800h onwards).
 struct pdo_communication_parameters {
@@ -79,7 +80,7 @@ struct pdo_information {
 };
 
 /// A table of 512 TPDOs and 512 RPDOs with their variables, and a first generic access to objects.
-class CObjectDictionary {
+class NODEVIK_EXPORT CObjectDictionary {
 public:
     /// The mapping types are those of PDO.
     using maptype = PDO::maptype;

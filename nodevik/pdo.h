@@ -34,6 +34,8 @@
 #include <concepts>
 #include <cstdint>
 
+#include "nodevik/util/export.h"
+
 /// The dictionary side of a PDO: what is saved to and loaded from the node.
 struct PDO_object_information {
     int transmission_type = 0;  ///< CiA 301, object 1800h, subindex 2: e.g. 1 for "with every SYNC"
@@ -59,7 +61,7 @@ concept pdo_bit_variable = std::same_as<T, bool> || pdo_byte_variable<T>;
 /// A master that receives keeps an index of its PDOs by COB-ID. The COB-ID is a public field that may change
 /// at any time; the count tells the master that its index is out of date, without a look at every PDO for
 /// every frame.
-class pdo_cobid {
+class NODEVIK_EXPORT pdo_cobid {
 public:
     /// 0, which is no valid COB-ID.
     pdo_cobid() = default;
@@ -116,7 +118,7 @@ private:
 /// A process data object with up to 64 mapped variables.
 ///
 /// The mapped variables belong to the application and have to live as long as the PDO is in use.
-class PDO {
+class NODEVIK_EXPORT PDO {
 public:
     /// How a variable is tied to the data. The bit types differ in the variable's width only: each takes one
     /// bit.

@@ -48,13 +48,14 @@
 #include <cstdint>
 
 #include "nodevik/candriver.h"
+#include "nodevik/util/export.h"
 
 struct can_frame;
 struct can_link;
 struct msghdr;
 
 /// A CAN driver over a SocketCAN interface.
-class SocketCanDriver : public CANdriver {
+class NODEVIK_EXPORT SocketCanDriver : public CANdriver {
 public:
     /// Opens nothing.
     SocketCanDriver();

@@ -24,10 +24,11 @@
 #include <array>
 
 #include "nodevik/candriver.h"
+#include "nodevik/util/export.h"
 #include "nodevik/util/udpserver.h"
 
 /// CAN frames over UDP. Decodes no frame and counts no errors; one thread per driver.
-class udpDriver : public CANdriver {
+class NODEVIK_EXPORT udpDriver : public CANdriver {
 public:
     /// Opens nothing.
     udpDriver() = default;

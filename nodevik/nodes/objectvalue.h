@@ -24,6 +24,8 @@
 #include <string_view>
 #include <vector>
 
+#include "nodevik/util/export.h"
+
 /// A value as it travels.
 using ObjectBytes = std::vector<std::uint8_t>;
 
@@ -60,32 +62,32 @@ enum class ObjectDataType : std::uint16_t {
 /// The data type of a number in a dictionary or an EDS file.
 /// @param number  data type as CiA 301 numbers it
 /// @return none for a number that is no type of a value
-ObjectDataType object_data_type(unsigned int number);
+NODEVIK_EXPORT ObjectDataType object_data_type(unsigned int number);
 
 /// The data type of a name.
 /// @param name  "UNSIGNED32", or short: bool, u8 to u64, i8 to i64, r32, r64, str, oct, uni, time, diff, domain; in any
 ///              case
 /// @return none for any other name
-ObjectDataType object_data_type(std::string_view name);
+NODEVIK_EXPORT ObjectDataType object_data_type(std::string_view name);
 
 /// The name of a data type as CiA 301 writes it, "UNSIGNED32"; "NONE" for none.
-const char* object_type_name(ObjectDataType type);
+NODEVIK_EXPORT const char* object_type_name(ObjectDataType type);
 
 /// The short name of a data type, "u32"; "none" for none.
-const char* object_type_short_name(ObjectDataType type);
+NODEVIK_EXPORT const char* object_type_short_name(ObjectDataType type);
 
 /// The size of a value in bytes.
 /// @return 1 to 8; 0 for strings, domains and none, which have no size of their own
-std::size_t object_size(ObjectDataType type);
+NODEVIK_EXPORT std::size_t object_size(ObjectDataType type);
 
 /// Tells whether values of a type are whole numbers that can be negative.
-bool object_is_signed(ObjectDataType type);
+NODEVIK_EXPORT bool object_is_signed(ObjectDataType type);
 
 /// Tells whether values of a type are whole numbers; a BOOLEAN is one.
-bool object_is_integer(ObjectDataType type);
+NODEVIK_EXPORT bool object_is_integer(ObjectDataType type);
 
 /// Tells whether values of a type are REAL32 or REAL64.
-bool object_is_real(ObjectDataType type);
+NODEVIK_EXPORT bool object_is_real(ObjectDataType type);
 
 /// What became of a text.
 struct ObjectParse {
@@ -107,10 +109,10 @@ struct ObjectParse {
 /// @param text     the text, UTF-8
 /// @param node_id  node number, 1 to 127; 0 when it is not known: then a text with `$NODEID` makes no value
 /// @return the value, or why there is none
-ObjectParse parse_object(ObjectDataType type, std::string_view text, unsigned int node_id = 0);
+NODEVIK_EXPORT ObjectParse parse_object(ObjectDataType type, std::string_view text, unsigned int node_id = 0);
 
 /// Tells whether a text speaks of the node's number, `$NODEID` in any case.
-bool object_text_has_node_id(std::string_view text);
+NODEVIK_EXPORT bool object_text_has_node_id(std::string_view text);
 
 /// Makes a text of a value; parse_object() makes the same value of it.
 ///
@@ -123,7 +125,7 @@ bool object_text_has_node_id(std::string_view text);
 /// @param bytes  the value
 /// @param size   number of its bytes
 /// @return the text in UTF-8; empty for no bytes
-std::string format_object(ObjectDataType type, const std::uint8_t* bytes, std::size_t size);
+NODEVIK_EXPORT std::string format_object(ObjectDataType type, const std::uint8_t* bytes, std::size_t size);
 
 /// Makes a text of a value.
 /// @see format_object
@@ -133,6 +135,6 @@ inline std::string format_object(ObjectDataType type, const ObjectBytes& bytes) 
 
 /// Compares two values of a type: numbers by size, all else byte by byte.
 /// @return negative, 0 or positive as @p left is less, the same or more; REAL that is no number is the same as any
-int compare_objects(ObjectDataType type, const ObjectBytes& left, const ObjectBytes& right);
+NODEVIK_EXPORT int compare_objects(ObjectDataType type, const ObjectBytes& left, const ObjectBytes& right);
 
 #endif

@@ -37,6 +37,8 @@
 
 #include <cstdint>
 
+#include "nodevik/util/export.h"
+
 /// Longest name, in characters, that fits one record.
 constexpr unsigned int MEASURENAME_MAX = 14;
 
@@ -152,7 +154,7 @@ static_assert(sizeof(ProtocolMessage) == 20);
 /// Every addmsg operation appends one record (a long name several). A batch holds at most 89: one more fails
 /// the assertion "messagesize < 89" and ends the process. Call resetmessage() before the first record and
 /// after sending.
-class CClientFunctions {
+class NODEVIK_EXPORT CClientFunctions {
 public:
     /// Adds a sample to a curve.
     ///

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "nodevik/util/export.h"
+
 /// Which entries dir::getnext() and dir::ls() let pass.
 enum typefilter : unsigned int {
     tf_none = 0,    ///< every entry
@@ -28,7 +30,7 @@ enum typefilter : unsigned int {
 /// vanished) has the mode 0, which only #tf_none lets pass.
 ///
 /// @note Reading a directory makes it the working directory of the whole process, which every thread sees.
-class dir {
+class NODEVIK_EXPORT dir {
 public:
     /// An empty listing of ".".
     dir();

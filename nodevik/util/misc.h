@@ -18,17 +18,19 @@
 #ifndef NODEVIK_UTIL_MISC_H
 #define NODEVIK_UTIL_MISC_H
 
+#include "nodevik/util/export.h"
+
 /// Reads the monotonic clock in milliseconds.
 ///
 /// @return seconds * 1000 + nanoseconds / 1000000, modulo 2^32 (wraps after about 49 days of uptime)
 /// @see clock_gettime(2), CLOCK_MONOTONIC
-unsigned int get_m_time();
+NODEVIK_EXPORT unsigned int get_m_time();
 
 /// Reads the monotonic clock in microseconds.
 ///
 /// @return seconds * 1000000 + nanoseconds / 1000, modulo 2^32 (wraps after about 71 minutes of uptime)
 /// @see clock_gettime(2), CLOCK_MONOTONIC
-unsigned int get_u_time();
+NODEVIK_EXPORT unsigned int get_u_time();
 
 /// Counts passes: true on every @p n-th call for a counter.
 ///
@@ -38,13 +40,13 @@ unsigned int get_u_time();
 ///              negative number passes that test and stands for its low five bits.
 /// @param n     calls per period
 /// @return 1 when the period is full, else 0; 0 for a number that is too large
-int timecount(int loop, int n);
+NODEVIK_EXPORT int timecount(int loop, int n);
 
 /// Starts the period of a counter anew: the next timecount() takes its n afresh.
 ///
 /// @param loop  number of the counter, 0 to 31; 32 and above print "resettimecount: loopnumber is too large".
 ///              A negative number passes that test and stands for its low five bits.
-void resettimecount(int loop);
+NODEVIK_EXPORT void resettimecount(int loop);
 
 /// Keeps a time-out without blocking: arms itself on the first call and is true once when the time is up.
 ///
@@ -56,13 +58,13 @@ void resettimecount(int loop);
 /// @param number  number of the deadline, 0 to 31; others print "timedelay: delaynumber is too large"
 /// @param ms      time-out in milliseconds, taken when the deadline is armed
 /// @return 1 when the time is up (the next call arms it again), else 0; 0 for a bad number
-int timedelay(unsigned int number, unsigned int ms);
+NODEVIK_EXPORT int timedelay(unsigned int number, unsigned int ms);
 
 /// Disarms a deadline: the next timedelay() arms it anew.
 ///
 /// @param number  number of the deadline, 0 to 31; 32 and above print "resettimedelay: delaynumber is too
 ///                large". A negative number passes that test and stands for its low five bits.
-void resettimedelay(int number);
+NODEVIK_EXPORT void resettimedelay(int number);
 
 /// Puts the calling process under realtime scheduling (SCHED_FIFO).
 ///
@@ -70,6 +72,6 @@ void resettimedelay(int number);
 /// @return 0, or -1 after printing the system's error on standard error, headed by "Error -
 ///         sched_setscheduler()"
 /// @see sched_setscheduler(2); needs root, CAP_SYS_NICE or a limit RLIMIT_RTPRIO
-int set_realtime_schduling(int below_max);
+NODEVIK_EXPORT int set_realtime_schduling(int below_max);
 
 #endif

@@ -30,6 +30,8 @@
 #include <string_view>
 #include <vector>
 
+#include "nodevik/util/export.h"
+
 /// A serial line with its receive buffer.
 ///
 /// Life: closed, `open`, `close`, closed. The destructor closes an open line too, but leaves the device with
@@ -37,7 +39,7 @@
 ///
 /// One thread at a time reads and writes. The descriptor is atomic, so that another thread may open and close
 /// the line as long as the two agree on when: @see ControlThread.
-class serial {
+class NODEVIK_EXPORT serial {
 public:
     /// A closed line with buffers of 100 bytes.
     serial();

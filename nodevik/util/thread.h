@@ -8,13 +8,15 @@
 
 #include <atomic>
 
+#include "nodevik/util/export.h"
+
 /// One POSIX thread.
 ///
 /// Derive and override run(), or hand one of the other create() forms a function. The object must outlive the
 /// thread: destroying it neither joins nor cancels a running thread. An object starts one thread at a time.
 ///
 /// @see pthreads(7)
-class thread {
+class NODEVIK_EXPORT thread {
 public:
     thread() = default;
     /// Leaves a running thread alone.

@@ -30,10 +30,12 @@
 #include <csignal>
 #include <ctime>
 
+#include "nodevik/util/export.h"
+
 /// A timer on CLOCK_MONOTONIC. All times are microseconds, 0 to 2^32 - 1 (about 71 minutes).
 ///
 /// @see timer_create(2), timer_settime(2), sigwaitinfo(2)
-class timer {
+class NODEVIK_EXPORT timer {
 public:
     /// Reads and prints the clock's resolution: "Clock resolution %li sec %li nsec\n". No system timer exists
     /// yet.
@@ -133,6 +135,6 @@ private:
 };
 
 /// A signal handler that does nothing, for timer::set_sigfunction().
-void func(int signal, siginfo_t* info, void* context);
+NODEVIK_EXPORT void func(int signal, siginfo_t* info, void* context);
 
 #endif

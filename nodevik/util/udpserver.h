@@ -23,6 +23,8 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include "nodevik/util/export.h"
+
 /// A bound socket that receives and an unbound one that sends, each with a remembered destination.
 ///
 /// Addresses are given as four octets a.b.c.d, most significant first, and a port in host order (0 to 65535).
@@ -33,7 +35,7 @@
 /// signal number, may find that several datagrams came under one signal, and is expected to call the
 /// non-blocking receive until that returns 0. Handlers belong to the whole process: of two objects that
 /// install one, the later installation serves both.
-class udpserver {
+class NODEVIK_EXPORT udpserver {
 public:
     /// A handler of signal-driven input; it receives the signal's number.
     using signal_handler = void (*)(int);

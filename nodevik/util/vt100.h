@@ -16,9 +16,11 @@
 #ifndef NODEVIK_UTIL_VT100_H
 #define NODEVIK_UTIL_VT100_H
 
+#include "nodevik/util/export.h"
+
 /// Prints terminal control sequences. It has no data: its functions can be called with or without an object,
 /// and a class derives from it to have them at hand.
-class VT100 {
+class NODEVIK_EXPORT VT100 {
 public:
     /// Sets attribute, foreground and background: "\033[%hhu;%hhu;%um" with @p a, @p f + 30 and @p b + 40.
     ///
