@@ -118,6 +118,7 @@ int main(int argc, char** argv) {
     driver.open(request->master_port, 0, 0);
     driver.endpoint().set_client_destination_address(127, 0, 0, 1, request->node_port);
     master.load_driver(driver);
+    master.discard_late_sdo_answers(true);
 
     master.set_preoperational(request->node);  // a stopped node answers no SDO
     if (request->operation == "list") {

@@ -142,6 +142,7 @@ int main(int argc, char** argv) {
     driver.endpoint().set_client_destination_address(127, 0, 0, 1, transfer->node_port);
     master.load_driver(driver);
     master.set_debug(2);  // report silence, and come back from every error
+    master.discard_late_sdo_answers(true);
 
     master.set_preoperational(static_cast<unsigned char>(transfer->node));  // a stopped node answers no SDO
     const int result = transfer->write ? write_object(master, *transfer) : read_object(master, *transfer);

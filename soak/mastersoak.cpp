@@ -126,6 +126,7 @@ MasterSoak::MasterSoak(const MasterOptions& options)
         std::vector<std::string>{"--foreign", foreign_percent, "--seed", std::to_string(options.seed)});
     master_.load_driver(driver_);
     master_.set_debug(0);
+    master_.discard_late_sdo_answers(true);
     for (const unsigned number : node_numbers) {
         Node& node = *nodes_.emplace_back(std::make_unique<Node>(number));
         master_.add_rpdo(node.digital_out);

@@ -105,6 +105,18 @@ protected:
         return logged(end) == count;
     }
 
+    // Reads an input of node 1 whose first answer is late, so that the master asks again, and waits until all
+    // answers have been sent: those that the read did not need wait in the driver's queue.
+    void read_with_a_late_answer() {
+        ASSERT_EQ(nodes->command("faults 0 100 0 0 1"), "ok");
+        int value = -1;
+        ASSERT_EQ(master.sdo_read(1, 0x6000, 1, value), 0);
+        ASSERT_EQ(value, 0);
+        const long requests = logged("in  601 8 40 00 60 01 00 00 00 00");
+        ASSERT_GE(requests, 2);
+        ASSERT_TRUE(wait_for_log("out 581 8 4f 00 60 01 00 00 00 00", requests));
+    }
+
     udpDriver driver;
     CCANopen master;
     std::unique_ptr<NodeProcess> nodes;
@@ -417,6 +429,25 @@ TEST_F(Conversation, LateAnswersAreStillAccepted) {
     int value = 0;
     EXPECT_EQ(master.sdo_read(1, 0x1000, 0, value), 0);
     EXPECT_EQ(value, 0x000F0191);
+}
+
+TEST_F(Conversation, ALateAnswerIsTakenByTheNextRead) {
+    start_booted_node();
+    read_with_a_late_answer();
+    EXPECT_EQ(nodes->command("input 1 1 0x55"), "ok");
+    int value = -1;
+    EXPECT_EQ(master.sdo_read(1, 0x6000, 1, value), 0);
+    EXPECT_EQ(value, 0);
+}
+
+TEST_F(Conversation, ALateAnswerCanBeDiscarded) {
+    start_booted_node();
+    master.discard_late_sdo_answers(true);
+    read_with_a_late_answer();
+    EXPECT_EQ(nodes->command("input 1 1 0x55"), "ok");
+    int value = -1;
+    EXPECT_EQ(master.sdo_read(1, 0x6000, 1, value), 0);
+    EXPECT_EQ(value, 0x55);
 }
 
 TEST_F(Conversation, AnEmergencyComesOnDemand) {
