@@ -281,6 +281,7 @@ int SocketCanDriver::open_interface(const char* interface, unsigned int speed, u
         std::printf("socketCanDriver::open() - Trying to open CAN interface %s with %s-bit mode\n", interface,
                     can_driver::identifier_bits(frame_type));
     }
+    handed_out = received_kinds();
     if (!adopt_name(interface) || !open_sockets() || !bind_to_interface() || !check_link(speed)) {
         close();
         exit_if_fatal();
@@ -303,7 +304,13 @@ bool SocketCanDriver::adopt_name(const char* interface) {
     return true;
 }
 
-/// Opens the sockets and chooses what the frames' socket delivers: error frames, time stamps, overruns.
+/// The kinds of frames that the driver hands out, by the mode and what the program has asked for.
+unsigned int SocketCanDriver::received_kinds() const {
+    return more_kinds | (frame_type != 0 ? remote_requests | extended_frames : 0U);
+}
+
+/// Opens the sockets and chooses what the frames' socket delivers: frames of the kinds that are handed out,
+/// error frames, time stamps, overruns.
 bool SocketCanDriver::open_sockets() {
     bus_socket.reset(socket(AF_CAN, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, CAN_RAW));
     if (bus_socket.get() < 0) {
@@ -311,7 +318,12 @@ bool SocketCanDriver::open_sockets() {
     }
     constexpr can_err_mask_t every_error = CAN_ERR_MASK;
     constexpr int on = 1;
-    if (!set_option(bus_socket.get(), SOL_CAN_RAW, CAN_RAW_ERR_FILTER, every_error) ||
+    // A frame passes whose bits of the mask are those of the identifier.
+    can_filter kinds{};
+    kinds.can_mask |= (handed_out & extended_frames) == 0 ? CAN_EFF_FLAG : 0;
+    kinds.can_mask |= (handed_out & remote_requests) == 0 ? CAN_RTR_FLAG : 0;
+    if (!set_option(bus_socket.get(), SOL_CAN_RAW, CAN_RAW_FILTER, kinds) ||
+        !set_option(bus_socket.get(), SOL_CAN_RAW, CAN_RAW_ERR_FILTER, every_error) ||
         !set_option(bus_socket.get(), SOL_SOCKET, SO_TIMESTAMPNS, on) ||
         !set_option(bus_socket.get(), SOL_SOCKET, SO_RXQ_OVFL, on)) {
         return open_failed("setsockopt() : ", explain(errno, socket_errors));
@@ -383,7 +395,7 @@ bool SocketCanDriver::open_failed(const char* step, const char* pattern) const {
     return false;
 }
 
-/// Fetches the next data frame or remote request; see read() for the results.
+/// Fetches the next frame of a kind that is handed out; see read() for the results.
 int SocketCanDriver::fetch(unsigned int& ID, unsigned int& length, unsigned char* data) {
     for (;;) {
         can_frame frame{};
@@ -402,13 +414,18 @@ int SocketCanDriver::fetch(unsigned int& ID, unsigned int& length, unsigned char
             return fetch_failed(errno);
         }
         const bool is_error = (frame.can_id & CAN_ERR_FLAG) != 0;
-        note_control(message, is_error);
-        if (!is_error) {
+        const bool is_handed_out = !is_error || (handed_out & error_frames) != 0;
+        note_control(message, is_handed_out);
+        const bool bus_off = is_error && (frame.can_id & CAN_ERR_BUSOFF) != 0;
+        if (is_error) {
+            note_error_frame(frame);
+        }
+        const int result = bus_off ? enter(Condition::bus_off) : 1;
+        if (is_handed_out) {
             return take(frame, ID, length, data);
         }
-        note_error_frame(frame);
-        if ((frame.can_id & CAN_ERR_BUSOFF) != 0) {
-            return enter(Condition::bus_off);
+        if (bus_off) {
+            return result;
         }
     }
 }
@@ -416,29 +433,30 @@ int SocketCanDriver::fetch(unsigned int& ID, unsigned int& length, unsigned char
 /// Hands a frame over.
 int SocketCanDriver::take(const can_frame& frame, unsigned int& ID, unsigned int& length,
                           unsigned char* data) {
-    const bool extended = (frame.can_id & CAN_EFF_FLAG) != 0;
-    remote_request = (frame.can_id & CAN_RTR_FLAG) != 0;
+    error_frame = (frame.can_id & CAN_ERR_FLAG) != 0;
+    const bool extended = !error_frame && (frame.can_id & CAN_EFF_FLAG) != 0;
+    remote_request = !error_frame && (frame.can_id & CAN_RTR_FLAG) != 0;
     read_frame_type = extended ? 1 : 0;
-    ID = frame.can_id & (extended ? CAN_EFF_MASK : CAN_SFF_MASK);
+    ID = frame.can_id & (extended || error_frame ? CAN_EFF_MASK : CAN_SFF_MASK);
     length = std::min<unsigned int>(frame.can_dlc, can_driver::frame_size);
     if (!remote_request) {
         std::copy_n(std::begin(frame.data), length, data);
     }
     std::copy_n(data, can_driver::frame_size, std::begin(candata));
-    if (has_debug(can_driver::debug_trace_received)) {
+    if (has_debug(can_driver::debug_trace_received) && !error_frame) {
         trace(ID, length, " [R]");
     }
     return 0;
 }
 
 /// Notes what the kernel tells beside a frame: when it came, and how many were dropped until now.
-void SocketCanDriver::note_control(msghdr& message, bool is_error) {
+void SocketCanDriver::note_control(msghdr& message, bool is_handed_out) {
     for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
          header = CMSG_NXTHDR(&message, header)) {
         if (header->cmsg_level != SOL_SOCKET) {
             continue;
         }
-        if (header->cmsg_type == SCM_TIMESTAMPNS && !is_error) {
+        if (header->cmsg_type == SCM_TIMESTAMPNS && is_handed_out) {
             const auto time = load<timespec>(header);
             timestamp = static_cast<unsigned long>(time.tv_sec) * nanoseconds_per_second +
                         static_cast<unsigned long>(time.tv_nsec);

@@ -24,9 +24,21 @@
 ///     driver.open("can0", 0, false);                     # or open(500000, 0, 0, false): and at this rate
 ///     master.load_driver(driver);
 ///
+/// A driver with 11-bit identifiers, as a CANopen master wants it, hands out the data frames that have them and
+/// nothing else: CANdriver::read() cannot tell a remote request, or a frame with a 29-bit identifier, from
+/// them, and a master would take the one for data and the other for a node's. The kernel keeps both away
+/// (CAN_RAW_FILTER, can.rst 4.1.1). A program that listens to everything says so before it opens, and asks
+/// after each frame what it was:
+///
+///     driver.receive_also(SocketCanDriver::every_kind);
+///     driver.open("can0", 0, true);
+///     while (driver.read_wait(id, length, data, -1) == 0) {
+///         if (driver.is_error_frame()) ...               # is_remote_request(), is_extended()
+///     }
+///
 /// What goes wrong on the bus comes as error frames, in order between the others. read() and read_wait() take
-/// them out: they feed the error counters and tell when the controller has gone bus-off. Nothing is learned
-/// without reading.
+/// them out, unless they are asked for: they feed the error counters and tell when the controller has gone
+/// bus-off. Nothing is learned without reading.
 ///
 /// Failures are reported on standard output with show_error(): what could not be done, then what has happened
 /// and what to do about it. The debug word (CANdriver::set_debug()) selects what else happens, by bit value:
@@ -57,11 +69,25 @@ struct msghdr;
 /// A CAN driver over a SocketCAN interface.
 class NODEVIK_EXPORT SocketCanDriver : public CANdriver {
 public:
+    /// Kinds of frames beside data frames with 11-bit identifiers; they may be or-ed together.
+    enum frame_kinds : unsigned int {
+        remote_requests = 1,  ///< remote requests, with identifiers of the widths that are received
+        extended_frames = 2,  ///< frames with 29-bit identifiers
+        error_frames = 4,     ///< what the controller tells about the bus, see read()
+        every_kind = 7        ///< all of them
+    };
+
     /// Opens nothing.
     SocketCanDriver();
 
     /// Closes the socket if it is open. Nothing is sent.
     ~SocketCanDriver() override;
+
+    /// Chooses what read() and read_wait() hand out beside what the mode of open() has them hand out. It
+    /// counts from the next open() on, for that one and all later ones.
+    ///
+    /// @param kinds  set of frame_kinds bits; 0, the state of a new driver, for nothing more
+    void receive_also(unsigned int kinds) { more_kinds = kinds; }
 
     /// Opens the interface "can<port>", if it runs at the given bit rate.
     ///
@@ -71,8 +97,7 @@ public:
     /// An interface without a bit rate, such as a virtual one, has nothing to compare.
     ///
     /// @param speed   bit rate in bit/s that the interface must have; 0 takes the interface as it is
-    /// @param mode    identifiers of the frames to be sent: 0 for 11 bits, others (1) for 29 bits; both kinds
-    ///                are received in either mode
+    /// @param mode    identifiers: 0 for 11 bits, others (1) for 29 bits; see the three-argument open()
     /// @param port    number of the interface: 0 for "can0"
     /// @param silent  see the three-argument open()
     /// @retval 0   the driver is open
@@ -92,8 +117,9 @@ public:
     ///
     /// @param interface  name of the interface, 1 to 15 characters; reports go on to use it if the interface
     ///                   is renamed
-    /// @param mode       identifiers of the frames to be sent: 0 for 11 bits, others (1) for 29 bits; both
-    ///                   kinds are received in either mode
+    /// @param mode       identifiers. 0: frames are sent with 11 bits, and data frames with 11 bits are
+    ///                   received. Others (1): frames are sent with 29 bits, and data frames and remote
+    ///                   requests of both widths are received. receive_also() adds to what is received
     /// @param silent     true to send nothing
     /// @retval 0   the driver is open
     /// @retval -1  it is not; the reason has been reported
@@ -108,6 +134,10 @@ public:
     /// Error frames on the way are taken out, see the file's description. After a remote request @p length is
     /// the length that is asked for and @p data stays cleared; is_remote_request() tells it from a data
     /// frame.
+    ///
+    /// With receive_also(error_frames) an error frame is handed out like a frame, when it has been counted and
+    /// what it tells has been reported: @p ID is then the set of error classes (CAN_ERR_MASK,
+    /// linux/can/error.h), and @p data has the details. It is not traced.
     ///
     /// When the interface has gone down, or its controller bus-off, that is reported once, unless write() has
     /// already reported it. As long as it lasts, a call that finds no frame is answered with -1, not with 1;
@@ -168,6 +198,11 @@ public:
     /// and so do the frames that wait to be sent.
     void reset_tx_errors() override;
 
+    /// How many frames the socket's queue has had no room for since open() (SO_RXQ_OVFL, socket(7)). The kernel
+    /// tells it with the next frame that finds room: when the number has grown with a frame, that many are
+    /// missing before it. Frames that the kernel keeps away do not count.
+    std::uint32_t dropped_frames() const { return last_dropped; }
+
     /// When the kernel received the frame that was fetched last (SO_TIMESTAMPNS, socket(7)).
     ///
     /// @return nanoseconds since the beginning of 1970, UTC, by the system's clock (CLOCK_REALTIME): it steps
@@ -179,6 +214,9 @@ public:
 
     /// Whether the frame that was fetched last had a 29-bit identifier.
     bool is_extended() const { return read_frame_type != 0; }
+
+    /// Whether the frame that was fetched last was an error frame.
+    bool is_error_frame() const { return error_frame; }
 
     /// The socket, to be waited for with poll(2) together with others; -1 when the driver is not open. Frames
     /// are moved with read() and write() only.
@@ -213,13 +251,14 @@ private:
     bool adopt_name(const char* interface);
     bool open_sockets();
     bool bind_to_interface();
+    unsigned int received_kinds() const;
     bool check_link(unsigned int speed) const;
     void print_link(const can_link& link) const;
     bool open_failed(const char* step, const char* pattern) const;
 
     int fetch(unsigned int& ID, unsigned int& length, unsigned char* data);
     int take(const can_frame& frame, unsigned int& ID, unsigned int& length, unsigned char* data);
-    void note_control(msghdr& message, bool is_error);
+    void note_control(msghdr& message, bool is_handed_out);
     void note_error_frame(const can_frame& frame);
     int nothing_waits();
     Condition ask_condition() const;
@@ -238,6 +277,9 @@ private:
     Condition condition = Condition::none;
     bool silent_mode = false;
     bool remote_request = false;
+    bool error_frame = false;
+    unsigned int more_kinds = 0;     // see receive_also()
+    unsigned int handed_out = 0;     // kinds that are received since open()
     std::uint32_t last_dropped = 0;  // SO_RXQ_OVFL: frames dropped since the socket was opened
 };
 

@@ -9,15 +9,17 @@ namespace node_simulator {
 
 namespace {
 
-// Sockets of this machine that receive every frame of the interface.
+// Sockets of this machine that receive every frame of the interface, or every frame of some kinds.
 int count_receivers(const std::string& interface) {
-    std::ifstream table("/proc/net/can/rcvlist_all");
     int receivers = 0;
-    for (std::string line; std::getline(table, line);) {
-        std::istringstream words(line);
-        std::string device;
-        words >> device;
-        receivers += device == interface ? 1 : 0;
+    for (const char* list : {"/proc/net/can/rcvlist_all", "/proc/net/can/rcvlist_fil"}) {
+        std::ifstream table(list);
+        for (std::string line; std::getline(table, line);) {
+            std::istringstream words(line);
+            std::string device;
+            words >> device;
+            receivers += device == interface ? 1 : 0;
+        }
     }
     return receivers;
 }
@@ -26,6 +28,7 @@ int count_receivers(const std::string& interface) {
 
 SocketCanLink::SocketCanLink(const std::string& interface) : interface_(interface) {
     driver_.set_debug(0);
+    driver_.receive_also(SocketCanDriver::remote_requests);  // guarding
     if (driver_.open(interface.c_str(), 0, false) != 0) {
         throw std::runtime_error("cannot open the CAN interface " + interface);
     }
@@ -42,11 +45,7 @@ bool SocketCanLink::receive(std::optional<CanFrame>& frame) {
     if (driver_.read(identifier, length, data.data()) != 0) {
         return false;
     }
-    if (driver_.is_extended()) {
-        frame.reset();
-    } else {
-        frame = CanFrame{identifier, static_cast<std::uint8_t>(length), data, driver_.is_remote_request()};
-    }
+    frame = CanFrame{identifier, static_cast<std::uint8_t>(length), data, driver_.is_remote_request()};
     return true;
 }
 

@@ -34,8 +34,8 @@ public:
     /// Replaces "{can}" by the name of the interface.
     void fill_in(std::string& argument) const override;
 
-    /// Whether another program of this machine has come to receive every frame of the interface
-    /// (/proc/net/can/rcvlist_all, which has a line for each that does).
+    /// Whether another program of this machine has come to receive every frame of the interface, or every one
+    /// of some kinds (/proc/net/can/rcvlist_all and rcvlist_fil, which have a line for each that does).
     bool is_heard() const override;
 
 private:

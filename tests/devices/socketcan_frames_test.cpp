@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "nodevik/canopen.h"
+#include "nodevik/pdo.h"
 #include "nodevik/socketcandriver.h"
 #include "tests/devices/canwitness.h"
 #include "tests/support/allocationcount.h"
@@ -71,6 +73,11 @@ protected:
         EXPECT_EQ(driver.open("vcan0", 0, false), 0);
     }
 
+    void listen_to_everything() {
+        driver.receive_also(SocketCanDriver::every_kind);
+        ASSERT_EQ(driver.open("vcan0", 0, false), 0);
+    }
+
     static unsigned long long now_ns() {
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
@@ -101,6 +108,7 @@ TEST_F(SocketCanFrames, TheModeChoosesTheWidth) {
 }
 
 TEST_F(SocketCanFrames, WhatCansendSendsIsWhatTheDriverReads) {
+    listen_to_everything();
     for (const Sample& sample : samples()) {
         ASSERT_TRUE(cansend("vcan0", sample.text));
         unsigned identifier = 0;
@@ -115,6 +123,77 @@ TEST_F(SocketCanFrames, WhatCansendSendsIsWhatTheDriverReads) {
         EXPECT_EQ(driver.is_remote_request(), (sample.flags & remote_flag) != 0);
         EXPECT_EQ(driver.read(identifier, length, data.data()), 1);
     }
+}
+
+TEST_F(SocketCanFrames, ADriverFor11BitsHandsOutNeitherRemoteRequestsNor29BitFrames) {
+    for (const char* frame : {"185#R8", "00000185#AABBCCDDEEFF0011", "00000185#R", "181#01"}) {
+        ASSERT_TRUE(cansend("vcan0", frame));
+    }
+    unsigned identifier = 0;
+    unsigned length = 0;
+    Data data;
+    ASSERT_EQ(driver.read_wait(identifier, length, data.data(), limit_ms), 0);
+    EXPECT_EQ(identifier, 0x181U);
+    EXPECT_EQ(length, 1U);
+    EXPECT_EQ(driver.read(identifier, length, data.data()), 1);
+    EXPECT_EQ(driver.dropped_frames(), 0U);
+}
+
+TEST_F(SocketCanFrames, AMasterTakesForeignRequestsAnd29BitFramesForNoData) {
+    SocketCanDriver witness;
+    witness.set_debug(0);
+    witness.receive_also(SocketCanDriver::every_kind);
+    ASSERT_EQ(witness.open("vcan0", 0, true), 0);
+    const auto has_passed = [&witness](unsigned wanted) {
+        unsigned identifier = 0;
+        unsigned length = 0;
+        Data data;
+        while (identifier != wanted && witness.read_wait(identifier, length, data.data(), limit_ms) == 0) {
+        }
+        return identifier == wanted;
+    };
+    CCANopen master;
+    master.load_driver(driver);
+    master.set_debug(0);
+    unsigned speed = 0;
+    PDO tpdo(0x185);
+    tpdo.mapcopy(0, speed);
+    master.add_tpdo(tpdo);
+    for (const char* frame : {"185#07000000", "185#R8", "00000185#AAAAAAAAAAAAAAAA", "123#"}) {
+        ASSERT_TRUE(cansend("vcan0", frame));
+    }
+    ASSERT_TRUE(has_passed(0x123));
+    EXPECT_EQ(master.read_all_messages(), 0);
+    EXPECT_EQ(speed, 7U);
+    EXPECT_EQ(tpdo.PDO_updated, 1U);
+    ASSERT_TRUE(cansend("vcan0", "705#R"));
+    ASSERT_TRUE(has_passed(0x705));
+    EXPECT_TRUE(witness.is_remote_request());
+    EXPECT_EQ(master.nodeguard(5, 0), -1);
+    ASSERT_TRUE(cansend("vcan0", "705#85"));
+    EXPECT_EQ(master.nodeguard(5, limit_ms), 5);
+}
+
+TEST_F(SocketCanFrames, AListenerGetsErrorFramesWithTheirTimes) {
+    listen_to_everything();
+    const unsigned long long before = now_ns();
+    ASSERT_TRUE(cansend("vcan0", "20000204#0010000000006007"));
+    unsigned identifier = 0;
+    unsigned length = 0;
+    Data data;
+    ASSERT_EQ(driver.read_wait(identifier, length, data.data(), limit_ms), 0);
+    EXPECT_TRUE(driver.is_error_frame());
+    EXPECT_EQ(identifier, 0x204U);
+    EXPECT_EQ(length, 8U);
+    EXPECT_EQ(data, (Data{0, 0x10, 0, 0, 0, 0, 0x60, 7}));
+    EXPECT_GE(driver.receive_time_ns(), before);
+    EXPECT_LE(driver.receive_time_ns(), now_ns());
+    unsigned transmit = 0;
+    unsigned receive = 0;
+    unsigned overruns = 0;
+    EXPECT_EQ(driver.read_error_counters(transmit, receive, overruns), 0);
+    EXPECT_EQ(transmit, 0x60U);
+    EXPECT_EQ(receive, 7U);
 }
 
 TEST_F(SocketCanFrames, TheTimeIsTheKernels) {
@@ -203,6 +282,7 @@ TEST_F(SocketCanFrames, FramesThatFoundNoRoomAreCounted) {
     driver.read_error_counters(transmit, receive, overruns);
     EXPECT_GT(overruns, 0U);
     EXPECT_EQ(received + overruns, sent);
+    EXPECT_EQ(driver.dropped_frames(), overruns);
 }
 
 TEST_F(SocketCanFrames, AFrameTakesNothingFromTheHeap) {

@@ -342,6 +342,7 @@ TEST_F(SocketCanControllers, CarryEachKindOfFrameOverTheBus) {
     SocketCanDriver receiver;
     sender.set_debug(0);
     receiver.set_debug(0);
+    receiver.receive_also(SocketCanDriver::remote_requests | SocketCanDriver::extended_frames);
     ASSERT_EQ(sender.open(250000, 0, 0, false), 0);
     ASSERT_EQ(receiver.open(250000, 0, 1, false), 0);
     struct Kind {

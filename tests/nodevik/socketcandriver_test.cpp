@@ -16,7 +16,9 @@
 #include <type_traits>
 #include <vector>
 
+#include "nodevik/canopen.h"
 #include "nodevik/observeddriver.h"
+#include "nodevik/pdo.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/scriptedcankernel.h"
 
@@ -180,18 +182,45 @@ TEST_F(SocketCan, OpensNothingWhenItIsBuilt) {
     EXPECT_EQ(driver.receive_time_ns(), 0U);
     EXPECT_FALSE(driver.is_remote_request());
     EXPECT_FALSE(driver.is_extended());
+    EXPECT_FALSE(driver.is_error_frame());
+    EXPECT_EQ(driver.dropped_frames(), 0U);
     EXPECT_TRUE(can_kernel().descriptors.empty());
 }
 
-TEST_F(SocketCanOpen, BindsARawSocketToTheInterfaceAndAsksForErrorsTimesAndOverruns) {
+TEST_F(SocketCanOpen, BindsARawSocketToTheInterfaceAndAsksForKindsErrorsTimesAndOverruns) {
     InspectedDriver driver;
     open_quietly(driver);
     EXPECT_EQ(can_kernel().calls,
-              (Calls{"socket(3, nonblock, cloexec, 1)", "setsockopt(CAN_RAW_ERR_FILTER, 536870911)",
-                     "setsockopt(SO_TIMESTAMPNS, 1)", "setsockopt(SO_RXQ_OVFL, 1)", "bind(29, 7)"}));
+              (Calls{"socket(3, nonblock, cloexec, 1)", "setsockopt(CAN_RAW_FILTER, 00000000/c0000000)",
+                     "setsockopt(CAN_RAW_ERR_FILTER, 536870911)", "setsockopt(SO_TIMESTAMPNS, 1)",
+                     "setsockopt(SO_RXQ_OVFL, 1)", "bind(29, 7)"}));
     EXPECT_EQ(driver.is_open(), 1);
     EXPECT_EQ(driver.get_socket(), *can_kernel().descriptors.begin());
     EXPECT_EQ(driver.descriptor(), driver.get_socket());
+}
+
+TEST_F(SocketCanOpen, HasTheKernelKeepAwayWhatIsNotHandedOut) {
+    struct Row {
+        unsigned int mode;
+        unsigned int kinds;
+        const char* mask;
+    };
+    constexpr Row rows[] = {{0, 0, "c0000000"},
+                            {0, SocketCanDriver::remote_requests, "80000000"},
+                            {0, SocketCanDriver::extended_frames, "40000000"},
+                            {0, SocketCanDriver::error_frames, "c0000000"},
+                            {0, SocketCanDriver::every_kind, "00000000"},
+                            {1, 0, "00000000"},
+                            {2, 0, "00000000"},
+                            {1, SocketCanDriver::error_frames, "00000000"}};
+    for (const Row& row : rows) {
+        SocketCanDriver driver;
+        driver.receive_also(row.kinds);
+        open_quietly(driver, row.mode);
+        EXPECT_EQ(can_kernel().calls[1],
+                  std::string("setsockopt(CAN_RAW_FILTER, 00000000/") + row.mask + ")");
+        can_kernel().calls.clear();
+    }
 }
 
 TEST_F(SocketCanOpen, PortIsTheNumberOfTheInterface) {
@@ -502,8 +531,109 @@ TEST_F(SocketCanRead, DeliversAStandardFrame) {
     EXPECT_FALSE(driver.is_remote_request());
 }
 
+TEST_F(SocketCanRead, ADriverFor11BitsHandsOutNeitherRemoteRequestsNor29BitFrames) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    can_kernel().put(0x181 | CAN_RTR_FLAG, {7, 7});
+    can_kernel().put(0x181 | CAN_EFF_FLAG, {8, 8});
+    can_kernel().put(0x181 | CAN_EFF_FLAG | CAN_RTR_FLAG, {});
+    can_kernel().put(0x182, {1});
+    can_kernel().put(0x1ABCDEF1 | CAN_EFF_FLAG, {9});
+    EXPECT_EQ(fetch(driver).id, 0x182U);
+    expect_nothing(fetch(driver), 1);
+}
+
+TEST_F(SocketCanRead, AMasterTakesForeignRequestsAnd29BitFramesForNoData) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    CCANopen master;
+    master.load_driver(driver);
+    master.set_debug(0);
+    unsigned int speed = 7;
+    PDO tpdo(0x185);
+    tpdo.mapcopy(0, speed);
+    master.add_tpdo(tpdo);
+    can_kernel().put(0x185 | CAN_RTR_FLAG, {0, 0, 0, 0, 0, 0, 0, 0});
+    can_kernel().put(0x185 | CAN_EFF_FLAG, {0xAA, 0xAA, 0xAA, 0xAA});
+    EXPECT_EQ(master.read_all_messages(), 0);
+    EXPECT_EQ(speed, 7U);
+    EXPECT_EQ(tpdo.PDO_updated, 0U);
+    can_kernel().put(0x705 | CAN_RTR_FLAG, {});
+    EXPECT_EQ(master.nodeguard(5, 0), -1);
+}
+
+TEST_F(SocketCanRead, ADriverFor29BitsHandsOutBothWidthsAndRemoteRequests) {
+    SocketCanDriver driver;
+    open_quietly(driver, 1);
+    for (const std::uint32_t marks : {0U, CAN_RTR_FLAG, CAN_EFF_FLAG, CAN_EFF_FLAG | CAN_RTR_FLAG}) {
+        can_kernel().put(0x181 | marks, {1, 2});
+        const Fetched fetched = fetch(driver);
+        EXPECT_EQ(fetched.result, 0);
+        EXPECT_EQ(fetched.id, 0x181U);
+        EXPECT_EQ(fetched.length, 2U);
+        EXPECT_EQ(driver.is_extended(), (marks & CAN_EFF_FLAG) != 0);
+        EXPECT_EQ(driver.is_remote_request(), (marks & CAN_RTR_FLAG) != 0);
+    }
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, 0, 0, 0, 0, 0, 0, 0});
+    expect_nothing(fetch(driver), 1);
+}
+
+TEST_F(SocketCanRead, WhatIsReceivedAlsoCountsFromTheNextOpenOn) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    driver.receive_also(SocketCanDriver::every_kind);
+    can_kernel().put(0x181 | CAN_RTR_FLAG, {});
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, 0, 0, 0, 0, 0, 0, 0});
+    expect_nothing(fetch(driver), 1);
+    open_quietly(driver);
+    can_kernel().put(0x181 | CAN_RTR_FLAG, {});
+    EXPECT_EQ(fetch(driver).result, 0);
+    driver.receive_also(0);
+    open_quietly(driver);
+    can_kernel().put(0x181 | CAN_RTR_FLAG, {});
+    expect_nothing(fetch(driver), 1);
+}
+
+TEST_F(SocketCanRead, AListenerGetsEverythingInItsOrderAndIsToldWhatItIs) {
+    struct Row {
+        std::uint32_t identifier;
+        unsigned int id;
+        bool extended;
+        bool remote;
+        bool error;
+    };
+    constexpr Row rows[] = {
+        {0x181, 0x181, false, false, false},
+        {0x181 | CAN_RTR_FLAG, 0x181, false, true, false},
+        {error_frame | CAN_ERR_ACK | CAN_ERR_CNT, CAN_ERR_ACK | CAN_ERR_CNT, false, false, true},
+        {0x1ABCDEF1 | CAN_EFF_FLAG, 0x1ABCDEF1, true, false, false},
+        {error_frame | CAN_ERR_CRTL, CAN_ERR_CRTL, false, false, true},
+        {0x1ABCDEF1 | CAN_EFF_FLAG | CAN_RTR_FLAG, 0x1ABCDEF1, true, true, false},
+        {0x7FF, 0x7FF, false, false, false}};
+    SocketCanDriver driver;
+    driver.receive_also(SocketCanDriver::every_kind);
+    open_quietly(driver, 0, true);
+    for (const Row& row : rows) {
+        can_kernel().put(row.identifier, {1, 2, 3, 4, 5, 6, 7, 8});
+        can_kernel().queue.back().time_ns = 1000 + row.id;
+    }
+    for (const Row& row : rows) {
+        const Fetched fetched = fetch(driver);
+        EXPECT_EQ(fetched.result, 0);
+        EXPECT_EQ(fetched.id, row.id);
+        EXPECT_EQ(fetched.length, 8U);
+        EXPECT_EQ(fetched.data, row.remote ? no_data : (Data{1, 2, 3, 4, 5, 6, 7, 8}));
+        EXPECT_EQ(driver.is_extended(), row.extended);
+        EXPECT_EQ(driver.is_remote_request(), row.remote);
+        EXPECT_EQ(driver.is_error_frame(), row.error);
+        EXPECT_EQ(driver.receive_time_ns(), 1000U + row.id);
+    }
+    expect_nothing(fetch(driver), 1);
+}
+
 TEST_F(SocketCanRead, DeliversAnExtendedFrame) {
     InspectedDriver driver;
+    driver.receive_also(SocketCanDriver::extended_frames);
     open_quietly(driver);
     can_kernel().put(0x1ABCDEF1 | CAN_EFF_FLAG, {1, 2, 3, 4, 5, 6, 7, 8});
     const Fetched fetched = fetch(driver);
@@ -544,6 +674,7 @@ TEST_F(SocketCanRead, DeliversNoByteBeyondTheLength) {
 
 TEST_F(SocketCanRead, DeliversARemoteRequestWithItsLengthAndNoData) {
     SocketCanDriver driver;
+    driver.receive_also(SocketCanDriver::remote_requests);
     open_quietly(driver);
     can_kernel().put(0x701 | CAN_RTR_FLAG, {7, 7});
     const Fetched fetched = fetch(driver);
@@ -566,6 +697,7 @@ TEST_F(SocketCanRead, AnObserverIsToldWhatTheKernelTells) {
         std::uint64_t time_ns = 0;
     } observer;
     SocketCanDriver driver;
+    driver.receive_also(SocketCanDriver::every_kind);
     open_quietly(driver);
     ObservedDriver front(driver);
     front.add_observer(observer);
@@ -623,12 +755,23 @@ TEST_F(SocketCanRead, TracesEachFrameWithDebugBit4) {
 
 TEST_F(SocketCanRead, TracesIdentifiersWithoutTheKernelsMarks) {
     SocketCanDriver driver;
+    driver.receive_also(SocketCanDriver::every_kind);
     open_quietly(driver);
     driver.set_debug(4);
     can_kernel().put(0x1ABCDEF1 | CAN_EFF_FLAG | CAN_RTR_FLAG, {7, 7, 7});
     fetch(driver);
     EXPECT_STREQ(CDecoder::get_message(), "id 0x1abcdef1  len 3  data 00 00 00 00 00 00 00 00 [R]");
     CDecoder::clear_message();
+}
+
+TEST_F(SocketCanRead, TracesNoErrorFrame) {
+    SocketCanDriver driver;
+    driver.receive_also(SocketCanDriver::every_kind);
+    open_quietly(driver);
+    driver.set_debug(4);
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, 0, 0, 0, 0, 0, 0, 0});
+    EXPECT_EQ(fetch(driver).result, 0);
+    EXPECT_STREQ(CDecoder::get_message(), "");
 }
 
 TEST_F(SocketCanRead, TracesNothingWithoutDebugBit4) {
@@ -665,6 +808,7 @@ TEST_F(SocketCanRead, AClosedDriverEndsTheProcessWithDebugBit2) {
 
 TEST_F(SocketCanReadWait, DeliversAFrameThatWaits) {
     InspectedDriver driver;
+    driver.receive_also(SocketCanDriver::extended_frames);
     open_quietly(driver);
     can_kernel().put(0x1ABCDEF1 | CAN_EFF_FLAG, {1, 2, 3});
     can_kernel().waits.push_back([](int) -> int { std::abort(); });
@@ -1001,6 +1145,48 @@ TEST_F(SocketCanErrors, ErrorFramesAreTakenOutAndFeedTheCounters) {
     EXPECT_EQ(driver.rx(), 0U);
 }
 
+TEST_F(SocketCanErrors, ErrorFramesThatAreHandedOutFeedTheCountersToo) {
+    InspectedDriver driver;
+    driver.receive_also(SocketCanDriver::error_frames);
+    open_quietly(driver);
+    can_kernel().put(error_frame | CAN_ERR_CNT | CAN_ERR_CRTL,
+                     {0, CAN_ERR_CRTL_RX_OVERFLOW, 0, 0, 0, 0, 96, 7});
+    EXPECT_EQ(fetch(driver).result, 0);
+    EXPECT_EQ(driver.tx(), 96U);
+    EXPECT_EQ(driver.rx(), 7U);
+    EXPECT_EQ(driver.overruns(), 1U);
+}
+
+TEST_F(SocketCanErrors, ErrorFramesThatAreTakenOutLeaveTheTimeOfTheLastFrame) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    can_kernel().put(0x181, {});
+    can_kernel().queue.back().time_ns = 5;
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, 0, 0, 0, 0, 0, 0, 0});
+    can_kernel().queue.back().time_ns = 6;
+    EXPECT_EQ(fetch(driver).result, 0);
+    expect_nothing(fetch(driver), 1);
+    EXPECT_EQ(driver.receive_time_ns(), 5U);
+    EXPECT_FALSE(driver.is_error_frame());
+}
+
+TEST_F(SocketCanErrors, DroppedFramesAreToldWithTheFrameBehindThem) {
+    SocketCanDriver driver;
+    open_quietly(driver);
+    EXPECT_EQ(driver.dropped_frames(), 0U);
+    for (const std::uint32_t dropped : {0U, 3U, 3U, 10U}) {
+        can_kernel().put(0x181, {});
+        can_kernel().queue.back().dropped = dropped;
+        EXPECT_EQ(fetch(driver).result, 0);
+        EXPECT_EQ(driver.dropped_frames(), dropped);
+    }
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, CAN_ERR_CRTL_RX_OVERFLOW, 0, 0, 0, 0, 0, 0});
+    expect_nothing(fetch(driver), 1);
+    EXPECT_EQ(driver.dropped_frames(), 10U);
+    open_quietly(driver);
+    EXPECT_EQ(driver.dropped_frames(), 0U);
+}
+
 TEST_F(SocketCanErrors, CountersAreOnlyTakenFromErrorFramesThatHaveThem) {
     InspectedDriver driver;
     open_quietly(driver);
@@ -1163,6 +1349,22 @@ TEST_F(SocketCanConditions, BusOffIsReportedOnceAndLastsUntilTheControllerIsBack
         return 0;
     });
     EXPECT_EQ(child.out, read_error + bus_off + "-1 -1 1\n= 0\n");
+}
+
+TEST_F(SocketCanConditions, ABusOffThatIsHandedOutIsReportedAsWell) {
+    const ChildResult child = run_in_child([] {
+        SocketCanDriver driver;
+        driver.receive_also(SocketCanDriver::error_frames);
+        open_quietly(driver);
+        can_kernel().links["can0"].bus_off = true;
+        can_kernel().put(error_frame | CAN_ERR_BUSOFF, {0, 0, 0, 0, 0, 0, 0, 0});
+        const Fetched first = fetch(driver);
+        std::printf("= %d %u %d\n", first.result, first.id, driver.is_error_frame());
+        std::printf("= %d\n", fetch(driver).result);
+        can_kernel().links["can0"].bus_off = false;
+        std::printf("= %d\n", fetch(driver).result);
+    });
+    EXPECT_EQ(child.out, read_error + bus_off + "= 0 64 1\n= -1\n= 1\n");
 }
 
 TEST_F(SocketCanConditions, ARestartEndsBusOff) {

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -23,8 +24,9 @@ constexpr std::uint64_t nanoseconds_per_second = 1'000'000'000;
 struct Socket {
     int family = 0;
     std::set<std::string> options;
-    nlmsghdr request = {};  // the last question
-    int index = 0;          // whom it is about
+    can_filter filter = {};  // of identifiers
+    nlmsghdr request = {};   // the last question
+    int index = 0;           // whom it is about
 };
 
 std::map<int, Socket>& sockets() {
@@ -52,6 +54,9 @@ std::string option_name(int level, int option) {
     if (level == SOL_CAN_RAW && option == CAN_RAW_ERR_FILTER) {
         return "CAN_RAW_ERR_FILTER";
     }
+    if (level == SOL_CAN_RAW && option == CAN_RAW_FILTER) {
+        return "CAN_RAW_FILTER";
+    }
     if (level == SOL_SOCKET && option == SO_TIMESTAMPNS) {
         return "SO_TIMESTAMPNS";
     }
@@ -59,6 +64,18 @@ std::string option_name(int level, int option) {
         return "SO_RXQ_OVFL";
     }
     return std::to_string(level) + "/" + std::to_string(option);
+}
+
+std::string as_hex(unsigned number) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%08x", number);
+    return text;
+}
+
+// Whether a socket with this filter receives a frame. Errors and error frames have no part in it.
+bool passes(const ScriptedFrame& item, const can_filter& filter) {
+    return item.error != 0 || (item.frame.can_id & CAN_ERR_FLAG) != 0 ||
+           (item.frame.can_id & filter.can_mask) == (filter.can_id & filter.can_mask);
 }
 
 // Bytes of messages, padded to multiples of four.
@@ -253,7 +270,15 @@ int __wrap_setsockopt(int descriptor, int level, int option, const void* value, 
     unsigned number = 0;
     std::memcpy(&number, value, std::min<std::size_t>(size, sizeof number));
     const std::string name = option_name(level, option);
-    can_kernel().calls.push_back("setsockopt(" + name + ", " + std::to_string(number) + ")");
+    std::string text = std::to_string(number);
+    if (name == "CAN_RAW_FILTER") {
+        if (size != sizeof(can_filter)) {
+            return fail(EINVAL);
+        }
+        std::memcpy(&scripted->filter, value, size);
+        text = as_hex(scripted->filter.can_id) + "/" + as_hex(scripted->filter.can_mask);
+    }
+    can_kernel().calls.push_back("setsockopt(" + name + ", " + text + ")");
     if (const int error = error_of("setsockopt"); error != 0) {
         return fail(error);
     }
@@ -302,6 +327,9 @@ ssize_t __wrap_recvmsg(int descriptor, msghdr* message, int flags) {
     const Socket* scripted = find(descriptor);
     if (scripted == nullptr) {
         return __real_recvmsg(descriptor, message, flags);
+    }
+    while (!can_kernel().queue.empty() && !passes(can_kernel().queue.front(), scripted->filter)) {
+        can_kernel().queue.pop_front();
     }
     if (can_kernel().queue.empty()) {
         return fail(EAGAIN);

@@ -47,12 +47,12 @@ struct CanKernel {
     std::map<std::string, int> errors;
 
     std::map<std::string, ScriptedLink> links;  ///< the interfaces, by name
-    std::deque<ScriptedFrame> queue;            ///< what recvmsg() delivers; then there is no frame
-    std::vector<std::string> calls;             ///< calls that set something up, as they would be written
-    std::vector<can_frame> sent;                ///< frames that were sent
-    std::set<int> descriptors;                  ///< descriptors that were handed out
-    int asked = 0;                              ///< questions about an interface
-    bool answers_nothing = false;               ///< the answer to such a question is empty
+    std::deque<ScriptedFrame> queue;  ///< what comes; recvmsg() delivers it as far as the filter lets
+    std::vector<std::string> calls;   ///< calls that set something up, as they would be written
+    std::vector<can_frame> sent;      ///< frames that were sent
+    std::set<int> descriptors;        ///< descriptors that were handed out
+    int asked = 0;                    ///< questions about an interface
+    bool answers_nothing = false;     ///< the answer to such a question is empty
 
     /// What happens while poll() waits, one call after the other: the result (a negative one is the error's
     /// number). Without any it waits for its time, and nothing comes.
