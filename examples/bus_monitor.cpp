@@ -111,7 +111,6 @@ int main(int argc, char** argv) {
     }
     for (int tick = 0; tick < static_cast<int>(request->seconds * 100); ++tick) {
         master.read_all_messages();
-        CCANopen::print();  // the last frame's line still waits for its successor
         m_sleep(10);
     }
 }
