@@ -19,7 +19,7 @@ std::uint64_t realtime_ns() {
 
 ObservedDriver::Details details_of_socketcan(const CANdriver& driver) {
     const auto& known = static_cast<const SocketCanDriver&>(driver);
-    return {known.receive_time_ns(), known.is_remote_request(), known.is_extended()};
+    return {known.receive_time_ns(), known.is_remote_request(), known.is_extended(), known.is_error_frame()};
 }
 
 // CANlib's time counts from an opening of its own, and is no time of the day.
@@ -81,6 +81,7 @@ inline void ObservedDriver::show_received(unsigned int id, unsigned int length, 
         const Details details = read_details(*behind);
         frame.remote = details.remote;
         frame.extended = details.extended;
+        frame.error = details.error;
         frame.set_times(details.time_ns, 0);
     }
     show(frame);

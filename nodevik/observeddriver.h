@@ -50,6 +50,7 @@ public:
     Direction direction;        ///< which way it went
     bool remote = false;        ///< a remote request: without data, `length` is the length that is asked for
     bool extended = false;      ///< the identifier has 29 bits
+    bool error = false;         ///< an error frame, see SocketCanDriver::receive_also(): no frame of the bus
     unsigned int identifier;    ///< 11 or 29 bits
     unsigned int length;        ///< as the driver told it: 0 to 8, or up to 31 from a peer over UDP
     const unsigned char* data;  ///< the first size() bytes may be read; may be null when that is 0
@@ -112,6 +113,7 @@ public:
         std::uint64_t time_ns = 0;  ///< when it came, nanoseconds since 1970, UTC; 0 not known
         bool remote = false;        ///< it was a remote request
         bool extended = false;      ///< it had a 29-bit identifier
+        bool error = false;         ///< it was an error frame
     };
 
     /// Tells a driver's Details.

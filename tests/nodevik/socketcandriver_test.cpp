@@ -690,10 +690,12 @@ TEST_F(SocketCanRead, AnObserverIsToldWhatTheKernelTells) {
         void frame_passed(const ObservedFrame& frame) override {
             is_remote = frame.remote;
             is_extended = frame.extended;
+            is_error = frame.error;
             time_ns = frame.time_ns();
         }
         bool is_remote = false;
         bool is_extended = false;
+        bool is_error = false;
         std::uint64_t time_ns = 0;
     } observer;
     SocketCanDriver driver;
@@ -711,6 +713,11 @@ TEST_F(SocketCanRead, AnObserverIsToldWhatTheKernelTells) {
     EXPECT_EQ(front.read_all(), 0);
     EXPECT_FALSE(observer.is_remote);
     EXPECT_TRUE(observer.is_extended);
+    EXPECT_FALSE(observer.is_error);
+    can_kernel().put(error_frame | CAN_ERR_CRTL, {0, 0, 0, 0, 0, 0, 0, 0});
+    EXPECT_EQ(front.read_all(), 0);
+    EXPECT_FALSE(observer.is_extended);
+    EXPECT_TRUE(observer.is_error);
 }
 
 TEST_F(SocketCanRead, DeliversFramesInTheirOrder) {
