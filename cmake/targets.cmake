@@ -38,3 +38,18 @@ function(ohjauspaneeli_configure_qt target)
                                                  QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
     set_target_properties(${target} PROPERTIES AUTOMOC ON AUTOUIC ON)
 endfunction()
+
+# A library to be preloaded into programs, ours and others'. So it is never under a sanitizer, brings no library along
+# that it does not call, and has functions itself that fortified headers would put something else in the place of.
+function(ohjauspaneeli_preloaded target)
+    add_library(${target} MODULE ${ARGN})
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF PREFIX "")
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-ignored-attributes
+                                             -U_FORTIFY_SOURCE -fno-exceptions -fno-rtti
+                                             -fno-delete-null-pointer-checks
+                                             $<$<BOOL:${OHJAUSPANEELI_WARNINGS_AS_ERRORS}>:-Werror>)
+    target_link_libraries(${target} PRIVATE ${CMAKE_DL_LIBS})
+    target_link_options(${target} PRIVATE LINKER:--as-needed)
+endfunction()

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 // Present in a coverage build alone.
 extern "C" void __gcov_dump() __attribute__((weak));
@@ -126,4 +127,17 @@ ChildResult run_program(const std::vector<std::string>& arguments, const std::st
         _exit(127);
     }
     return wait_for(child, out, err);
+}
+
+ChildResult run_preloaded(const std::string& library, const std::vector<std::string>& arguments) {
+    const std::filesystem::path path(library);
+    const char* const options = std::getenv("ASAN_OPTIONS");
+    // By its directory, for a blank would end the path of a preloaded library. A sanitizer in the program would refuse
+    // to come second.
+    std::vector<std::string> words = {
+        "/usr/bin/env", "LD_PRELOAD=" + path.filename().string(),
+        "LD_LIBRARY_PATH=" + path.parent_path().string(),
+        std::string("ASAN_OPTIONS=") + (options == nullptr ? "" : options) + ":verify_asan_link_order=0"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return run_program(words);
 }

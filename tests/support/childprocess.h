@@ -27,4 +27,7 @@ ChildResult run_in_child(const std::function<void()>& body);
 /// @p input as standard input.
 ChildResult run_program(const std::vector<std::string>& arguments, const std::string& input = std::string());
 
+/// Runs the program @p arguments[0] as run_program() does, with the library in the file @p library preloaded.
+ChildResult run_preloaded(const std::string& library, const std::vector<std::string>& arguments);
+
 #endif
