@@ -6,6 +6,8 @@
 
 name=$(basename "$0")
 child=
+# shellcheck disable=SC2034
+python=/usr/bin/python3  # Debian's own: no other has what comes in Debian's packages
 
 usage() {
     sed -n '2,${/^#/!q;s/^# \{0,1\}//p;}' "script/$name"

@@ -81,7 +81,7 @@ def drive(panel, vehicle, picture):
     lap = Lap(panel, vehicle)
     start(lap, panel, vehicle)
     drive_forwards(lap, panel)
-    panel.image().write_png(picture)
+    panel.image().save(picture)
     panel.release()
     lap.look_at_set_points()
     drive_backwards(lap, panel)

@@ -23,14 +23,14 @@ def windows_of_class(screen):
 
 
 def dark_pixels(image):
-    return sum(max(image.pixel(x, y)) < DARK for x in range(image.width) for y in range(image.height))
+    return sum(max(image.getpixel((x, y))) < DARK for x in range(image.width) for y in range(image.height))
 
 
 def look(panel, screen, picture):
     """The faults of the window."""
     faults = []
     image = panel.image()
-    image.write_png(picture)
+    image.save(picture)
     if panel.window not in windows_of_class(screen):
         faults.append(f"the window's class is not {CLASS}")
     if (image.width, image.height) != SIZE:

@@ -2,6 +2,7 @@
 
 import argparse
 import contextlib
+import io
 import os
 import pty
 import subprocess
@@ -52,7 +53,7 @@ class Pictures:
                 panel.release()
                 panel.close()
                 panel.wait()
-        image.write_png(self.path("panel.png"))
+        image.save(self.path("panel.png"))
         self._write_whole(image)
         for letter, name, bounding, labels in guide.numbered():
             crop = self._crop(image, bounding, labels)
@@ -70,13 +71,10 @@ class Pictures:
         self._write_close_up("panel.svg", "The panel and its groups", image, bounds(image), labels, 1, inside=True)
 
     def _write_close_up(self, name, title, image, crop, labels, scale, inside=False):
-        part = cut(image, crop)
-        with tempfile.TemporaryDirectory() as directory:
-            path = os.path.join(directory, "part.png")
-            part.write_png(path)
-            with open(path, "rb") as file:
-                png = file.read()
-        write_close_up(self.path(name), title, image, png, crop, labels, scale, inside=inside)
+        part = image.crop((crop.x, crop.y, crop.right, crop.bottom))
+        png = io.BytesIO()
+        part.save(png, "PNG")
+        write_close_up(self.path(name), title, image, png.getvalue(), crop, labels, scale, inside=inside)
 
     # The terminal window.
 
@@ -284,7 +282,7 @@ class TerminalWindow:
 
         def written():
             part = self._screen.image(text.x + 4, text.y + text.height // 2, 40, text.height // 3)
-            return any(sum(part.pixel(x, y)) < 300 for y in range(part.height) for x in range(part.width))
+            return any(sum(part.getpixel((x, y))) < 300 for y in range(part.height) for x in range(part.width))
 
         process.wait_until(written, "text in the log")
 
@@ -345,13 +343,6 @@ def write_after(moments, read):
 
 def ms(moment, zero_s):
     return (moment.time_s - zero_s) * 1000
-
-
-def cut(image, place):
-    """A part of an image."""
-    rows = [image.rgb[3 * ((place.y + row) * image.width + place.x):
-                      3 * ((place.y + row) * image.width + place.right)] for row in range(place.height)]
-    return type(image)(place.width, place.height, b"".join(rows))
 
 
 def main():

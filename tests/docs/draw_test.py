@@ -7,6 +7,7 @@ import tempfile
 import unittest
 
 import markdown
+from PIL import Image
 
 sys.path.insert(0, os.path.join(markdown.ROOT, "script", "lib"))
 
@@ -60,17 +61,16 @@ class Numbers(unittest.TestCase):
     def test_a_number_keeps_clear_of_what_is_drawn(self):
         """Left of the widget is a pattern, right of it nothing."""
         width, height = 100, 40
-        pixels = bytearray(b"\xee" * (3 * width * height))
-        for y in range(height):
-            for x in range(0, 40, 2):
-                pixels[3 * (y * width + x):3 * (y * width + x) + 3] = b"\0\0\0"
-        callouts = Callouts(Image(width, height, bytes(pixels)), Rectangle(0, 0, width, height), 0)
+        image = Image.new("RGB", (width, height), BLANK)
+        for x in range(0, 40, 2):
+            image.paste((0, 0, 0), (x, 0, x + 1, height))
+        callouts = Callouts(image, Rectangle(0, 0, width, height), 0)
         callouts.add("1", Rectangle(45, 15, 10, 10))
         _, _, x, _ = callouts.placed[0]
         self.assertGreaterEqual(x, 55)
 
     def test_numbers_keep_clear_of_each_other(self):
-        blank = Image(100, 60, b"\xee" * (3 * 100 * 60))
+        blank = Image.new("RGB", (100, 60), BLANK)
         callouts = Callouts(blank, Rectangle(0, 0, 100, 60), 12)
         for index in range(4):
             callouts.add(str(index), Rectangle(40, 20, 20, 20))
@@ -81,7 +81,7 @@ class Numbers(unittest.TestCase):
 
     def test_a_number_does_not_stand_on_another_widget(self):
         """Two widgets, one below the other, and room nowhere but below them."""
-        blank = Image(80, 60, b"\xee" * (3 * 80 * 60))
+        blank = Image.new("RGB", (80, 60), BLANK)
         upper, lower = Rectangle(0, 10, 80, 20), Rectangle(0, 28, 80, 20)
         callouts = Callouts(blank, Rectangle(0, 0, 80, 60), 0, [upper, lower])
         callouts.add("1", upper)

@@ -73,7 +73,7 @@ class Callouts:
     def _pixel(self, x, y):
         crop = self._crop
         if crop.x <= x < crop.right and crop.y <= y < crop.bottom:
-            return self._image.pixel(x, y)
+            return self._image.getpixel((x, y))
         return None
 
 

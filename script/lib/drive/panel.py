@@ -227,7 +227,7 @@ class Panel:
         """ "on", "off", or the colour if it is neither. """
         rectangle, colour = lamp
         image = self.part(rectangle)
-        shown = image.pixel(14, 14)  # away from the highlight on the lamp's upper left
+        shown = image.getpixel((14, 14))  # away from the highlight on the lamp's upper left
         pale = tuple(204 + round(51 * part / 255) for part in colour)
         for name, expected in (("on", colour), ("off", pale)):
             if all(abs(a - b) <= 3 for a, b in zip(shown, expected)):
@@ -260,7 +260,7 @@ class Panel:
         """The battery bar's length as a share of its range, 0 to 100."""
         image = self.part(BATTERY_BAR)
         y = image.height // 5
-        filled = [x for x in range(image.width) if _is_bar(image.pixel(x, y))]
+        filled = [x for x in range(image.width) if _is_bar(image.getpixel((x, y)))]
         return round(100 * (filled[-1] + 1) / image.width) if filled else 0
 
     def dial_speed(self):
@@ -294,8 +294,8 @@ def read_segments(image):
 
 def _is_drawn_near(image, x, y):
     """Whether anything but the background is within one pixel of (x, y)."""
-    background = sum(image.pixel(image.width - 4, 3))
-    return any(abs(sum(image.pixel(x + dx, y + dy)) - background) > 20 for dx in (-1, 0, 1) for dy in (-1, 0, 1))
+    background = sum(image.getpixel((image.width - 4, 3)))
+    return any(abs(sum(image.getpixel((x + dx, y + dy))) - background) > 20 for dx in (-1, 0, 1) for dy in (-1, 0, 1))
 
 
 def read_needle(image):
@@ -307,7 +307,7 @@ def read_needle(image):
     for step in range(1440):
         angle = math.radians(step / 4)
         x, y = centre + radius * math.cos(angle), centre + radius * math.sin(angle)
-        darkness = max(0, 500 - sum(image.pixel(round(x - 0.5), round(y - 0.5))))
+        darkness = max(0, 500 - sum(image.getpixel((round(x - 0.5), round(y - 0.5)))))
         sum_x += darkness * math.cos(angle)
         sum_y += darkness * math.sin(angle)
     if sum_x == 0 and sum_y == 0:

@@ -288,7 +288,7 @@ class PanelRun:
 
     def picture(self):
         """Leaves a picture of the whole screen."""
-        self._screen.image(0, 0, self._screen.WIDTH, self._screen.HEIGHT).write_png(
+        self._screen.image(0, 0, self._screen.WIDTH, self._screen.HEIGHT).save(
             os.path.join(self._options.artefacts, "screen.png"))
 
 
