@@ -1,7 +1,8 @@
 # The whole application on a screen in memory: from process start to first paint, and its work while it drives.
 # shellcheck shell=sh disable=SC2154
-build ohjauspaneeli vehicle-simulator plain_dialog
-python3 -B benchmarks/application_bench.py --panel "$build/ohjauspaneeli" --plain "$build/benchmarks/plain_dialog" \
+build ohjauspaneeli vehicle-simulator line_preload plain_dialog
+export LINE_PRELOAD_LIBRARY="$build/program/line_preload.so"
+"$python" -B benchmarks/application_bench.py --panel "$build/ohjauspaneeli" --plain "$build/benchmarks/plain_dialog" \
     --simulator "$build/simulator/vehicle-simulator" >"$scratch/application"
 
 measured() {

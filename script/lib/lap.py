@@ -5,7 +5,7 @@ import sys
 
 from drive import panel as on_panel
 from drive import process
-from drive.panel import Panel, pad_drag, pad_press
+from drive.panel import Panel, pad_drag, pad_press, way_of_the_line
 from drive.screen import Screen
 from drive.vehicle import NEUTRAL, Vehicle, describe, frame
 
@@ -171,6 +171,7 @@ def print_table(lap, vehicle):
 
 def run(options):
     """Drives the lap with the chosen programs and judges it; returns the status to end with."""
+    print(way_of_the_line(), flush=True)
     with Screen() as screen, Vehicle(options.simulator, "--capacity", "63") as vehicle:
         with Panel(options.panel, screen, vehicle.line) as panel:
             lap = drive(panel, vehicle, options.picture)

@@ -138,7 +138,7 @@ class Pictures:
                     deed(panel, vehicle)
                     panel.close()
                     panel.wait()
-                moments = recording.read_trace(trace)
+                moments = recording.read_trace(trace, vehicle.line)
                 if not any(moment.what == "write" for moment in moments):
                     raise RuntimeError("strace has recorded nothing: a container may forbid ptrace")
                 return moments, recording.vehicle_moments(vehicle.events(), moments)

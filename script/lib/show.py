@@ -3,7 +3,7 @@
 import argparse
 
 from drive import process
-from drive.panel import WITH_LINE
+from drive.panel import WITH_LINE, way_of_the_line
 from drive.vehicle import Vehicle
 
 
@@ -13,6 +13,7 @@ def main():
     parser.add_argument("--simulator", required=True, help="vehicle-simulator")
     parser.add_argument("--log", required=True, help="where the vehicle logs")
     options = parser.parse_args()
+    print(way_of_the_line())
     with Vehicle(options.simulator, log=options.log) as vehicle:
         print(f"The simulated vehicle is on {vehicle.line} and logs to {options.log}")
         panel = process.start([WITH_LINE, vehicle.line, options.panel])

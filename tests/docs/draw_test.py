@@ -16,7 +16,8 @@ from draw import guide, recording  # noqa: E402
 from draw.callouts import RADIUS, Callouts  # noqa: E402
 from draw.form import Form, Rectangle  # noqa: E402
 from draw.timediagram import TimeDiagram  # noqa: E402
-from drive.screen import Image  # noqa: E402
+
+BLANK = (0xEE, 0xEE, 0xEE)
 
 TRACE = r"""7 100.000000 openat(AT_FDCWD</>, "/dev/ttyS0", O_RDWR|O_NOCTTY|O_NONBLOCK) = 9</dev/ttyS0>
 7 100.000100 openat(AT_FDCWD</>, "/etc/passwd", O_RDONLY) = 10</etc/passwd>
@@ -33,13 +34,21 @@ TRACE = r"""7 100.000000 openat(AT_FDCWD</>, "/dev/ttyS0", O_RDWR|O_NOCTTY|O_NON
 
 class Trace(unittest.TestCase):
     def setUp(self):
+        self.moments = self.read(TRACE)
+
+    def read(self, trace, *device):
         with tempfile.NamedTemporaryFile("w", suffix=".trace") as file:
-            file.write(TRACE)
+            file.write(trace)
             file.flush()
-            self.moments = recording.read_trace(file.name)
+            return recording.read_trace(file.name, *device)
 
     def test_only_calls_on_the_line_that_succeeded_count(self):
         self.assertEqual([moment.what for moment in self.moments], ["open", "settings", "read", "write", "close"])
+
+    def test_the_device_behind_the_lines_name_counts_as_well(self):
+        behind = TRACE.replace("/dev/ttyS0", "/dev/pts/1")
+        self.assertEqual(len(self.read(behind, "/dev/pts/1")), len(self.moments))
+        self.assertEqual(self.read(behind.replace("/dev/pts/1", "/dev/pts/12"), "/dev/pts/1"), [])
 
     def test_a_call_that_was_interrupted_in_the_trace_counts_from_its_beginning(self):
         write = self.moments[3]

@@ -19,12 +19,16 @@ sys.path.insert(0, os.path.join(ROOT, "script", "lib"))
 import lap  # noqa: E402
 from drive import panel as on_panel  # noqa: E402
 from drive import process  # noqa: E402
-from drive.panel import WITH_LINE, Panel, pad_drag, pad_press  # noqa: E402
+from drive.panel import WITH_LINE, Panel, pad_drag, pad_press, way_of_the_line  # noqa: E402
 from drive.screen import Screen  # noqa: E402
 from drive.vehicle import NEUTRAL, Vehicle, frame  # noqa: E402
 
 PANEL = os.environ["PANEL"]
 SIMULATOR = os.environ["VEHICLE_SIMULATOR"]
+
+
+def setUpModule():
+    print(way_of_the_line(), file=sys.stderr)
 
 
 class PanelTest(unittest.TestCase):
@@ -460,7 +464,7 @@ class Ending(PanelTest):
         # Nothing can be read at the beginning of a process's memory, least of all from the process itself.
         with tempfile.NamedTemporaryFile("w", suffix=".sh", delete=False) as script:
             self.addCleanup(os.unlink, script.name)
-            script.write('#!/bin/sh\nmount --bind "/proc/$$/mem" /dev/ttyS0\nexec "$PANEL"\n')
+            script.write(f'#!/bin/sh\nexec "{WITH_LINE}" "/proc/$$/mem" "$PANEL"\n')
         os.chmod(script.name, 0o700)
         self.start(program=script.name)
         self.panel.click(on_panel.OPEN_BUTTON)
@@ -487,9 +491,9 @@ class Lap(unittest.TestCase):
         lap.check_frames(driven, self.FakeVehicle(*arrived))
         return driven.faults
 
-    def drive(self, panel, picture):
+    def drive(self, panel, picture, **environment):
         return subprocess.run([sys.executable, "-B", os.path.join(ROOT, "script", "lib", "lap.py"), "--panel", panel,
-                               "--simulator", SIMULATOR, "--picture", picture],
+                               "--simulator", SIMULATOR, "--picture", picture], env=dict(os.environ, **environment),
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
 
     def test_finds_a_missing_a_wrong_and_an_additional_frame(self):
@@ -508,6 +512,12 @@ class Lap(unittest.TestCase):
             self.assertIn("The frames that arrived are those that the mouse asked for.", done.stdout)
             with open(picture, "rb") as file:
                 self.assertEqual(struct.unpack(">4xII", file.read(24)[12:]), (920, 761))
+
+    def test_is_driven_without_a_namespace(self):
+        with tempfile.TemporaryDirectory() as directory:
+            done = self.drive(PANEL, os.path.join(directory, "panel.png"), LINE_WAY="preload")
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+            self.assertEqual(done.stdout.split("\n")[0], "/dev/ttyS0 is another device by a preloaded library")
 
     def test_fails_when_the_panel_does_not_come_up(self):
         with tempfile.TemporaryDirectory() as directory:
@@ -536,29 +546,119 @@ class Script(unittest.TestCase):
         self.assertEqual(self.run_script("script/run", "--picture").returncode, 2)
         self.assertEqual(self.run_script("script/run", "--device", "--lap").returncode, 2)
 
-    def test_with_line_puts_a_device_in_the_place_of_the_line(self):
-        done = self.run_script(WITH_LINE, "/dev/zero", "stat", "-c", "%t %T", "/dev/ttyS0")
-        self.assertEqual(done.stdout, "1 5\n", done.stderr)
 
-    def test_with_line_can_do_without_any_line(self):
-        done = self.run_script(WITH_LINE, "none", "sh", "-c", "[ ! -e /dev/ttyS0 ] && echo x >/dev/null && echo gone")
-        self.assertEqual(done.stdout, "gone\n", done.stderr)
+class WithLine(unittest.TestCase):
+    """The script that gives a device the line's name, in each of its ways."""
 
-    def test_with_line_makes_the_line_where_the_machine_has_none(self):
-        done = self.run_script(WITH_LINE, "none", WITH_LINE, "/dev/zero", "stat", "-c", "%t %T", "/dev/ttyS0")
-        self.assertEqual(done.stdout, "1 5\n", done.stderr)
+    maxDiff = None
 
-    def test_with_line_changes_nothing_outside(self):
+    def run_command(self, *command, **environment):
+        return subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False,
+                              env=dict({name: value for name, value in os.environ.items() if name != "LINE_WAY"},
+                                       **environment))
+
+    def ways(self):
+        """The script's beginning of a command line for each way that this machine has."""
+        for way in ("namespace", "preload"):
+            start = [WITH_LINE, "--way", way]
+            done = self.run_command(*start, "none", "true")
+            if way == "namespace" and done.returncode == 125:
+                self.assertEqual(done.stderr, "with-line: no private mount namespace can be made here: "
+                                              "it needs root or user namespaces\n")
+                continue
+            with self.subTest(way=way):
+                yield start
+
+    def test_puts_a_device_in_the_place_of_the_line(self):
+        for start in self.ways():
+            done = self.run_command(*start, "/dev/zero", "stat", "-c", "%t %T", "/dev/ttyS0")
+            self.assertEqual((done.stdout, done.stderr), ("1 5\n", ""))
+
+    def test_takes_a_device_from_where_it_is_called(self):
+        for start in self.ways():
+            done = self.run_command("env", "-C", "/dev", os.path.abspath(start[0]), *start[1:], "zero", "stat", "-c",
+                                    "%t %T", "/dev/ttyS0")
+            self.assertEqual((done.stdout, done.stderr), ("1 5\n", ""))
+
+    def test_can_do_without_any_line(self):
+        for start in self.ways():
+            done = self.run_command(*start, "none", "sh", "-c",
+                                    "[ ! -e /dev/ttyS0 ] && echo x >/dev/null && echo gone")
+            self.assertEqual((done.stdout, done.stderr), ("gone\n", ""))
+
+    def test_makes_the_line_where_there_is_none(self):
+        for outer in self.ways():
+            for inner in self.ways():
+                done = self.run_command(*outer, "none", *inner, "/dev/zero", "stat", "-c", "%t %T", "/dev/ttyS0")
+                self.assertEqual((done.stdout, done.stderr), ("1 5\n", ""), (outer, inner))
+
+    def test_takes_the_line_away_again(self):
+        for start in self.ways():
+            done = self.run_command(*start, "/dev/zero", *start, "none", "test", "-e", "/dev/ttyS0")
+            self.assertEqual((done.returncode, done.stderr), (1, ""))
+
+    def test_changes_nothing_outside(self):
         def outside():
             with open("/proc/self/mountinfo") as mounts:
                 return mounts.read(), os.path.exists("/dev/ttyS0"), sorted(os.listdir("/dev"))
 
-        before = outside()
-        self.assertEqual(self.run_script(WITH_LINE, "none", WITH_LINE, "/dev/zero", "true").returncode, 0)
-        self.assertEqual(outside(), before)
+        for start in self.ways():
+            before = outside()
+            self.assertEqual(self.run_command(*start, "none", *start, "/dev/zero", "true").returncode, 0)
+            self.assertEqual(outside(), before)
 
-    def test_with_line_passes_the_status_on(self):
-        self.assertEqual(self.run_script(WITH_LINE, "/dev/zero", "sh", "-c", "exit 7").returncode, 7)
+    def test_passes_the_status_on(self):
+        for start in self.ways():
+            self.assertEqual(self.run_command(*start, "/dev/zero", "sh", "-c", "exit 7").returncode, 7)
+
+    def test_refuses_what_is_no_device(self):
+        for start in self.ways():
+            done = self.run_command(*start, "/dev/nothing", "true")
+            self.assertEqual((done.returncode, done.stderr), (125, "with-line: no device '/dev/nothing'\n"))
+
+    def test_takes_the_library_where_no_namespace_can_be_made(self):
+        with tempfile.TemporaryDirectory() as directory:
+            os.symlink("/bin/false", os.path.join(directory, "unshare"))
+            path = directory + ":" + os.environ["PATH"]
+            done = self.run_command(WITH_LINE, "/dev/zero", "sh", "-c",
+                                    'echo "$LINE_PRELOAD_DEVICE" && stat -c "%t %T" /dev/ttyS0', PATH=path)
+            self.assertEqual((done.stdout, done.stderr), ("/dev/zero\n1 5\n", ""))
+            done = self.run_command(WITH_LINE, "--which", PATH=path)
+            self.assertEqual(done.stdout, "/dev/ttyS0 is another device by a preloaded library: "
+                                          "no mount namespace can be made here\n")
+            done = self.run_command(WITH_LINE, "--way", "namespace", "none", "true", PATH=path)
+            self.assertEqual((done.returncode, done.stderr),
+                             (125, "with-line: no private mount namespace can be made here: "
+                                   "it needs root or user namespaces\n"))
+
+    def test_takes_the_way_that_the_environment_tells(self):
+        for start in self.ways():
+            done = self.run_command(WITH_LINE, "/dev/zero", "sh", "-c", 'echo "${LINE_PRELOAD_DEVICE:-}"',
+                                    LINE_WAY=start[-1])
+            self.assertEqual(done.stdout, "/dev/zero\n" if start[-1] == "preload" else "\n")
+            done = self.run_command(WITH_LINE, "--which", LINE_WAY=start[-1])
+            self.assertIn("preloaded library" if start[-1] == "preload" else "mount namespace", done.stdout)
+        done = self.run_command(WITH_LINE, "none", "true", LINE_WAY="magic")
+        self.assertEqual((done.returncode, done.stderr),
+                         (125, "with-line: no way 'magic': it is namespace or preload\n"))
+
+    def test_finds_the_library_behind_a_path_with_a_blank(self):
+        with tempfile.TemporaryDirectory(prefix="with a blank ") as directory:
+            library = os.path.join(directory, "line_preload.so")
+            os.symlink(os.path.abspath(os.environ["LINE_PRELOAD_LIBRARY"]), library)
+            done = self.run_command(WITH_LINE, "--way", "preload", "/dev/zero", "sh", "-c",
+                                    'stat -c "%t %T" /dev/ttyS0', LINE_PRELOAD_LIBRARY=library)
+            self.assertEqual((done.stdout, done.stderr), ("1 5\n", ""))
+
+    def test_keeps_what_is_preloaded_already_ahead(self):
+        library = os.path.abspath(os.environ["LINE_PRELOAD_LIBRARY"])
+        with tempfile.TemporaryDirectory(prefix="preload-") as directory:
+            first = os.path.join(directory, "first.so")
+            os.symlink(library, first)
+            done = self.run_command(WITH_LINE, "--way", "preload", "none", "sh", "-c", 'echo "$LD_PRELOAD"',
+                                    LD_PRELOAD=first)
+            self.assertEqual(done.stdout.strip().split(":")[0], first)
+            self.assertEqual(len(done.stdout.strip().split(":")), 2)
 
 
 class Cases(unittest.TestCase):

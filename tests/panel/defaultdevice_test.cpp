@@ -14,24 +14,40 @@ class DefaultDeviceTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void isOpenedByWhatIsBuiltWithoutOne_data();
     void isOpenedByWhatIsBuiltWithoutOne();
 };
 
+void DefaultDeviceTest::initTestCase() {
+    const ChildResult way = run_program({WITH_LINE, "--which"});
+    QVERIFY2(way.status == 0, way.err.c_str());
+    qInfo("%s", way.out.c_str());
+}
+
 void DefaultDeviceTest::isOpenedByWhatIsBuiltWithoutOne_data() {
     QTest::addColumn<QByteArray>("scene");
     QTest::addColumn<unsigned int>("speed");
-    QTest::newRow("the link") << QByteArray("link") << static_cast<unsigned int>(B38400);
-    QTest::newRow("the terminal window") << QByteArray("window") << static_cast<unsigned int>(B57600);
-    QTest::newRow("the terminal window's panel") << QByteArray("panel") << static_cast<unsigned int>(B115200);
+    QTest::addColumn<QByteArray>("way");
+    // The way that is taken on this machine, and the one that is possible on any.
+    for (const QByteArray way : {"", "preload"}) {
+        const char* const name = way.isEmpty() ? "as here" : "preloaded";
+        QTest::addRow("the link, %s", name) << QByteArray("link") << static_cast<unsigned int>(B38400) << way;
+        QTest::addRow("the terminal window, %s", name)
+            << QByteArray("window") << static_cast<unsigned int>(B57600) << way;
+        QTest::addRow("the terminal window's panel, %s", name)
+            << QByteArray("panel") << static_cast<unsigned int>(B115200) << way;
+    }
 }
 
 void DefaultDeviceTest::isOpenedByWhatIsBuiltWithoutOne() {
     QFETCH(const QByteArray, scene);
     QFETCH(const unsigned int, speed);
+    QFETCH(const QByteArray, way);
     const PseudoTerminal line;
     const std::string program = QCoreApplication::applicationFilePath().toStdString();
-    const ChildResult result = run_program({WITH_LINE, line.path(), program, scene.toStdString()});
+    const ChildResult result =
+        run_program({WITH_LINE, "--way", way.toStdString(), line.path(), program, scene.toStdString()});
     QVERIFY2(result.status == 0, result.err.c_str());
     QCOMPARE(line.attributes().c_cflag, speed | CS8 | CLOCAL | CREAD);
 }

@@ -27,8 +27,8 @@ def wrapped(program, directory):
     return path, trace
 
 
-def read_trace(path):
-    """The calls on the serial line, in order of time."""
+def read_trace(path, device=LINE):
+    """The calls on the serial line, in order of time; a preloaded library lets the device be seen behind its name."""
     moments, unfinished = [], {}
     with open(path, encoding="utf-8", errors="replace") as file:
         for text in file:
@@ -37,18 +37,18 @@ def read_trace(path):
                 resumed = re.match(r"^(\d+) +\d+\.\d+ <\.\.\. (\w+) resumed>(.*)$", text)
                 if resumed and resumed.group(1) in unfinished:
                     thread, time_s, call, rest = unfinished.pop(resumed.group(1))
-                    _add(moments, thread, time_s, call, rest + resumed.group(3))
+                    _add(moments, (LINE, device), thread, time_s, call, rest + resumed.group(3))
                 continue
             thread, time_s, call, rest = found.groups()
             if "<unfinished ...>" in rest:
                 unfinished[thread] = (thread, time_s, call, rest.replace("<unfinished ...>", ""))
             else:
-                _add(moments, thread, time_s, call, rest)
+                _add(moments, (LINE, device), thread, time_s, call, rest)
     return sorted(moments, key=lambda moment: moment.time_s)
 
 
-def _add(moments, thread, time_s, call, rest):
-    if LINE not in rest:
+def _add(moments, names, thread, time_s, call, rest):
+    if not any(re.search(re.escape(name) + r"\b", rest) for name in names):
         return
     result = re.search(r"= (-?\d+)", rest)
     count = int(result.group(1)) if result else -1

@@ -3,6 +3,7 @@
 import math
 import os
 import shutil
+import subprocess
 import tempfile
 
 from . import process
@@ -68,6 +69,14 @@ def pad_drag(x, y):
     return _pad_set_points(206 - (x - PAD_LEFT), y)
 
 
+def way_of_the_line():
+    """How the device gets its name, /dev/ttyS0, for the panel: a line for who reads along."""
+    done = subprocess.run([WITH_LINE, "--which"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+    if done.returncode != 0:
+        raise RuntimeError(done.stderr.strip())
+    return done.stdout.strip()
+
+
 class Panel:
     """A running panel on a screen, with a device (or "none") as its serial line, and perhaps more environment.
 
@@ -117,7 +126,8 @@ class Panel:
             return [self._program]
         link = os.path.join(self._directory, "preloaded.so")  # the loader takes a blank in a path for the path's end
         os.symlink(os.path.abspath(self._preload), link)
-        return ["env", "LD_PRELOAD=" + link, self._program]
+        # Ahead of what gives the line its name, so that it sees the name.
+        return ["sh", "-c", 'export LD_PRELOAD="$1${LD_PRELOAD:+:$LD_PRELOAD}"; exec "$2"', "sh", link, self._program]
 
     def output(self):
         """What the panel wrote to standard output so far."""

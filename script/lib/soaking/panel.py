@@ -7,7 +7,7 @@ import time
 
 from drive import panel as on_panel
 from drive import process
-from drive.panel import Panel, pad_drag, pad_press
+from drive.panel import Panel, pad_drag, pad_press, way_of_the_line
 from drive.screen import Screen
 from drive.vehicle import NEUTRAL, Vehicle, frame
 
@@ -336,6 +336,7 @@ def run(options):
     begin = time.monotonic()
     vehicle_options = ["--seed", str(options.seed), "--random", str(FAULT_PERCENT)] + options.vehicle_option
     environment = {"LINE_WITNESS": witness}
+    print(way_of_the_line(), flush=True)
     with Screen() as screen, Vehicle(options.vehicle, *vehicle_options, log=log) as vehicle:
         with Panel(options.panel, screen, vehicle.line, environment, options.witness) as panel:
             panel_run = PanelRun(options, screen, vehicle, panel, witness)
