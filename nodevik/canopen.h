@@ -395,49 +395,54 @@ private:
     static constexpr int list_size = 512;
     static constexpr unsigned int cobid_count = 0x800;
 
-    int add_pdo(PDO& pdo, PDO** list, int& count, int size, const char* kind);
-    int messagehandler(unsigned int cobid, unsigned int length, unsigned char* candata);
-    void show_frame(unsigned int cobid, unsigned int length, const unsigned char* candata);
-    void reset_timedelay(unsigned int delay);
-    int timedelay();
-    int read_frame(bus_frame& received);
-    bool take_first_frame(bus_frame& received);
-    bool update_cycle(const bus_frame& received);
-    void send_nmt(unsigned char command, unsigned char ID) const;
-    int guarded_state(const bus_frame& received) const;
+    NODEVIK_LOCAL int add_pdo(PDO& pdo, PDO** list, int& count, int size, const char* kind);
+    NODEVIK_LOCAL int messagehandler(unsigned int cobid, unsigned int length, unsigned char* candata);
+    NODEVIK_LOCAL void show_frame(unsigned int cobid, unsigned int length, const unsigned char* candata);
+    NODEVIK_LOCAL void reset_timedelay(unsigned int delay);
+    NODEVIK_LOCAL int timedelay();
+    NODEVIK_LOCAL int read_frame(bus_frame& received);
+    NODEVIK_LOCAL bool take_first_frame(bus_frame& received);
+    NODEVIK_LOCAL bool update_cycle(const bus_frame& received);
+    NODEVIK_LOCAL void send_nmt(unsigned char command, unsigned char ID) const;
+    NODEVIK_LOCAL int guarded_state(const bus_frame& received) const;
 
-    std::span<PDO* const> rpdos() const;
-    std::span<PDO* const> tpdos() const;
+    NODEVIK_LOCAL std::span<PDO* const> rpdos() const;
+    NODEVIK_LOCAL std::span<PDO* const> tpdos() const;
     PDO& tpdo_at(int position) const { return *TPDOlist[static_cast<std::size_t>(position)]; }
-    int find_tpdo(unsigned int cobid);
-    int find_tpdo_from(int position, unsigned int cobid) const;
+    NODEVIK_LOCAL int find_tpdo(unsigned int cobid);
+    NODEVIK_LOCAL int find_tpdo_from(int position, unsigned int cobid) const;
     int next_tpdo(int position) const { return tpdo_next[static_cast<std::size_t>(position)]; }
-    bool has_tpdo(unsigned int cobid) const;
-    void index_tpdos();
+    NODEVIK_LOCAL bool has_tpdo(unsigned int cobid) const;
+    NODEVIK_LOCAL void index_tpdos();
 
     template <typename Reaction>
     bool sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react);
-    void sdo_print(int color, const char* text, const sdo_transfer& transfer, unsigned int node);
-    void sdo_aborted(const sdo_transfer& transfer, const bus_frame& answer);
-    void sdo_unknown(const sdo_transfer& transfer, const bus_frame& answer);
-    sdo_outcome sdo_silent(const sdo_transfer& transfer);
-    sdo_outcome sdo_refuse(const sdo_transfer& transfer, unsigned int code);
-    void sdo_send_abort(const sdo_transfer& transfer, unsigned int code);
-    static bool starts_upload(const sdo_transfer& transfer, const bus_frame& answer);
-    sdo_outcome sdo_initiate_upload(sdo_transfer& transfer);
-    sdo_outcome sdo_initiate_download(sdo_transfer& transfer, unsigned char command, unsigned int data);
-    sdo_outcome sdo_segment(sdo_transfer& transfer, const bus_frame& request);
-    sdo_outcome sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room, unsigned int most,
-                                    unsigned int& received);
-    sdo_outcome sdo_download_segments(sdo_transfer& transfer, unsigned int len, const char* data);
-    static unsigned int sdo_expedited_value(const bus_frame& answer);
-    static int write_result(sdo_outcome outcome);
+    NODEVIK_LOCAL void sdo_print(int color, const char* text, const sdo_transfer& transfer,
+                                 unsigned int node);
+    NODEVIK_LOCAL void sdo_aborted(const sdo_transfer& transfer, const bus_frame& answer);
+    NODEVIK_LOCAL void sdo_unknown(const sdo_transfer& transfer, const bus_frame& answer);
+    NODEVIK_LOCAL sdo_outcome sdo_silent(const sdo_transfer& transfer);
+    NODEVIK_LOCAL sdo_outcome sdo_refuse(const sdo_transfer& transfer, unsigned int code);
+    NODEVIK_LOCAL void sdo_send_abort(const sdo_transfer& transfer, unsigned int code);
+    NODEVIK_LOCAL static bool starts_upload(const sdo_transfer& transfer, const bus_frame& answer);
+    NODEVIK_LOCAL sdo_outcome sdo_initiate_upload(sdo_transfer& transfer);
+    NODEVIK_LOCAL sdo_outcome sdo_initiate_download(sdo_transfer& transfer, unsigned char command,
+                                                    unsigned int data);
+    NODEVIK_LOCAL sdo_outcome sdo_segment(sdo_transfer& transfer, const bus_frame& request);
+    NODEVIK_LOCAL sdo_outcome sdo_upload_segments(sdo_transfer& transfer, char* data, unsigned int room,
+                                                  unsigned int most, unsigned int& received);
+    NODEVIK_LOCAL sdo_outcome sdo_download_segments(sdo_transfer& transfer, unsigned int len,
+                                                    const char* data);
+    NODEVIK_LOCAL static unsigned int sdo_expedited_value(const bus_frame& answer);
+    NODEVIK_LOCAL static int write_result(sdo_outcome outcome);
 
-    static pdo_objects tpdo_objects(unsigned int number);
-    static pdo_objects rpdo_objects(unsigned int number);
-    void save_mappings(pdo_objects objects, unsigned int nodeid, PDO& pdo);
-    void load_mappings(pdo_objects objects, unsigned int nodeid, unsigned int PDO_number, PDO& pdo);
-    void show_node_cobids(unsigned char nodeid, pdo_objects (*objects)(unsigned int), const char* kind);
+    NODEVIK_LOCAL static pdo_objects tpdo_objects(unsigned int number);
+    NODEVIK_LOCAL static pdo_objects rpdo_objects(unsigned int number);
+    NODEVIK_LOCAL void save_mappings(pdo_objects objects, unsigned int nodeid, PDO& pdo);
+    NODEVIK_LOCAL void load_mappings(pdo_objects objects, unsigned int nodeid, unsigned int PDO_number,
+                                     PDO& pdo);
+    NODEVIK_LOCAL void show_node_cobids(unsigned char nodeid, pdo_objects (*objects)(unsigned int),
+                                        const char* kind);
 
     unsigned int can_debug = 1;
     int RPDOcount = 0;

@@ -122,17 +122,18 @@ public:
 
 private:
     bool has_debug(unsigned int bits) const { return (driver_debug & bits) != 0; }
-    void exit_if_fatal() const;
-    void report_not_open(const char* text) const;
-    void report_open_step(const char* function) const;
-    canStatus open_failed(const char* function, canStatus code);
-    bool read_bus_params(bool silent);
-    void print_bus_params(long freq, unsigned int tseg1, unsigned int tseg2, unsigned int sjw,
-                          unsigned int noSamp, bool silent) const;
-    void note_frame_type();
-    int received(unsigned int& ID, unsigned int length, const unsigned char* data, long id);
-    int receive_failed(unsigned int& ID, unsigned int& length, const char* text);
-    void trace(unsigned int id, unsigned int length, const unsigned char* data, const char* direction) const;
+    NODEVIK_LOCAL void exit_if_fatal() const;
+    NODEVIK_LOCAL void report_not_open(const char* text) const;
+    NODEVIK_LOCAL void report_open_step(const char* function) const;
+    NODEVIK_LOCAL canStatus open_failed(const char* function, canStatus code);
+    NODEVIK_LOCAL bool read_bus_params(bool silent);
+    NODEVIK_LOCAL void print_bus_params(long freq, unsigned int tseg1, unsigned int tseg2, unsigned int sjw,
+                                        unsigned int noSamp, bool silent) const;
+    NODEVIK_LOCAL void note_frame_type();
+    NODEVIK_LOCAL int received(unsigned int& ID, unsigned int length, const unsigned char* data, long id);
+    NODEVIK_LOCAL int receive_failed(unsigned int& ID, unsigned int& length, const char* text);
+    NODEVIK_LOCAL void trace(unsigned int id, unsigned int length, const unsigned char* data,
+                             const char* direction) const;
 
     canHandle h = -1;             // the open channel; negative: the error code of the failed open
     canStatus stat = canOK;       // result of the last CANlib call

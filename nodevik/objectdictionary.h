@@ -254,7 +254,7 @@ public:
     /// @}
 
 private:
-    pdo_information* find_record(unsigned int cid);
+    NODEVIK_LOCAL pdo_information* find_record(unsigned int cid);
 };
 
 #endif

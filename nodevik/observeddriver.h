@@ -28,9 +28,10 @@
 #include <cstdint>
 
 #include "nodevik/candriver.h"
+#include "nodevik/util/export.h"
 
 /// A frame that has passed, as an observer is shown it. It is valid during the call only.
-class ObservedFrame {
+class NODEVIK_EXPORT ObservedFrame {
 public:
     /// Which way a frame went.
     enum class Direction : unsigned char {
@@ -85,7 +86,7 @@ private:
 };
 
 /// Who is shown the frames.
-class FrameObserver {
+class NODEVIK_EXPORT FrameObserver {
 public:
     /// A frame has passed. The observer may send frames, and add or remove observers, itself too.
     ///
@@ -103,7 +104,7 @@ protected:
 ///
 /// Results, printed lines and the end of the process are those of the driver behind. That driver belongs to
 /// the caller, who keeps it alive as long as this one, and reads and writes through this one only.
-class ObservedDriver : public CANdriver {
+class NODEVIK_EXPORT ObservedDriver : public CANdriver {
 public:
     /// Most observers at a time.
     static constexpr std::size_t max_observers = 8;
@@ -190,11 +191,11 @@ private:
             pass_words_on();
         }
     }
-    void pass_words_on();
+    NODEVIK_LOCAL void pass_words_on();
     // Both stand in the way of every frame: their calls would cost as much as they do.
-    [[gnu::always_inline]] void show(const ObservedFrame& frame);
-    [[gnu::always_inline]] void show_received(unsigned int id, unsigned int length,
-                                              const unsigned char* data);
+    NODEVIK_LOCAL [[gnu::always_inline]] void show(const ObservedFrame& frame);
+    NODEVIK_LOCAL [[gnu::always_inline]] void show_received(unsigned int id, unsigned int length,
+                                                            const unsigned char* data);
 
     CANdriver* behind;
     const CANdriver* opened;  // the one behind all observed drivers

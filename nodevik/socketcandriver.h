@@ -244,30 +244,32 @@ private:
     enum class Condition : unsigned char { none, down, gone, bus_off };
 
     bool has_debug(unsigned int bits) const { return (driver_debug & bits) != 0; }
-    void exit_if_fatal() const;
-    bool check_open(const char* text) const;
+    NODEVIK_LOCAL void exit_if_fatal() const;
+    NODEVIK_LOCAL bool check_open(const char* text) const;
 
-    int open_interface(const char* interface, unsigned int speed, unsigned int mode, bool silent);
-    bool adopt_name(const char* interface);
-    bool open_sockets();
-    bool bind_to_interface();
-    unsigned int received_kinds() const;
-    bool check_link(unsigned int speed) const;
-    void print_link(const can_link& link) const;
-    bool open_failed(const char* step, const char* pattern) const;
+    NODEVIK_LOCAL int open_interface(const char* interface, unsigned int speed, unsigned int mode,
+                                     bool silent);
+    NODEVIK_LOCAL bool adopt_name(const char* interface);
+    NODEVIK_LOCAL bool open_sockets();
+    NODEVIK_LOCAL bool bind_to_interface();
+    NODEVIK_LOCAL unsigned int received_kinds() const;
+    NODEVIK_LOCAL bool check_link(unsigned int speed) const;
+    NODEVIK_LOCAL void print_link(const can_link& link) const;
+    NODEVIK_LOCAL bool open_failed(const char* step, const char* pattern) const;
 
-    int fetch(unsigned int& ID, unsigned int& length, unsigned char* data);
-    int take(const can_frame& frame, unsigned int& ID, unsigned int& length, unsigned char* data);
-    void note_control(msghdr& message, bool is_handed_out);
-    void note_error_frame(const can_frame& frame);
-    int nothing_waits();
-    Condition ask_condition() const;
-    int enter(Condition found);
-    int fetch_failed(int code);
-    int send_failed(int code);
-    int report_fetch(const char* pattern);
-    int report_write(const char* pattern);
-    void trace(unsigned int id, unsigned int length, const char* direction) const;
+    NODEVIK_LOCAL int fetch(unsigned int& ID, unsigned int& length, unsigned char* data);
+    NODEVIK_LOCAL int take(const can_frame& frame, unsigned int& ID, unsigned int& length,
+                           unsigned char* data);
+    NODEVIK_LOCAL void note_control(msghdr& message, bool is_handed_out);
+    NODEVIK_LOCAL void note_error_frame(const can_frame& frame);
+    NODEVIK_LOCAL int nothing_waits();
+    NODEVIK_LOCAL Condition ask_condition() const;
+    NODEVIK_LOCAL int enter(Condition found);
+    NODEVIK_LOCAL int fetch_failed(int code);
+    NODEVIK_LOCAL int send_failed(int code);
+    NODEVIK_LOCAL int report_fetch(const char* pattern);
+    NODEVIK_LOCAL int report_write(const char* pattern);
+    NODEVIK_LOCAL void trace(unsigned int id, unsigned int length, const char* direction) const;
 
     Descriptor bus_socket;
     Descriptor link_socket;       // rtnetlink: asks for the interface's state

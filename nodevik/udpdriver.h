@@ -113,7 +113,7 @@ public:
     int descriptor() const { return u.server_socket() != 0 ? u.server_socket() : -1; }
 
 private:
-    void prepare_stop();
+    NODEVIK_LOCAL void prepare_stop();
 
     std::array<unsigned char, 1600> netdata{};  // the frame last received or written
     udpserver u;

@@ -90,7 +90,7 @@ public:
     void settypefilter(typefilter t);
 
 private:
-    bool passes(unsigned int mode) const;
+    NODEVIK_LOCAL bool passes(unsigned int mode) const;
 
     std::string dirname;      // absolute path of the directory last read
     std::string filename;     // what operator[] returned last

@@ -16,11 +16,13 @@
 
 #include <cstdint>
 
+#include "nodevik/util/export.h"
+
 /// The deadline of something that waits for no time.
 inline constexpr std::uint64_t no_deadline = UINT64_MAX;
 
 /// The time: nanoseconds of CLOCK_MONOTONIC.
-std::uint64_t monotonic_ns();
+NODEVIK_EXPORT std::uint64_t monotonic_ns();
 
 /// How long poll(2) may wait for a deadline.
 ///
@@ -28,6 +30,6 @@ std::uint64_t monotonic_ns();
 /// @param now_ns       the time, nanoseconds of CLOCK_MONOTONIC
 /// @return milliseconds, rounded up, so that the deadline has come after the wait; 0 when it has come
 ///         already; -1, which to poll(2) means "as long as it takes", for no_deadline; at most 2147483647
-int milliseconds_until(std::uint64_t deadline_ns, std::uint64_t now_ns);
+NODEVIK_EXPORT int milliseconds_until(std::uint64_t deadline_ns, std::uint64_t now_ns);
 
 #endif

@@ -154,9 +154,9 @@ private:
         int length;
     };
 
-    Gathered gather(char end, int minlen, int maxlen);
-    void carry_over(int from, int until);
-    void trace(unsigned int what, std::string_view bytes) const;
+    NODEVIK_LOCAL Gathered gather(char end, int minlen, int maxlen);
+    NODEVIK_LOCAL void carry_over(int from, int until);
+    NODEVIK_LOCAL void trace(unsigned int what, std::string_view bytes) const;
 
     std::atomic<int> fd = 0;  // 0: no device is open; hands an opened device over to the thread that reads it
     termios options = {};

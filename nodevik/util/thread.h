@@ -57,10 +57,10 @@ public:
     int result() const { return res; }
 
 private:
-    static void* tStartup(void* object);
-    static void* start_plain(void* object);
-    static void* start_with_argument(void* object);
-    void start(void* (*routine)(void*), bool inherit_scheduling);
+    NODEVIK_LOCAL static void* tStartup(void* object);
+    NODEVIK_LOCAL static void* start_plain(void* object);
+    NODEVIK_LOCAL static void* start_with_argument(void* object);
+    NODEVIK_LOCAL void start(void* (*routine)(void*), bool inherit_scheduling);
 
     pthread_t th{};
     pthread_attr_t attr{};

@@ -128,8 +128,8 @@ protected:
     int signal_priority = 0;  ///< offset of the timer's signal below SIGRTMAX
 
 private:
-    void create_system_timer(const char* failure);
-    void set_times(const char* failure, int flags);
+    NODEVIK_LOCAL void create_system_timer(const char* failure);
+    NODEVIK_LOCAL void set_times(const char* failure, int flags);
 
     bool created = false;  // the system's first timer may well be number zero
 };

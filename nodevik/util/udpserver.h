@@ -144,7 +144,7 @@ public:
     const sockaddr_in& server_from() const { return server_from_addr; }
 
 private:
-    int bind_server(unsigned port, signal_handler handler);
+    NODEVIK_LOCAL int bind_server(unsigned port, signal_handler handler);
 
     int clientsockfd = 0;
     int servsockfd = 0;
