@@ -184,9 +184,10 @@ CCANopen::pdo_objects CCANopen::rpdo_objects(unsigned int number) {
 }
 
 // Sends a request up to four times, 20 ms apart, until `react` calls a received frame the end of the wait.
-// Frames that it calls foreign are treated as between transfers. False when no attempt was answered. An eager
-// request, one for a segment, goes out once and is awaited as long: a node that has served it would take a
-// second copy for a toggle bit that was not alternated, and give the transfer up (CiA 301, 7.2.4.3).
+// Frames that it calls foreign are treated as between transfers. False when no attempt was answered. What
+// waits in the queue before the first attempt is discarded, if the program wants that. An eager request, one
+// for a segment, goes out once and is awaited as long: a node that has served it would take a second copy for
+// a toggle bit that was not alternated, and give the transfer up (CiA 301, 7.2.4.3).
 template <typename Reaction>
 bool CCANopen::sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react) {
     const bool once = pace == sdo_pace::eager;

@@ -86,6 +86,9 @@ public:
     /// Chooses what read() and read_wait() hand out beside what the mode of open() has them hand out. It
     /// counts from the next open() on, for that one and all later ones.
     ///
+    /// A master that reads through this driver gets those frames too, and takes them for data: a program that
+    /// has a master and listens as well does so with a second driver on the same interface.
+    ///
     /// @param kinds  set of frame_kinds bits; 0, the state of a new driver, for nothing more
     void receive_also(unsigned int kinds) { more_kinds = kinds; }
 

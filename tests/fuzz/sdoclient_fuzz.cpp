@@ -83,6 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (int i = 0; i < 4 && !input.empty(); ++i) {
         master.set_debug(input.byte() & 0xFEU);  // bit 1 would end the process at the first abort
         const std::uint8_t operation = input.byte();
+        master.discard_late_sdo_answers(operation >= 128);
         const std::uint8_t node = input.byte();
         const std::uint16_t index = input.word();
         const std::uint8_t subindex = input.byte();
