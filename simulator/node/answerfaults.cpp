@@ -37,8 +37,22 @@ std::vector<TimedFrame> AnswerFaults::disturb(const CanFrame& answer, Time now) 
     return frames;
 }
 
+bool AnswerFaults::loses_request() {
+    return (!settings_.most || struck_ < *settings_.most) && strikes(settings_.unheard);
+}
+
 bool AnswerFaults::strikes(unsigned percent) {
     const bool struck = percent != 0 && random_() % 100 < percent;
+    struck_ += struck ? 1 : 0;
+    return struck;
+}
+
+TransferFaults::TransferFaults(const FaultSettings& settings, std::uint8_t node)
+    : settings_(settings), random_(settings.seed + node) {}
+
+bool TransferFaults::strikes(unsigned percent) {
+    const bool may_strike = percent != 0 && (!settings_.most || struck_ < *settings_.most);
+    const bool struck = may_strike && random_() % 100 < percent;
     struck_ += struck ? 1 : 0;
     return struck;
 }

@@ -18,6 +18,8 @@ constexpr unsigned remembered_errors = 8;
 constexpr unsigned channels = 4;
 constexpr std::size_t largest_bytes = 10'000;
 constexpr std::uint16_t code_guarding_lost = 0x8130;
+constexpr std::uint64_t contact_bits = 0x11;  // of the error register, by that code alone
+constexpr std::uint32_t highest_node = 127;
 constexpr std::uint16_t code_pdo_too_short = 0x8210;
 
 constexpr std::uint32_t device_type = 0x000F0191;  // profile 401, all four kinds of inputs and outputs
@@ -44,11 +46,16 @@ void keep_earlier(std::optional<Time>& earliest, const std::optional<Time>& time
 
 }  // namespace
 
+LssIdentity NodeSettings::identity() const {
+    return {0x00000000, 0x00000401, 0x00010000, serial.value_or(node)};
+}
+
 CanopenNode::CanopenNode(const NodeSettings& settings)
-    : settings_(settings), sdo_(dictionary_, settings.node) {
+    : settings_(settings), sdo_(dictionary_, settings.node, settings.blocks, settings.faults) {
     add_identity();
     add_errors();
     add_control();
+    add_storage();
     add_samples();
     add_process_data();
     pdos_ = std::make_unique<NodePdos>(dictionary_, settings_.node, settings_.strict_counts);
@@ -78,11 +85,16 @@ std::vector<SentFrame> CanopenNode::receive(const CanFrame& frame, Time now) {
         if (frame.remote) {
             guard(now);
         }
+    } else if (frame.identifier > guarding_base && frame.identifier <= guarding_base + highest_node) {
+        hear_heartbeat(frame, now);
     } else if (!communicates()) {
         return {};
     } else if (frame.identifier == sdo_request_base + settings_.node) {
         if (const std::optional<CanFrame> answer = sdo_.answer(frame, now)) {
             send(*answer, true);
+        }
+        while (const std::optional<CanFrame> segment = sdo_.more()) {
+            send(*segment, true);
         }
     } else if (frame.identifier == (dictionary_.at(0x1005, 0).number() & cobid_bits)) {
         handle_sync(now);
@@ -97,6 +109,7 @@ std::vector<SentFrame> CanopenNode::advance(Time now) {
         return {};
     }
     watch_guarding(now);
+    watch_heartbeats(now);
     if (const std::optional<CanFrame> abort = sdo_.expire(now)) {
         send(*abort);
     }
@@ -110,6 +123,9 @@ std::optional<Time> CanopenNode::deadline() const {
         keep_earlier(earliest, next_heartbeat_);
         keep_earlier(earliest, next_sync_);
         keep_earlier(earliest, sdo_.deadline());
+        for (const Watched& watched : watched_) {
+            keep_earlier(earliest, watched.lost_at);
+        }
         if (state_ == NmtState::operational) {
             keep_earlier(earliest, pdos_->deadline());
         }
@@ -136,16 +152,17 @@ void CanopenNode::add_identity() {
     dictionary_.add_bytes(0x1008, 0, Access::read_only, 0, "node-simulator");
     dictionary_.add_bytes(0x1009, 0, Access::read_only, 0, "simulated hardware");
     dictionary_.add_bytes(0x100A, 0, Access::read_only, 0, "1.0");
-    const std::array<std::uint32_t, 5> identity{4, 0x00000000, 0x00000401, 0x00010000, settings_.node};
-    dictionary_.add_number(0x1018, 0, Access::read_only, 1, identity[0]);
-    for (std::size_t i = 1; i < identity.size(); ++i) {
-        dictionary_.add_number(0x1018, static_cast<std::uint8_t>(i), Access::read_only, 4, identity[i]);
+    const LssIdentity identity = settings_.identity();
+    dictionary_.add_number(0x1018, 0, Access::read_only, 1, identity.size());
+    for (std::size_t i = 0; i < identity.size(); ++i) {
+        dictionary_.add_number(0x1018, static_cast<std::uint8_t>(i + 1), Access::read_only, 4, identity[i]);
     }
 }
 
 void CanopenNode::add_errors() {
     dictionary_.add_number(0x1001, 0, Access::read_only, 1, 0).mapping = Mapping::transmit;
     DictionaryObject& count = dictionary_.add_number(0x1003, 0, Access::read_write, 1, 0);
+    count.volatile_value = true;
     count.accept = [](Bytes& value) { return value[0] == 0 ? access_done : abort_invalid_value; };
     for (std::uint8_t i = 1; i <= remembered_errors; ++i) {
         dictionary_.add_number(0x1003, i, Access::read_only, 4, 0);
@@ -168,9 +185,50 @@ void CanopenNode::add_control() {
     dictionary_.add_number(0x1017, 0, Access::read_write, 2, settings_.heartbeat_ms).changed = [this] {
         next_heartbeat_.reset();
     };
+    dictionary_.add_number(0x1016, 0, Access::read_only, 1, watched_.size());
+    for (std::size_t i = 0; i < watched_.size(); ++i) {
+        DictionaryObject& entry =
+            dictionary_.add_number(0x1016, static_cast<std::uint8_t>(i + 1), Access::read_write, 4, 0);
+        entry.accept = [this, i](Bytes& value) { return check_consumer(i, load_le(value)); };
+        entry.changed = [this, i] { watched_[i] = {}; };
+    }
     dictionary_.add_number(0x1200, 0, Access::read_only, 1, 2);
     dictionary_.add_number(0x1200, 1, Access::read_only, 4, sdo_request_base + settings_.node);
     dictionary_.add_number(0x1200, 2, Access::read_only, 4, 0x580U + settings_.node);
+}
+
+// Store and restore (CiA 301, 7.5.2.13 and 7.5.2.14). Reading tells that it is done on command.
+void CanopenNode::add_storage() {
+    struct Range {
+        std::uint16_t first;
+        std::uint16_t last;
+    };
+    constexpr std::array<Range, 3> ranges{{{0x1000, 0x9FFF}, {0x1000, 0x1FFF}, {0x6000, 0x9FFF}}};
+    constexpr std::uint64_t save = 0x65766173;
+    constexpr std::uint64_t load = 0x64616F6C;
+    constexpr std::uint64_t on_command = 1;
+    for (const std::uint16_t index : {std::uint16_t{0x1010}, std::uint16_t{0x1011}}) {
+        dictionary_.add_number(index, 0, Access::read_only, 1, ranges.size());
+        for (std::size_t i = 0; i < ranges.size(); ++i) {
+            DictionaryObject& object = dictionary_.add_number(index, static_cast<std::uint8_t>(i + 1),
+                                                              Access::read_write, 4, on_command);
+            object.accept = [this, index, range = ranges[i]](Bytes& value) {
+                if (load_le(value) != (index == 0x1010 ? save : load)) {
+                    return abort_not_stored;
+                }
+                store_le(value, on_command);
+                if (index == 0x1010) {
+                    dictionary_.store(range.first, range.last);
+                } else {
+                    dictionary_.forget_stored(range.first, range.last);
+                }
+                return access_done;
+            };
+        }
+    }
+    dictionary_.add_number(0x1020, 0, Access::read_only, 1, 2);
+    dictionary_.add_number(0x1020, 1, Access::read_write, 4, 0);
+    dictionary_.add_number(0x1020, 2, Access::read_write, 4, 0);
 }
 
 void CanopenNode::add_samples() {
@@ -216,6 +274,7 @@ void CanopenNode::boot(Time now) {
     pdos_->reset();
     guard_toggle_ = 0;
     guarded_until_.reset();
+    watched_ = {};
     next_heartbeat_.reset();
     next_sync_.reset();
     if (dictionary_.at(0x1017, 0).number() != 0) {
@@ -276,10 +335,58 @@ void CanopenNode::watch_guarding(Time now) {
         return;
     }
     guarded_until_.reset();
+    lose_contact();
+}
+
+// Somebody whom the node depends on has fallen silent: it says so and leaves operational.
+void CanopenNode::lose_contact() {
     raise_emergency(code_guarding_lost, {});
     if (state_ == NmtState::operational) {
         enter(NmtState::pre_operational);
     }
+}
+
+// The heartbeat of another node. The time begins with the first one; a boot-up message ends it until the next.
+void CanopenNode::hear_heartbeat(const CanFrame& frame, Time now) {
+    if (frame.remote || frame.length != 1) {
+        return;
+    }
+    for (std::size_t i = 0; i < watched_.size(); ++i) {
+        const std::uint64_t entry = dictionary_.at(0x1016, static_cast<std::uint8_t>(i + 1)).number();
+        const Time time_us = (entry & 0xFFFF) * 1000;
+        if ((entry >> 16 & 0xFF) != frame.identifier - guarding_base || time_us == 0) {
+            continue;
+        }
+        Watched& watched = watched_[i];
+        const bool booted = frame.data[0] == 0;
+        watched.lost_at = booted ? std::nullopt : std::optional(now + time_us);
+        if (!booted && std::exchange(watched.lost, false) &&
+            dictionary_.at(0x1001, 0).number() == contact_bits) {
+            raise_emergency(0, {});
+        }
+    }
+}
+
+void CanopenNode::watch_heartbeats(Time now) {
+    for (Watched& watched : watched_) {
+        if (watched.lost_at && now >= *watched.lost_at) {
+            watched.lost_at.reset();
+            watched.lost = true;
+            lose_contact();
+        }
+    }
+}
+
+// Whether entry `place` of the heartbeats to watch may become `wanted`: no node is watched twice.
+AbortCode CanopenNode::check_consumer(std::size_t place, std::uint64_t wanted) {
+    const auto node_of = [](std::uint64_t entry) { return (entry & 0xFFFF) == 0 ? 0 : entry >> 16 & 0xFF; };
+    for (std::size_t i = 0; i < watched_.size(); ++i) {
+        const std::uint64_t entry = dictionary_.at(0x1016, static_cast<std::uint8_t>(i + 1)).number();
+        if (i != place && node_of(wanted) != 0 && node_of(entry) == node_of(wanted)) {
+            return abort_incompatible;
+        }
+    }
+    return access_done;
 }
 
 void CanopenNode::beat(Time now) {

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "simulator/node/canframe.h"
+#include "simulator/node/lssslave.h"
 #include "simulator/node/nodedictionary.h"
 #include "simulator/node/nodepdo.h"
 #include "simulator/node/sdoserver.h"
@@ -34,11 +35,17 @@ enum class NmtState : std::uint8_t { initialising = 0, stopped = 4, operational 
 
 /// What a node is like before anybody talks to it.
 struct NodeSettings {
-    std::uint8_t node = 1;             ///< node number, 1 to 127
-    std::uint16_t heartbeat_ms = 0;    ///< producer heartbeat time (object 1017h); 0 none
-    std::uint32_t sync_period_us = 0;  ///< makes the node produce SYNC (objects 1005h, 1006h); 0 not
-    bool self_starting = false;        ///< enters operational by itself after boot-up
-    bool strict_counts = false;        ///< refuses the number of mapped objects in more than one byte
+    std::uint8_t node = 1;                ///< node number, 1 to 127; 0 for a device that has none
+    std::uint16_t heartbeat_ms = 0;       ///< producer heartbeat time (object 1017h); 0 none
+    std::uint32_t sync_period_us = 0;     ///< makes the node produce SYNC (objects 1005h, 1006h); 0 not
+    bool self_starting = false;           ///< enters operational by itself after boot-up
+    bool strict_counts = false;           ///< refuses the number of mapped objects in more than one byte
+    std::optional<std::uint32_t> serial;  ///< serial number of its identity; none: the node number
+    BlockSettings blocks;                 ///< how it does block transfers
+    FaultSettings faults;                 ///< what its SDO server does wrong by itself
+
+    /// Its identity object.
+    LssIdentity identity() const;
 };
 
 /// A frame that a node sends, and whether it answers somebody.
@@ -59,9 +66,12 @@ struct SentFrame {
 /// | 1005h, 1006h| r/w    | SYNC identifier, bit 30 produce it; its period in microseconds             |
 /// | 1008h-100Ah | r      | name, hardware and software version                                        |
 /// | 100Ch, 100Dh| r/w    | guard time (ms) and life time factor                                       |
+/// | 1010h, 1011h| r/w    | store and restore: all, communication, application (1 to 3)                |
 /// | 1014h       | r      | emergency identifier                                                       |
+/// | 1016h       | r/w    | the heartbeats of four others that it watches: node and time (ms)          |
 /// | 1017h       | r/w    | producer heartbeat time (ms)                                               |
 /// | 1018h       | r      | identity: vendor, product, revision, serial number                         |
+/// | 1020h       | r/w    | date and time of the configuration                                         |
 /// | 2000h, 2001h| r/w    | a text and a domain of up to 10,000 bytes                                  |
 /// | 2002h       | r/w    | subindices 1 to 8: numbers of 1 to 8 bytes                                 |
 /// | 2003h       | w      | a number that can only be written (4 bytes)                                |
@@ -72,7 +82,7 @@ struct SentFrame {
 /// | 6200h, 6411h| r/w    | subindices 1 to 4: outputs, each wired to the input of the same subindex   |
 class CanopenNode {
 public:
-    /// A node without power. @param settings what it is like
+    /// A node without power. @param settings what it is like; it has a number
     explicit CanopenNode(const NodeSettings& settings);
 
     CanopenNode(const CanopenNode&) = delete;
@@ -115,10 +125,20 @@ public:
     /// Sets digital input @p channel (1 to 4).
     std::vector<SentFrame> set_input(std::uint8_t channel, std::uint8_t value, Time now);
 
+    /// Replaces what its SDO server does wrong by itself.
+    void set_transfer_faults(const FaultSettings& faults) { sdo_.set_faults(faults); }
+
 private:
+    // A node whose heartbeat this one watches, by its entry in 1016h.
+    struct Watched {
+        std::optional<Time> lost_at;  // none before its first heartbeat
+        bool lost = false;
+    };
+
     void add_identity();
     void add_errors();
     void add_control();
+    void add_storage();
     void add_samples();
     void add_process_data();
     void wire(std::uint16_t output, std::uint16_t input, std::size_t size);
@@ -128,6 +148,10 @@ private:
     void command(unsigned code, Time now);
     void guard(Time now);
     void watch_guarding(Time now);
+    void hear_heartbeat(const CanFrame& frame, Time now);
+    void watch_heartbeats(Time now);
+    void lose_contact();
+    AbortCode check_consumer(std::size_t place, std::uint64_t wanted);
     void beat(Time now);
     void produce_sync(Time now);
     void handle_sync(Time now);
@@ -144,6 +168,7 @@ private:
     SdoServer sdo_;
     NmtState state_ = NmtState::initialising;
     bool powered_ = false;
+    std::array<Watched, 4> watched_;
     unsigned guard_toggle_ = 0;
     std::optional<Time> guarded_until_;   // end of the life time, once guarding has begun
     std::optional<Time> next_heartbeat_;  // none while there is no heartbeat

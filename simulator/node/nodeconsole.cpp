@@ -33,7 +33,7 @@ struct Context {
 };
 
 const char* switch_off(const Context& context) {
-    context.node->power_off();
+    context.bus.power_off(*context.node);
     return nullptr;
 }
 
@@ -76,6 +76,21 @@ const char* replace_faults(const Context& context) {
     return nullptr;
 }
 
+const char* replace_transfer_faults(const Context& context) {
+    const Numbers& numbers = context.numbers;
+    if (std::any_of(numbers.begin() + 1, numbers.begin() + 4,
+                    [](unsigned percent) { return percent > 100; })) {
+        return "faults are percentages, 0 to 100";
+    }
+    FaultSettings faults = context.faults;
+    faults.toggled = numbers[1];
+    faults.wrong_crc = numbers[2];
+    faults.endless = numbers[3];
+    faults.most = numbers.size() > 4 ? std::optional(numbers[4]) : std::nullopt;
+    context.node->set_transfer_faults(faults);
+    return nullptr;
+}
+
 // A command: how many numbers follow, whether the first is a node's, and what it does.
 struct Command {
     std::string_view name;
@@ -85,9 +100,12 @@ struct Command {
     const char* (*run)(const Context&);
 };
 constexpr std::array commands{
-    Command{"off", 1, 1, true, switch_off},           Command{"on", 1, 1, true, switch_on},
-    Command{"emergency", 2, 2, true, send_emergency}, Command{"input", 3, 3, true, set_input},
+    Command{"off", 1, 1, true, switch_off},
+    Command{"on", 1, 1, true, switch_on},
+    Command{"emergency", 2, 2, true, send_emergency},
+    Command{"input", 3, 3, true, set_input},
     Command{"faults", 4, 5, false, replace_faults},
+    Command{"transfer-faults", 4, 5, true, replace_transfer_faults},
 };
 
 // The numbers in the rest of `words`; none when one of them is none.

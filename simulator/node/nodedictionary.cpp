@@ -98,11 +98,30 @@ AbortCode NodeDictionary::write(std::uint16_t index, std::uint8_t subindex,
     return access_done;
 }
 
-void NodeDictionary::reset(std::uint16_t first, std::uint16_t last) {
+// Changes every object from `first` to `last`.
+template <typename Change>
+void NodeDictionary::for_each(std::uint16_t first, std::uint16_t last, Change change) {
     const auto end = objects_.upper_bound(key_of(last, 0xFF));
     for (auto entry = objects_.lower_bound(key_of(first, 0)); entry != end; ++entry) {
-        entry->second.value = entry->second.initial;
+        change(entry->second);
     }
+}
+
+void NodeDictionary::store(std::uint16_t first, std::uint16_t last) {
+    for_each(first, last, [](DictionaryObject& object) {
+        if (object.access == Access::read_write && !object.volatile_value) {
+            object.stored = object.value;
+        }
+    });
+}
+
+void NodeDictionary::forget_stored(std::uint16_t first, std::uint16_t last) {
+    for_each(first, last, [](DictionaryObject& object) { object.stored.reset(); });
+}
+
+void NodeDictionary::reset(std::uint16_t first, std::uint16_t last) {
+    for_each(first, last,
+             [](DictionaryObject& object) { object.value = object.stored.value_or(object.initial); });
 }
 
 // An index without any subindex does not exist; otherwise it is the subindex that is missing.

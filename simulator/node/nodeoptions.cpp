@@ -8,6 +8,8 @@
 #include <limits>
 #include <string_view>
 
+#include "simulator/node/blocktransfer.h"
+
 namespace node_simulator {
 
 namespace {
@@ -32,23 +34,51 @@ std::optional<std::uint64_t> parse_number(std::string_view text, std::uint64_t l
 // Each takes the option's value, stores it and returns the reason why it cannot, or nothing.
 using Store = std::string (*)(std::string_view, NodeOptions&);
 
-std::string store_nodes(std::string_view text, NodeOptions& options) {
-    options.nodes.clear();
+// Reads numbers from `lowest` to `highest` with commas between them; false when one of them is none.
+template <typename Number>
+bool parse_list(std::string_view text, std::uint64_t lowest, std::uint64_t highest,
+                std::vector<Number>& numbers) {
+    numbers.clear();
     for (bool more = true; more;) {
         const std::size_t comma = text.find(',');
-        const auto number = parse_number(text.substr(0, comma), 1, highest_node);
+        const auto number = parse_number(text.substr(0, comma), lowest, highest);
         if (!number) {
-            return "--nodes takes node numbers from 1 to 127 with commas between them, such as 1,2,5";
+            return false;
         }
-        const auto node = static_cast<std::uint8_t>(*number);
-        if (std::find(options.nodes.begin(), options.nodes.end(), node) != options.nodes.end()) {
-            return "--nodes names node " + std::to_string(node) + " twice";
-        }
-        options.nodes.push_back(node);
+        numbers.push_back(static_cast<Number>(*number));
         more = comma != std::string_view::npos;
         text.remove_prefix(more ? comma + 1 : text.size());
     }
+    return true;
+}
+
+std::string store_nodes(std::string_view text, NodeOptions& options) {
+    if (text == "none") {
+        options.nodes.clear();
+        return {};
+    }
+    if (!parse_list(text, 1, highest_node, options.nodes)) {
+        return "--nodes takes node numbers from 1 to 127 with commas between them, such as 1,2,5";
+    }
+    for (auto node = options.nodes.begin(); node != options.nodes.end(); ++node) {
+        if (std::find(options.nodes.begin(), node, *node) != node) {
+            return "--nodes names node " + std::to_string(*node) + " twice";
+        }
+    }
     return {};
+}
+
+std::string store_unconfigured(std::string_view text, NodeOptions& options) {
+    return parse_list(text, 0, highest_unsigned, options.unconfigured)
+               ? ""
+               : "--unconfigured takes serial numbers with commas between them, such as 1001,1002";
+}
+
+std::string store_block_sizes(std::string_view text, NodeOptions& options) {
+    return parse_list(text, 1, largest_block, options.block_sizes)
+               ? ""
+               : "--block-size takes numbers of segments from 1 to 127 with commas between them, such as "
+                 "4,127";
 }
 
 std::string store_peer(std::string_view text, NodeOptions& options) {
@@ -100,6 +130,14 @@ constexpr std::array number_options{
                  [](NodeOptions& o, std::uint64_t n) { o.faults.duplicated = static_cast<unsigned>(n); }},
     NumberOption{"--foreign", 0, 100,
                  [](NodeOptions& o, std::uint64_t n) { o.faults.foreign = static_cast<unsigned>(n); }},
+    NumberOption{"--unheard", 0, 100,
+                 [](NodeOptions& o, std::uint64_t n) { o.faults.unheard = static_cast<unsigned>(n); }},
+    NumberOption{"--toggled", 0, 100,
+                 [](NodeOptions& o, std::uint64_t n) { o.faults.toggled = static_cast<unsigned>(n); }},
+    NumberOption{"--wrong-crc", 0, 100,
+                 [](NodeOptions& o, std::uint64_t n) { o.faults.wrong_crc = static_cast<unsigned>(n); }},
+    NumberOption{"--endless", 0, 100,
+                 [](NodeOptions& o, std::uint64_t n) { o.faults.endless = static_cast<unsigned>(n); }},
     NumberOption{"--most", 0, highest_unsigned,
                  [](NodeOptions& o, std::uint64_t n) { o.faults.most = static_cast<unsigned>(n); }},
     NumberOption{"--heartbeat", 0, 65535,
@@ -113,18 +151,24 @@ struct TextOption {
     std::string_view name;
     Store store;
 };
-constexpr std::array text_options{TextOption{"--nodes", store_nodes}, TextOption{"--peer", store_peer},
-                                  TextOption{"--can", store_can}, TextOption{"--log", store_log}};
+constexpr std::array text_options{TextOption{"--unconfigured", store_unconfigured},
+                                  TextOption{"--block-size", store_block_sizes},
+                                  TextOption{"--nodes", store_nodes},
+                                  TextOption{"--peer", store_peer},
+                                  TextOption{"--can", store_can},
+                                  TextOption{"--log", store_log}};
 
 // An option without a value.
 struct Switch {
     std::string_view name;
     bool NodeOptions::*flag;
 };
-constexpr std::array switches{Switch{"--help", &NodeOptions::help}, Switch{"-h", &NodeOptions::help},
+constexpr std::array switches{Switch{"--help", &NodeOptions::help},
+                              Switch{"-h", &NodeOptions::help},
                               Switch{"--version", &NodeOptions::version},
                               Switch{"--start", &NodeOptions::self_starting},
-                              Switch{"--strict", &NodeOptions::strict_counts}};
+                              Switch{"--strict", &NodeOptions::strict_counts},
+                              Switch{"--no-blocks", &NodeOptions::no_blocks}};
 
 template <typename Table>
 auto find_by_name(const Table& table, std::string_view name) {
@@ -190,7 +234,9 @@ CANopen nodes on a simulated bus behind CAN-over-UDP: one frame per datagram of 
 line of standard output is "port N", the UDP port on 127.0.0.1 that receives frames. Ends with
 SIGINT or SIGTERM.
 
-  --nodes LIST        node numbers, 1 to 127, with commas between them (default 1)
+  --nodes LIST        node numbers, 1 to 127, with commas between them, or none (default 1)
+  --unconfigured LIST devices without a node number, by their serial numbers: an LSS master gives
+                      them one; the same serial number twice makes twins
   --listen PORT       port that receives frames, 0 picks a free one (default 5001)
   --peer HOST:PORT    where frames go, an IPv4 address (default: to the last sender; the nodes are
                       switched on when the first frame arrives)
@@ -201,6 +247,9 @@ SIGINT or SIGTERM.
   --sync MS           the first node produces SYNC with this period (default 0, not)
   --start             the nodes become operational by themselves
   --strict            refuse a number of mapped objects that comes in more than one byte
+  --no-blocks         refuse SDO block transfers, as nodes do that do not know them
+  --block-size LIST   segments of the blocks that a node receives, 1 to 127; with commas between them
+                      they take turns (default 127)
   --run COMMAND ...   run the command against the nodes and end with it, with its status;
                       in its arguments {node} stands for the nodes' port and {master} for the port
                       that frames go to, without --peer a free one on 127.0.0.1; with --can, {can}
@@ -208,13 +257,21 @@ SIGINT or SIGTERM.
   --help              this text
   --version           the program's version
 
-Faults of answers (SDO and node guarding), each in percent of the answers, 0 to 100:
+Faults of answers (SDO, LSS and node guarding), each in percent of the answers, 0 to 100:
   --lost PERCENT        the answer never comes
   --late PERCENT        the answer comes late
   --delay MS            how late (default 30)
   --duplicated PERCENT  the answer comes twice
   --foreign PERCENT     an answer of another node to another question comes first
-  --most N              disturb no more than N answers (default: no limit)
+  --unheard PERCENT     the request (SDO, node guarding) never arrives, segments of blocks included
+
+Faults of the nodes' SDO servers, each in percent of what it can strike:
+  --toggled PERCENT     the toggle bit of a segment, or of its confirmation, is wrong
+  --wrong-crc PERCENT   the check sum at the end of a block upload is wrong
+  --endless PERCENT     an upload by segments or blocks never comes to its last segment
+
+For all faults:
+  --most N              no more than N on the bus, and N of each node (default: no limit)
   --seed N              the same N brings the same faults (default 1)
 
 Commands on standard input, one per line (not with --run):
@@ -223,6 +280,7 @@ Commands on standard input, one per line (not with --run):
   emergency NODE CODE          send an emergency, CODE as 0x8130 or decimal; 0 clears the error
   input NODE CHANNEL VALUE     set a digital input, CHANNEL 1 to 4, VALUE 0 to 255
   faults LOST LATE DUPLICATED FOREIGN [MOST]   replace the faults, in percent
+  transfer-faults NODE TOGGLED WRONG-CRC ENDLESS [MOST]   the same for a node's SDO server
 Each is answered by a line "ok" or "error: ...".
 )";
 }

@@ -26,11 +26,14 @@ struct NodeOptions {
     std::string can_interface;           ///< CAN interface that the nodes are on; empty: they are behind UDP
     std::string log_file;                ///< where the frames are logged; empty: nowhere
     FaultSettings faults;
-    std::uint16_t heartbeat_ms = 0;    ///< heartbeat time of every node; 0 none
-    std::uint32_t sync_period_ms = 0;  ///< the first node produces SYNC with this period; 0 not
-    bool self_starting = false;        ///< the nodes become operational by themselves
-    bool strict_counts = false;        ///< see NodeSettings
-    std::vector<std::string> command;  ///< what to run against the nodes; empty: nothing
+    std::uint16_t heartbeat_ms = 0;              ///< heartbeat time of every node; 0 none
+    std::uint32_t sync_period_ms = 0;            ///< the first node produces SYNC with this period; 0 not
+    bool self_starting = false;                  ///< the nodes become operational by themselves
+    bool strict_counts = false;                  ///< see NodeSettings
+    std::vector<std::uint32_t> unconfigured;     ///< serial numbers of devices without a node number
+    bool no_blocks = false;                      ///< the nodes know no block transfers
+    std::vector<std::uint8_t> block_sizes{127};  ///< see BlockSettings
+    std::vector<std::string> command;            ///< what to run against the nodes; empty: nothing
 };
 
 /// Either options or, when the command line is wrong, the reason.

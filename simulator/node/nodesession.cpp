@@ -80,10 +80,17 @@ NodeSession::NodeSession(const NodeOptions& options)
     settings.sync_period_us = options_.sync_period_ms * 1000;
     settings.self_starting = options_.self_starting;
     settings.strict_counts = options_.strict_counts;
+    settings.blocks = {!options_.no_blocks, options_.block_sizes};
+    settings.faults = options_.faults;
     for (const std::uint8_t number : options_.nodes) {
         settings.node = number;
         bus_.add_node(settings);
         settings.sync_period_us = 0;  // a bus has one producer
+    }
+    settings.node = 0;
+    for (const std::uint32_t serial : options_.unconfigured) {
+        settings.serial = serial;
+        bus_.add_node(settings);
     }
 }
 

@@ -9,44 +9,65 @@ namespace {
 // Nodes that answer each other's PDOs without end leave room for the outside after so many frames.
 constexpr int most_hops = 64;
 
+// A frame that asks one node for an answer: SDO, node guarding.
+bool is_request(const CanFrame& frame) {
+    return frame.remote || (frame.identifier > 0x600 && frame.identifier < 0x680);
+}
+
 }  // namespace
 
 SimulatedBus::SimulatedBus(const FaultSettings& faults) : faults_(faults) {}
 
-CanopenNode& SimulatedBus::add_node(const NodeSettings& settings) {
-    nodes_.push_back(std::make_unique<CanopenNode>(settings));
-    return *nodes_.back();
+void SimulatedBus::add_node(const NodeSettings& settings) {
+    devices_.push_back(std::make_unique<SimulatedDevice>(settings));
 }
 
 CanopenNode* SimulatedBus::find(unsigned number) {
-    const auto found = std::find_if(nodes_.begin(), nodes_.end(),
-                                    [number](const auto& node) { return node->number() == number; });
-    return found == nodes_.end() ? nullptr : found->get();
+    for (const auto& device : devices_) {
+        if (device->node() != nullptr && device->node()->number() == number) {
+            return device->node();
+        }
+    }
+    return nullptr;
+}
+
+SimulatedDevice& SimulatedBus::device_of(const CanopenNode& node) {
+    return **std::find_if(devices_.begin(), devices_.end(),
+                          [&node](const auto& device) { return device->node() == &node; });
 }
 
 void SimulatedBus::power_on(Time now) {
-    for (const auto& node : nodes_) {
-        power_on(*node, now);
+    for (const auto& device : devices_) {
+        put(*device, device->power_on(now), now);
+        spread(now);
     }
 }
 
 void SimulatedBus::power_on(CanopenNode& node, Time now) {
-    put(node, node.power_on(now), now);
+    SimulatedDevice& device = device_of(node);
+    put(device, device.power_on(now), now);
     spread(now);
 }
 
+void SimulatedBus::power_off(CanopenNode& node) {
+    device_of(node).power_off();
+}
+
 void SimulatedBus::receive(const CanFrame& frame, Time now) {
+    if (is_request(frame) && faults_.loses_request()) {
+        return;
+    }
     to_nodes_.push_back({frame, nullptr});
     spread(now);
 }
 
 void SimulatedBus::emergency(CanopenNode& node, std::uint16_t code, Time now) {
-    put(node, node.emergency(code, {}, now), now);
+    put(device_of(node), node.emergency(code, {}, now), now);
     spread(now);
 }
 
 void SimulatedBus::set_input(CanopenNode& node, std::uint8_t channel, std::uint8_t value, Time now) {
-    put(node, node.set_input(channel, value, now), now);
+    put(device_of(node), node.set_input(channel, value, now), now);
     spread(now);
 }
 
@@ -55,8 +76,8 @@ void SimulatedBus::set_faults(const FaultSettings& faults) {
 }
 
 void SimulatedBus::advance(Time now) {
-    for (const auto& node : nodes_) {
-        put(*node, node->advance(now), now);
+    for (const auto& device : devices_) {
+        put(*device, device->advance(now), now);
     }
     spread(now);
 }
@@ -77,8 +98,8 @@ std::optional<Time> SimulatedBus::deadline() const {
     } else if (!to_outside_.empty()) {
         earliest = to_outside_.front().due;
     }
-    for (const auto& node : nodes_) {
-        if (const std::optional<Time> time = node->deadline(); time && (!earliest || *time < *earliest)) {
+    for (const auto& device : devices_) {
+        if (const std::optional<Time> time = device->deadline(); time && (!earliest || *time < *earliest)) {
             earliest = time;
         }
     }
@@ -86,7 +107,7 @@ std::optional<Time> SimulatedBus::deadline() const {
 }
 
 // Puts what `sender` sends on the bus.
-void SimulatedBus::put(const CanopenNode& sender, const std::vector<SentFrame>& frames, Time now) {
+void SimulatedBus::put(const SimulatedDevice& sender, const std::vector<SentFrame>& frames, Time now) {
     for (const SentFrame& sent : frames) {
         to_nodes_.push_back({sent.frame, &sender});
         const std::vector<TimedFrame> going =
@@ -105,9 +126,9 @@ void SimulatedBus::spread(Time now) {
     for (int hop = 0; hop < most_hops && !to_nodes_.empty(); ++hop) {
         const Heard heard = to_nodes_.front();
         to_nodes_.pop_front();
-        for (const auto& node : nodes_) {
-            if (node.get() != heard.sender) {
-                put(*node, node->receive(heard.frame, now), now);
+        for (const auto& device : devices_) {
+            if (device.get() != heard.sender) {
+                put(*device, device->receive(heard.frame, now), now);
             }
         }
     }

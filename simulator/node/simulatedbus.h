@@ -14,6 +14,7 @@
 #include "simulator/node/answerfaults.h"
 #include "simulator/node/canframe.h"
 #include "simulator/node/canopennode.h"
+#include "simulator/node/simulateddevice.h"
 
 namespace node_simulator {
 
@@ -26,10 +27,10 @@ public:
     /// An empty bus. @param faults what happens to the nodes' answers
     explicit SimulatedBus(const FaultSettings& faults = {});
 
-    /// Adds a node, still without power. @pre no node has its number yet
-    CanopenNode& add_node(const NodeSettings& settings);
+    /// Adds a device, still without power.
+    void add_node(const NodeSettings& settings);
 
-    /// The node of that number, or null.
+    /// The node of that number, or null. It lives until its device gets another number.
     CanopenNode* find(unsigned number);
 
     /// Switches every node's power on.
@@ -37,6 +38,9 @@ public:
 
     /// Switches one node's power on. @pre the node is on the bus
     void power_on(CanopenNode& node, Time now);
+
+    /// Cuts the power of one node. @pre the node is on the bus
+    void power_off(CanopenNode& node);
 
     /// A frame from outside.
     void receive(const CanFrame& frame, Time now);
@@ -60,16 +64,17 @@ public:
     std::optional<Time> deadline() const;
 
 private:
-    void put(const CanopenNode& sender, const std::vector<SentFrame>& frames, Time now);
+    SimulatedDevice& device_of(const CanopenNode& node);
+    void put(const SimulatedDevice& sender, const std::vector<SentFrame>& frames, Time now);
     void spread(Time now);
 
     // A frame on the bus that the other nodes have not heard yet.
     struct Heard {
         CanFrame frame;
-        const CanopenNode* sender;
+        const SimulatedDevice* sender;
     };
 
-    std::vector<std::unique_ptr<CanopenNode>> nodes_;
+    std::vector<std::unique_ptr<SimulatedDevice>> devices_;
     AnswerFaults faults_;
     std::deque<Heard> to_nodes_;
     std::deque<TimedFrame> to_outside_;  // by time

@@ -426,3 +426,79 @@ TEST_F(Node, ASilentSdoClientGetsAnAbort) {
     EXPECT_EQ(wait_until(*node.deadline()),
               Frames{make_frame(0x585, {0x80, 0x08, 0x10, 0, 0, 0, 0x04, 0x05})});
 }
+
+TEST_F(Node, StoresOnCommandWhatTheNextResetBringsBack) {
+    constexpr std::uint64_t save = 0x65766173;
+    constexpr std::uint64_t load = 0x64616F6C;
+    EXPECT_EQ(read(0x1010, 1), 1U) << "on command";
+    write(0x2002, 2, 2, 0x1234);
+    write(0x1017, 0, 2, 500);
+    EXPECT_EQ(write(0x1010, 1, 4, load), 0x08000020U);
+    EXPECT_EQ(write(0x1010, 1, 4, save), 0U);
+    write(0x2002, 2, 2, 0x5678);
+    hear(make_frame(0, {129, 5}));
+    EXPECT_EQ(read(0x2002, 2), 0x1234U);
+    EXPECT_EQ(read(0x1017, 0), 500U);
+
+    EXPECT_EQ(write(0x1011, 1, 4, save), 0x08000020U);
+    EXPECT_EQ(write(0x1011, 1, 4, load), 0U);
+    EXPECT_EQ(read(0x2002, 2), 0x1234U) << "not before the reset";
+    hear(make_frame(0, {129, 5}));
+    EXPECT_EQ(read(0x2002, 2), 0U);
+    EXPECT_EQ(read(0x1017, 0), 0U);
+}
+
+TEST_F(Node, StoresTheCommunicationAlone) {
+    constexpr std::uint64_t save = 0x65766173;
+    write(0x1017, 0, 2, 500);
+    write(0x6411, 1, 2, 0x1234);
+    EXPECT_EQ(write(0x1010, 2, 4, save), 0U);
+    node.power_on(0);
+    EXPECT_EQ(read(0x1017, 0), 500U);
+    EXPECT_EQ(read(0x6411, 1), 0U);
+    write(0x6411, 1, 2, 0x1234);
+    EXPECT_EQ(write(0x1010, 3, 4, save), 0U);
+    node.power_on(0);
+    EXPECT_EQ(read(0x6411, 1), 0x1234U);
+}
+
+TEST_F(Node, DoesNotStoreItsErrors) {
+    node.emergency(0x1000, {}, 0);
+    write(0x1010, 1, 4, 0x65766173);
+    node.power_on(0);
+    EXPECT_EQ(read(0x1003, 0), 0U);
+    EXPECT_EQ(read(0x1001, 0), 0U);
+}
+
+TEST_F(Node, ReportsTheLostHeartbeatOfAnotherNodeAndItsReturn) {
+    const Frames lost{make_frame(0x85, {0x30, 0x81, 0x11, 0, 0, 0, 0, 0})};
+    const CanFrame heartbeat = make_frame(0x77F, {5});
+    EXPECT_EQ(write(0x1016, 1, 4, 0x007F0064), 0U);
+    hear(start_all);
+    EXPECT_TRUE(wait_until(1000 * ms).empty()) << "the time begins with the first heartbeat";
+    hear(heartbeat);
+    EXPECT_EQ(node.deadline(), 1100 * ms);
+    EXPECT_TRUE(wait_until(1099 * ms).empty());
+    EXPECT_EQ(wait_until(1100 * ms), lost);
+    EXPECT_EQ(node.state(), NmtState::pre_operational);
+    EXPECT_TRUE(wait_until(2000 * ms).empty()) << "once";
+    EXPECT_EQ(hear(heartbeat), Frames{make_frame(0x85, {0, 0, 0, 0, 0, 0, 0, 0})});
+    EXPECT_EQ(wait_until(2100 * ms), lost);
+}
+
+TEST_F(Node, ABootUpMessageEndsTheWatchUntilTheNextHeartbeat) {
+    EXPECT_EQ(write(0x1016, 1, 4, 0x007F0064), 0U);
+    hear(make_frame(0x77F, {5}));
+    hear(make_frame(0x77F, {0}));
+    EXPECT_EQ(node.deadline(), std::nullopt);
+    EXPECT_TRUE(wait_until(1000 * ms).empty());
+}
+
+TEST_F(Node, WatchesNoNodeTwiceAndNoUnusedEntry) {
+    EXPECT_EQ(write(0x1016, 1, 4, 0x007F0064), 0U);
+    EXPECT_EQ(write(0x1016, 2, 4, 0x007F0065), 0x06040043U);
+    EXPECT_EQ(write(0x1016, 1, 4, 0x007F0065), 0U) << "its own entry may change";
+    EXPECT_EQ(write(0x1016, 2, 4, 0x007F0000), 0U) << "no time, not used";
+    EXPECT_EQ(write(0x1016, 3, 4, 0x00000064), 0U);
+    EXPECT_EQ(write(0x1016, 4, 4, 0x00000065), 0U);
+}

@@ -35,6 +35,9 @@ TEST(NodeOptions, AreOneNodeOnPort5001WithoutFaultsAtFirst) {
     EXPECT_EQ(options.sync_period_ms, 0U);
     EXPECT_FALSE(options.self_starting);
     EXPECT_FALSE(options.strict_counts);
+    EXPECT_TRUE(options.unconfigured.empty());
+    EXPECT_FALSE(options.no_blocks);
+    EXPECT_EQ(options.block_sizes, std::vector<std::uint8_t>{127});
     EXPECT_TRUE(options.command.empty());
 }
 
@@ -48,6 +51,39 @@ TEST(NodeOptions, TakeNodesPortsAndFiles) {
     EXPECT_STREQ(inet_ntoa(options.peer->sin_addr), "127.0.0.2");
     EXPECT_EQ(ntohs(options.peer->sin_port), 5000);
     EXPECT_EQ(options.log_file, "frames.log");
+}
+
+TEST(NodeOptions, TakeDevicesWithoutANodeNumber) {
+    const auto [options, error] = parse({"--nodes", "none", "--unconfigured", "1001,4294967295,0"});
+    EXPECT_EQ(error, "");
+    EXPECT_TRUE(options.nodes.empty());
+    EXPECT_EQ(options.unconfigured, (std::vector<std::uint32_t>{1001, 4294967295, 0}));
+    const std::string reason =
+        "--unconfigured takes serial numbers with commas between them, such as 1001,1002";
+    EXPECT_EQ(error_of({"--unconfigured", "x"}), reason);
+    EXPECT_EQ(error_of({"--unconfigured", "4294967296"}), reason);
+}
+
+TEST(NodeOptions, TakeBlockSizes) {
+    const auto [options, error] = parse({"--no-blocks", "--block-size=4,127,1"});
+    EXPECT_EQ(error, "");
+    EXPECT_TRUE(options.no_blocks);
+    EXPECT_EQ(options.block_sizes, (std::vector<std::uint8_t>{4, 127, 1}));
+    const std::string reason =
+        "--block-size takes numbers of segments from 1 to 127 with commas between them, such as 4,127";
+    EXPECT_EQ(error_of({"--block-size", "0"}), reason);
+    EXPECT_EQ(error_of({"--block-size", "128"}), reason);
+    EXPECT_EQ(error_of({"--block-size", "4,"}), reason);
+}
+
+TEST(NodeOptions, TakeFaultsOfTheServers) {
+    const auto [options, error] = parse({"--unheard=1", "--toggled=2", "--wrong-crc=3", "--endless=100"});
+    EXPECT_EQ(error, "");
+    EXPECT_EQ(options.faults.unheard, 1U);
+    EXPECT_EQ(options.faults.toggled, 2U);
+    EXPECT_EQ(options.faults.wrong_crc, 3U);
+    EXPECT_EQ(options.faults.endless, 100U);
+    EXPECT_EQ(error_of({"--endless", "101"}), "--endless takes a whole number from 0 to 100, not '101'");
 }
 
 TEST(NodeOptions, KnowLocalhost) {

@@ -235,3 +235,118 @@ TEST_F(Bus, ConsoleTellsWhatIsWrong) {
     EXPECT_EQ(command("off 0x"), "error: wrong numbers after 'off'");
     EXPECT_EQ(command("off 9"), "error: no node 9");
 }
+
+TEST_F(Bus, UnheardRequestsGetNoAnswer) {
+    FaultSettings faults;
+    faults.unheard = 100;
+    faults.most = 1;
+    disturb(faults);
+    EXPECT_EQ(asked(), Frames{});
+    EXPECT_EQ(asked(), Frames{device_type});
+}
+
+TEST_F(Bus, UnheardRequestsAreNoCommands) {
+    FaultSettings faults;
+    faults.unheard = 100;
+    disturb(faults);
+    bus.receive(make_frame(0, {1, 0}), 0);
+    EXPECT_EQ(bus.find(1)->state(), NmtState::operational);
+}
+
+TEST_F(Bus, FaultsOfAServerStrikeItsNodeAlone) {
+    FaultSettings faults;
+    EXPECT_EQ(run_console_command(bus, faults, "transfer-faults 1 100 0 0 1", 0), "ok");
+    const auto first_segment_of = [this](std::uint32_t node) {
+        bus.receive(make_frame(0x600 + node, {0x40, 0x00, 0x20, 0, 0, 0, 0, 0}), 0);
+        bus.receive(make_frame(0x600 + node, {0x60, 0, 0, 0, 0, 0, 0, 0}), 0);
+        return taken(0).back().data[0];
+    };
+    EXPECT_EQ(first_segment_of(2), 0x00);
+    EXPECT_EQ(first_segment_of(1), 0x10);
+    EXPECT_EQ(first_segment_of(1), 0x00);
+    EXPECT_EQ(run_console_command(bus, faults, "transfer-faults 1 101 0 0", 0),
+              "error: faults are percentages, 0 to 100");
+    EXPECT_EQ(run_console_command(bus, faults, "transfer-faults 3 0 0 0", 0), "error: no node 3");
+}
+
+namespace {
+
+// A device without a node number, serial number 1001.
+class UnconfiguredDevice : public testing::Test {
+protected:
+    UnconfiguredDevice() {
+        NodeSettings settings;
+        settings.node = 0;
+        settings.serial = 1001;
+        bus.add_node(settings);
+        bus.power_on(0);
+    }
+
+    Frames hear(std::uint32_t identifier, std::initializer_list<unsigned> bytes, Time now = 0) {
+        CanFrame frame = make_frame(identifier, bytes);
+        frame.length = identifier == 0 ? 2 : 8;
+        bus.receive(frame, now);
+        Frames frames;
+        while (const std::optional<CanFrame> next = bus.take(now)) {
+            frames.push_back(*next);
+        }
+        return frames;
+    }
+
+    // Gives it a number, by LSS.
+    Frames configure(unsigned node) {
+        hear(0x7E5, {0x04, 1});
+        hear(0x7E5, {0x11, node});
+        return hear(0x7E5, {0x04, 0});
+    }
+
+    SimulatedBus bus;
+};
+
+}  // namespace
+
+TEST_F(UnconfiguredDevice, IsSilentUntilItHasANumber) {
+    EXPECT_EQ(bus.take(0), std::nullopt);
+    EXPECT_EQ(bus.deadline(), std::nullopt);
+    EXPECT_EQ(hear(0x601, {0x40, 0, 0x10, 0}), Frames{});
+    EXPECT_EQ(hear(0, {129, 0}), Frames{});
+    EXPECT_EQ(hear(0x7E5, {0x4C}), Frames{make_frame(0x7E4, {0x50, 0, 0, 0, 0, 0, 0, 0})});
+}
+
+TEST_F(UnconfiguredDevice, BootsWithTheNumberThatItIsGiven) {
+    EXPECT_EQ(configure(5), Frames{make_frame(0x705, {0})});
+    EXPECT_EQ(hear(0x605, {0x40, 0x18, 0x10, 4}),
+              Frames{make_frame(0x585, {0x43, 0x18, 0x10, 4, 0xE9, 0x03, 0, 0})});
+    EXPECT_EQ(hear(0x7E5, {0x4C}), Frames{});
+}
+
+TEST_F(UnconfiguredDevice, GetsAnotherNumberWithAReset) {
+    configure(5);
+    EXPECT_EQ(configure(6), Frames{});
+    EXPECT_NE(bus.find(5), nullptr);
+    EXPECT_EQ(hear(0, {130, 5}), Frames{make_frame(0x706, {0})});
+    EXPECT_EQ(bus.find(5), nullptr);
+    EXPECT_EQ(hear(0x606, {0x40, 0x18, 0x10, 4}),
+              Frames{make_frame(0x586, {0x43, 0x18, 0x10, 4, 0xE9, 0x03, 0, 0})});
+}
+
+TEST_F(UnconfiguredDevice, ForgetsWithoutPowerWhatIsNotStored) {
+    configure(5);
+    bus.power_off(*bus.find(5));
+    bus.power_on(0);
+    EXPECT_EQ(bus.find(5), nullptr);
+    configure(5);
+    hear(0x7E5, {0x04, 1});
+    hear(0x7E5, {0x17});
+    bus.power_off(*bus.find(5));
+    bus.power_on(0);
+    EXPECT_NE(bus.find(5), nullptr);
+}
+
+TEST_F(UnconfiguredDevice, IsSilentWhileTheBitTimingChanges) {
+    configure(5);
+    hear(0x7E5, {0x04, 1});
+    hear(0x7E5, {0x15, 10, 0}, 1000);
+    EXPECT_EQ(hear(0x605, {0x40, 0, 0x10, 0}, 20'999), Frames{});
+    EXPECT_EQ(hear(0x605, {0x40, 0, 0x10, 0}, 21'000).size(), 1U);
+}
