@@ -20,10 +20,13 @@ MainWindow::MainWindow(QWidget* parent, std::string device)
     : QMainWindow(parent),
       ui(std::make_unique<Ui_MainWindow>()),
       device_path(std::move(device)),
-      dialog(this, device_path),
+      dialog(nullptr, device_path),
       cthread(device_path) {
     ui->setupUi(this);
     timer = new QTimer(this);
+    // The panel comes last among the children: some of its widgets bear the names of the window's own, which
+    // are to be found first.
+    dialog.setParent(this, dialog.windowFlags());
     for (const unsigned int speed : line_speeds) {
         ui->PortinNopeus->addItem(QString::number(speed));
     }

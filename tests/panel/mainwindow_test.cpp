@@ -74,6 +74,7 @@ private Q_SLOTS:
     void lineCanBeOpenedAgain();
     void dialogButtonOpensAPanelModalToTheWindow();
     void panelOfTheWindowUsesTheSameLine();
+    void itsOwnWidgetsAreFoundBeforeThoseOfThePanel();
     void sliderIsShownAndNeverSent();
     void languageChangeAppliesEveryTextAgain();
     void otherChangesLeaveTheTexts();
@@ -296,6 +297,18 @@ void MainWindowTest::panelOfTheWindowUsesTheSameLine() {
     click_on("OhjausNappi");
     window_->findChild<Dialog*>()->PortinAvaus();
     QCOMPARE(line_->receive(4), std::string("\0gnP", 4));
+}
+
+// The panel has widgets of the same kinds, and some of the same names.
+void MainWindowTest::itsOwnWidgetsAreFoundBeforeThoseOfThePanel() {
+    for (const char* name : {"label", "label_2", "label_3", "label_4"}) {
+        const auto* const label = window_->findChild<QLabel*>(QLatin1StringView(name));
+        QVERIFY(label != nullptr);
+        QCOMPARE(label->window(), window_.get());
+    }
+    QCOMPARE(window_->findChild<QComboBox*>()->objectName(), QStringLiteral("PortinNopeus"));
+    QCOMPARE(window_->findChild<QPushButton*>()->objectName(), QStringLiteral("OhjausNappi"));
+    QCOMPARE(window_->children().constLast(), window_->findChild<QDialog*>());
 }
 
 void MainWindowTest::sliderIsShownAndNeverSent() {
