@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "descriptorzero.h"
+#include "lineguard.h"
 
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
               std::atomic<char>::is_always_lock_free);
@@ -42,12 +43,23 @@ private:
 
 }  // namespace
 
-ControlThread::ControlThread(std::string device) : laite(std::move(device)) {}
+ControlThread::ControlThread(std::string device, LineGuard* guard)
+    : laite(std::move(device)), vartija(guard) {}
 
 ControlThread::~ControlThread() {
-    tuhotaan = true;
-    wait();
-    static_cast<void>(loppumassa.load());  // the thread's last store: orders all it did before what follows
+    LopetaSaie();
+    VapautaVartija();
+}
+
+void ControlThread::LopetaYhteys() {
+    LopetaSaie();
+    if (kaynnistysLippu) {
+        OtaLinja();
+        VapautaVartija();
+        put_null_on_descriptor(linja);  // closes the line without changing its settings
+        SuljeLinja();
+        Q_EMIT LahetaTeksti(QStringLiteral("Portti kiinni"));
+    }
 }
 
 void ControlThread::ReadAndSendData() {
@@ -74,9 +86,14 @@ void ControlThread::AvaaPortti(int Index, int nopeus) {
         return;
     }
     const int speed = line_speeds[static_cast<std::size_t>(Index)];
-    while (ohjuri.open(laite.data(), speed) <= 0) {
+    while ((linja = ohjuri.open(laite.data(), speed)) <= 0) {
+        OtaLinja();
         SuljeLinja();
         Q_EMIT LahetaTeksti(QStringLiteral("fail"));
+    }
+    lepoviestiJai = false;
+    if (vartija != nullptr) {
+        vartija->hold(linja);
     }
     Q_EMIT LahetaTeksti(QStringLiteral("Portti auki"));
     msleep(opening_pause_ms);
@@ -86,6 +103,8 @@ void ControlThread::AvaaPortti(int Index, int nopeus) {
 }
 
 void ControlThread::SuljePortti() {
+    OtaLinja();
+    VapautaVartija();
     SuljeLinja();
     Q_EMIT LahetaTeksti(QStringLiteral("Portti kiinni"));
     lopetusLippu = true;
@@ -111,7 +130,7 @@ void ControlThread::run() {
 // A tight loop: the thread is started when the flag is set already, so that it ends at once.
 bool ControlThread::OdotaKaynnistysta() {
     odottaa = true;
-    while (!kaynnistysLippu && !loppumassa && !tuhotaan) {
+    while (!kaynnistysLippu && !loppumassa && !lopetetaan) {
     }
     odottaa = false;
     return kaynnistysLippu;
@@ -120,7 +139,7 @@ bool ControlThread::OdotaKaynnistysta() {
 // The stop flag is kept beside the start flag, which a stop clears too: alone it would not do, since a stop
 // that comes just before `run` clears it would be lost.
 bool ControlThread::SaaKiertaa() const {
-    return !lopetusLippu && kaynnistysLippu && !tuhotaan;
+    return !lopetusLippu && kaynnistysLippu && !lopetetaan;
 }
 
 // The pause between two cycles, in slices, so that a stop does not have to wait for its end.
@@ -160,14 +179,22 @@ void ControlThread::LahetaViesti() {
 
 // Leaves the vehicle at rest when the panel goes away without having closed the line.
 void ControlThread::PysaytaAjoneuvo() {
-    if (tuhotaan && kaynnistysLippu) {
+    if (lopetetaan && kaynnistysLippu) {
         std::array<char, 4> frame = lepoviesti;
-        ohjuri.write(frame.data(), static_cast<int>(frame.size()));
+        constexpr int size = static_cast<int>(lepoviesti.size());
+        lepoviestiJai = ohjuri.write(frame.data(), size) != size;
     }
 }
 
+void ControlThread::LopetaSaie() {
+    lopetetaan = true;
+    wait();
+    static_cast<void>(loppumassa.load());  // the thread's last store: orders all it did before what follows
+    lopetetaan = false;
+}
+
 // A running thread is told to end before its start flag goes: it may not have looked at that flag yet.
-void ControlThread::SuljeLinja() {
+void ControlThread::OtaLinja() {
     if (kaynnistysLippu && isRunning()) {
         loppumassa = true;
     }
@@ -175,6 +202,17 @@ void ControlThread::SuljeLinja() {
     while (linjaVarattu) {
         yieldCurrentThread();
     }
+}
+
+// Once nothing more is sent, and before the line is closed. A vehicle that has not been brought to rest is
+// left to the guard.
+void ControlThread::VapautaVartija() {
+    if (vartija != nullptr && !lepoviestiJai) {
+        vartija->release();
+    }
+}
+
+void ControlThread::SuljeLinja() {
     ohjuri.close();
     fill_descriptor_zero();
 }

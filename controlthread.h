@@ -44,6 +44,8 @@
 
 #include "nodevik/util/serial.h"
 
+class LineGuard;
+
 /// The link to the vehicle controller: a serial line, and a thread that reads and sends once per cycle.
 ///
 /// Calling order: `AvaaPortti`, `start`, ..., `SuljePortti`; then, if wanted, `AvaaPortti` and `start` again.
@@ -52,16 +54,25 @@ class ControlThread : public QThread {
     Q_OBJECT
 
 public:
+    static constexpr const char* oletuslaite = "/dev/ttyS0";  ///< the vehicle's line
+
     /// A closed link, with the command frame 0, 103, 110, 'P' and a period of 200 ms.
     ///
     /// @param device  path of the serial device that `AvaaPortti` opens
-    explicit ControlThread(std::string device = "/dev/ttyS0");
+    /// @param guard   holds the line while it is open, in case the application ends without closing it; must
+    ///                outlive this object. nullptr for none
+    explicit ControlThread(std::string device = oletuslaite, LineGuard* guard = nullptr);
 
-    /// Ends and joins the thread if it runs, then closes the line.
+    /// Ends the link as `LopetaYhteys` does, but without a word.
+    ~ControlThread() override;
+
+    /// Ends and joins the thread if it runs, then closes the line if it is open and sends "Portti kiinni".
+    /// The link may be opened again.
     ///
     /// When the thread was cycling, its last act is one frame that brings the vehicle to rest: 0, 103, 110,
-    /// 'P'.
-    ~ControlThread() override;
+    /// 'P'. The device keeps the settings that `AvaaPortti` gave it: what is still on its way out leaves at
+    /// its own speed. Should the line not take this frame, the guard is left to it.
+    void LopetaYhteys();
 
     /// One cycle of the link: reads what has arrived, waits 10 ms, reports, sends the command frame.
     ///
@@ -127,13 +138,19 @@ private:
     int LueLinja();
     void LahetaViesti();
     void PysaytaAjoneuvo();
+    void LopetaSaie();
+    void OtaLinja();
+    void VapautaVartija();
     void SuljeLinja();
     void OdotaEdellinenLoppuun() const;
 
     static constexpr std::array<char, 4> lepoviesti = {0, 103, 110, 'P'};  // brings the vehicle to rest
 
     std::string laite;
+    LineGuard* vartija;
     serial ohjuri;
+    int linja = -1;              // descriptor of the last opening
+    bool lepoviestiJai = false;  // the line did not take the frame that brings the vehicle to rest
     std::array<std::atomic<char>, 4> Message = {lepoviesti[0], lepoviesti[1], lepoviesti[2], lepoviesti[3]};
     std::atomic<int> aika = 200;
     std::atomic<bool> lopetusLippu = false;     // ends the cycle
@@ -141,7 +158,7 @@ private:
     std::atomic<bool> linjaVarattu = false;     // the link thread is at the line
     std::atomic<bool> odottaa = false;          // the link thread waits for the start flag
     std::atomic<bool> loppumassa = false;       // closed under a running link thread, which has not ended yet
-    std::atomic<bool> tuhotaan = false;         // the object is being destroyed
+    std::atomic<bool> lopetetaan = false;       // the thread is to end, whatever it does
 };
 
 #endif

@@ -17,4 +17,8 @@ void fill_descriptor_zero();
 /// program.
 void put_null_on_descriptor_zero();
 
+/// Puts /dev/null, for reading and writing, in the place of whatever an open descriptor is. A serial line
+/// that is closed in this way keeps its settings. Without /dev/null nothing is done.
+void put_null_on_descriptor(int descriptor);
+
 #endif

@@ -65,8 +65,8 @@ QRect cross_area(int x, int y) {
 
 }  // namespace
 
-Dialog::Dialog(QWidget* parent, std::string device)
-    : QDialog(parent), ui(std::make_unique<Ui_Dialog>()), cthread(std::move(device)) {
+Dialog::Dialog(QWidget* parent, std::string device, LineGuard* guard)
+    : QDialog(parent), ui(std::make_unique<Ui_Dialog>()), cthread(std::move(device), guard) {
     ui->setupUi(this);
     updatetimer = new QTimer(this);
     for (const char* rate : baud_rates) {

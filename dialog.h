@@ -45,7 +45,9 @@ public:
     ///
     /// @param parent  owner, or nullptr for a window of its own
     /// @param device  path of the serial device that the open button opens
-    explicit Dialog(QWidget* parent = nullptr, std::string device = "/dev/ttyS0");
+    /// @param guard   of the link (@see ControlThread::ControlThread), or nullptr
+    explicit Dialog(QWidget* parent = nullptr, std::string device = ControlThread::oletuslaite,
+                    LineGuard* guard = nullptr);
 
     /// Ends and joins the link thread first, which brings a moving vehicle to rest (@see
     /// ControlThread::~ControlThread), then releases the form.

@@ -5,6 +5,7 @@ add_library(panel STATIC
     controlthread.cpp controlthread.h
     descriptorzero.cpp descriptorzero.h
     dialog.cpp dialog.h dialog.ui
+    lineguard.cpp lineguard.h
     mainwindow.cpp mainwindow.h mainwindow.ui
     terminationsignals.cpp terminationsignals.h)
 ohjauspaneeli_configure_qt(panel)

@@ -216,6 +216,12 @@ private Q_SLOTS:
     void destructionOfAnOpenLinkNeverStartedSendsNothingAndClosesTheLine();
     void destructionEndsTheWaitForTheStartFlag();
 
+    void endingWhileDrivingSendsTheRestingFrameLastAndClosesTheLine();
+    void endingLeavesTheDeviceItsSettings();
+    void endingAnOpenLinkNeverStartedSendsNothing();
+    void endingAClosedLinkSaysNothing();
+    void anEndedLinkIsOpenedAgain();
+
     void aLineHungUpGivesSendFailuresAndTheLinkGoesOn();
     void aLineThatTakesNoMoreGivesSendFailuresUntilItDoes();
     void aLineThatTakesAPartOfTheFrameGivesASendFailure();
@@ -819,6 +825,69 @@ void ControlThreadTest::destructionEndsTheWaitForTheStartFlag() {
 }
 
 // --- lines that fail ---
+
+void ControlThreadTest::endingWhileDrivingSendsTheRestingFrameLastAndClosesTheLine() {
+    Link link;
+    const std::size_t others = descriptors_on(link.terminal.path()).size();
+    link.thread->ReceiveData(9, 8, 7);
+    link.thread->MoottoriOn(true);
+    link.open();
+    EVENTUALLY(link.pulses >= 3);
+    link.thread->LopetaYhteys();
+    QVERIFY(link.thread->isFinished());
+    QCOMPARE(descriptors_on(link.terminal.path()).size(), others);
+    QVERIFY(is_null_device(0));
+    const std::string bytes = link.terminal.receive(4096, 50);
+    QCOMPARE(bytes.size(), 4 * (static_cast<std::size_t>(link.sent) + 1));
+    QVERIFY(starts_with_frames(bytes.substr(0, bytes.size() - 4), "\x09\x08\x07Q"));
+    QCOMPARE(bytes.substr(bytes.size() - 4), resting_frame);
+    QCOMPARE(link.texts.back(), QStringLiteral("Portti kiinni"));
+    link.thread.reset();
+    QCOMPARE(link.terminal.receive(1, 50), std::string());
+}
+
+void ControlThreadTest::endingLeavesTheDeviceItsSettings() {
+    Link link;
+    link.open(2);
+    EVENTUALLY(link.pulses >= 1);
+    link.thread->LopetaYhteys();
+    QCOMPARE(link.terminal.attributes().c_cflag, static_cast<tcflag_t>(B38400 | CS8 | CLOCAL | CREAD));
+}
+
+void ControlThreadTest::endingAnOpenLinkNeverStartedSendsNothing() {
+    Link link;
+    const std::size_t others = descriptors_on(link.terminal.path()).size();
+    link.thread->AvaaPortti(4, 1);
+    link.thread->LopetaYhteys();
+    QCOMPARE(descriptors_on(link.terminal.path()).size(), others);
+    QCOMPARE(link.terminal.receive(1, 50), std::string());
+    QCOMPARE(link.texts, QStringList({QStringLiteral("Portti auki"), QStringLiteral("Portti kiinni")}));
+}
+
+void ControlThreadTest::endingAClosedLinkSaysNothing() {
+    Link link;
+    link.thread->LopetaYhteys();
+    link.open();
+    EVENTUALLY(link.pulses >= 1);
+    link.thread->SuljePortti();
+    link.thread->LopetaYhteys();
+    EVENTUALLY(link.pulses == link.sent);
+    QCOMPARE(link.texts, QStringList({QStringLiteral("Portti auki"), QStringLiteral("Started"),
+                                      QStringLiteral("Portti kiinni")}));
+    QCOMPARE(link.terminal.receive(4096, 50).size(), 4 * static_cast<std::size_t>(link.sent));
+}
+
+void ControlThreadTest::anEndedLinkIsOpenedAgain() {
+    Link link;
+    for (int i = 0; i < 3; i++) {
+        link.open(4, i == 0 ? 1'000'000 : 1);
+        const int sent = link.sent;
+        EVENTUALLY(link.sent > sent);
+        link.thread->LopetaYhteys();
+    }
+    EVENTUALLY(link.texts.count(QStringLiteral("Started")) == 3);
+    QCOMPARE(link.texts.count(QStringLiteral("Portti kiinni")), 3);
+}
 
 void ControlThreadTest::aLineHungUpGivesSendFailuresAndTheLinkGoesOn() {
     const ChildResult result = play("hung-up");

@@ -59,6 +59,8 @@ private Q_SLOTS:
     void fillingTwiceOpensOnce();
     void puttingReplacesWhatIsThere();
     void puttingTakesAFreeDescriptor();
+    void anyDescriptorIsReplaced();
+    void replacingKeepsDescriptorZeroTaken();
     void aNullDeviceThatCannotBeOpenedLeavesTheDescriptorFree();
 };
 
@@ -112,6 +114,25 @@ void DescriptorZeroTest::puttingTakesAFreeDescriptor() {
     put_null_on_descriptor_zero();
     QVERIFY(is_null_device(0));
     QCOMPARE(descriptors_open(), before + 1);
+}
+
+void DescriptorZeroTest::anyDescriptorIsReplaced() {
+    const int zeros = open("/dev/zero", O_RDWR | O_CLOEXEC);
+    const int before = descriptors_open();
+    put_null_on_descriptor(zeros);
+    QVERIFY(is_null_device(zeros));
+    QCOMPARE(descriptors_open(), before);
+    close(zeros);
+}
+
+void DescriptorZeroTest::replacingKeepsDescriptorZeroTaken() {
+    const OwnDescriptorZero own;
+    const int zeros = open("/dev/zero", O_RDWR | O_CLOEXEC);
+    close(0);
+    put_null_on_descriptor(zeros);
+    QVERIFY(is_null_device(zeros));
+    QVERIFY(is_null_device(0));
+    close(zeros);
 }
 
 void DescriptorZeroTest::aNullDeviceThatCannotBeOpenedLeavesTheDescriptorFree() {

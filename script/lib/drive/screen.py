@@ -50,6 +50,11 @@ class Screen:
         process.stop(self._server)
         shutil.rmtree(self._directory, ignore_errors=True)
 
+    def end(self, number):
+        """Ends the server by a signal."""
+        self._server.send_signal(number)
+        self._server.wait()
+
     def _log(self):
         return os.path.join(self._directory, "log")
 
