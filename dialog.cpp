@@ -206,6 +206,16 @@ void Dialog::SuljeThread() {
     Q_EMIT SuljePortti();
 }
 
+void Dialog::done(int result) {
+    cthread.LopetaYhteys();
+    QDialog::done(result);
+}
+
+void Dialog::closeEvent(QCloseEvent* event) {
+    cthread.LopetaYhteys();
+    QDialog::closeEvent(event);
+}
+
 void Dialog::changeEvent(QEvent* event) {
     QDialog::changeEvent(event);
     if (event->type() == QEvent::LanguageChange) {

@@ -53,6 +53,11 @@ public:
     /// ControlThread::~ControlThread), then releases the form.
     ~Dialog() override;
 
+    /// Ends the link, which brings a moving vehicle to rest and leaves the port closed (@see
+    /// ControlThread::LopetaYhteys), then closes the panel. The way of every closing: window button, Escape,
+    /// `close`, `accept`, `reject`.
+    void done(int result) override;
+
 Q_SIGNALS:
     /// The set-points for the frames to come: throttle, direction, bucket.
     void PaivitaData(int Kaasu, int Suunta, int Kauha);
@@ -120,6 +125,9 @@ public Q_SLOTS:
     void SuljeThread();
 
 protected:
+    /// Ends the link of a panel that is hidden already too.
+    void closeEvent(QCloseEvent* event) override;
+
     /// Re-applies the form's texts when the language changes.
     void changeEvent(QEvent* event) override;
 

@@ -83,7 +83,11 @@ void leave_at_once(int status, void* /*unused*/) {
     _exit(status);
 }
 
+using Way = void (*)(Dialog&);
+
 }  // namespace
+
+Q_DECLARE_METATYPE(Way)
 
 class DialogTest : public QObject {
     Q_OBJECT
@@ -188,6 +192,10 @@ private Q_SLOTS:
     void setPointsBeforeTheFirstOpenArriveWithTheTimer();
     void destructionWhileDrivingBringsTheVehicleToRest();
     void destructionWithReportsUnderWayIsSafe();
+    void closingWhileDrivingBringsTheVehicleToRest_data();
+    void closingWhileDrivingBringsTheVehicleToRest();
+    void closedPanelShowsThePortClosedAndOpensItAgain();
+    void closingThePanelAfterThePortSendsAndSaysNothing();
     void missingDeviceEndsTheProcess();
 
 private:
@@ -1214,6 +1222,70 @@ void DialogTest::destructionWithReportsUnderWayIsSafe() {
     dialog_.reset();
     QCoreApplication::processEvents();
     QVERIFY(line_->receive(4, 0).size() == 4);
+}
+
+void DialogTest::closingWhileDrivingBringsTheVehicleToRest_data() {
+    QTest::addColumn<Way>("close_panel");
+    QTest::newRow("window button") << Way([](Dialog& dialog) {
+        QCloseEvent event;
+        QCoreApplication::sendEvent(dialog.windowHandle(), &event);
+    });
+    QTest::newRow("Escape") << Way([](Dialog& dialog) { QTest::keyClick(&dialog, Qt::Key_Escape); });
+    QTest::newRow("close") << Way([](Dialog& dialog) { QVERIFY(dialog.close()); });
+    QTest::newRow("reject") << Way([](Dialog& dialog) { dialog.reject(); });
+    QTest::newRow("accept") << Way([](Dialog& dialog) { dialog.accept(); });
+    QTest::newRow("done") << Way([](Dialog& dialog) { dialog.done(7); });
+    QTest::newRow("close of a hidden panel") << Way([](Dialog& dialog) {
+        dialog.hide();
+        QVERIFY(dialog.close());
+    });
+}
+
+void DialogTest::closingWhileDrivingBringsTheVehicleToRest() {
+    QFETCH(const Way, close_panel);
+    show();
+    open();
+    click_on("radioButton");
+    get<QScrollBar>("KaasuSlider")->setValue(255);
+    QVERIFY(wire_carries(frame(255, 103, 110, 'Q')));
+    close_panel(*dialog_);
+    QTRY_VERIFY(!dialog_->isVisible());
+    QVERIFY(dialog_->cthread.isFinished());
+    const std::string rest = line_->receive(4096, 100);
+    QCOMPARE(rest.size() % 4, std::size_t{0});
+    QCOMPARE(rest.find(neutral_frame), rest.size() - 4);
+}
+
+void DialogTest::closedPanelShowsThePortClosedAndOpensItAgain() {
+    show();
+    open();
+    QTRY_COMPARE(status(), QStringLiteral("Portti auki\nStarted"));
+    dialog_->close();
+    line_->receive(4096, 0);
+    show();
+    QVERIFY(lit("RedLed"));
+    QVERIFY(!lit("GreenLed"));
+    QVERIFY(status().contains(QStringLiteral("\nPortti kiinni")));
+    get<QScrollBar>("KaasuSlider")->setValue(5);
+    open();
+    QVERIFY(wire_carries(frame(5, 103, 110, 'P')));
+    QVERIFY(lit("GreenLed"));
+    QVERIFY(!lit("RedLed"));
+}
+
+void DialogTest::closingThePanelAfterThePortSendsAndSaysNothing() {
+    show();
+    open();
+    QVERIFY(wire_carries(neutral_frame));
+    get<QScrollBar>("KaasuSlider")->setValue(255);
+    QVERIFY(wire_carries(frame(255, 103, 110, 'P')));
+    click_on("pushButton_close");
+    const std::string driven = line_->receive(4096, 100);
+    QVERIFY(driven.find(neutral_frame) == std::string::npos);
+    const QString said = status();
+    dialog_->close();
+    QCOMPARE(line_->receive(1, 100), std::string());
+    QCOMPARE(status(), said);
 }
 
 void DialogTest::missingDeviceEndsTheProcess() {
