@@ -121,9 +121,7 @@ void leave_the_application(int socket, char** arguments) {
     }
     setsid();
     name_process(arguments);
-    if (chdir("/") != 0) {
-        std::perror("chdir");
-    }
+    [[maybe_unused]] const int changed = chdir("/");  // a directory that it stays in cannot be unmounted
     const int null_device = ::open("/dev/null", O_RDWR);
     for (int standard = STDIN_FILENO; standard <= STDERR_FILENO; standard++) {
         if (null_device == -1) {

@@ -183,7 +183,6 @@ class LostScreen(GuardTest):
         self.addCleanup(stack.close)
         own = stack.enter_context(Screen())
         self.start_and_drive_off(own)
-        self.panel.let_go_of_screen()
         return own
 
     def test_terminated(self):

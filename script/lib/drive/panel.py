@@ -119,11 +119,6 @@ class Panel:
         self._err.close()
         shutil.rmtree(self._directory, ignore_errors=True)
 
-    def let_go_of_screen(self):
-        """Gives up the own connection to the screen, which is about to go."""
-        self._client.close()
-        self._client = None
-
     # The process.
 
     def _command(self):
