@@ -26,20 +26,23 @@ def read(page):
 
 
 class Block:
-    """A fenced block: its language, its text, the line it begins at, and a comment on the line before it."""
+    """A fenced block: its language, its text, the line it begins at, and the comments on the lines before it."""
 
-    def __init__(self, language, text, line, comment):
-        self.language, self.text, self.line, self.comment = language, text, line, comment
+    def __init__(self, language, text, line, comments):
+        self.language, self.text, self.line, self.comments = language, text, line, comments
 
 
 def blocks(text):
     """The fenced blocks of a page, in order."""
     result = []
     for found in _FENCE.finditer(text):
-        before = text[:found.start()].rstrip("\n").split("\n")[-1]
-        comment = re.fullmatch(r"<!-- (.*) -->", before.strip())
-        result.append(Block(found["language"], found["text"], text.count("\n", 0, found.start()) + 1,
-                            comment.group(1) if comment else ""))
+        comments = []
+        for line in reversed(text[:found.start()].rstrip("\n").split("\n")):
+            comment = re.fullmatch(r"<!-- (.*) -->", line.strip())
+            if comment is None:
+                break
+            comments.insert(0, comment.group(1))
+        result.append(Block(found["language"], found["text"], text.count("\n", 0, found.start()) + 1, comments))
     return result
 
 
