@@ -68,3 +68,12 @@ end_child() {
         wait "$child" 2>/dev/null || true
     }
 }
+
+# Gives directories to whoever called the script with sudo.
+give_back() {
+    for directory; do
+        if [ -n "${SUDO_UID:-}" ] && [ -e "$directory" ]; then
+            chown -R "$SUDO_UID:$SUDO_GID" "$directory"
+        fi
+    done
+}

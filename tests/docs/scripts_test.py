@@ -21,7 +21,7 @@ WRONG = {"bench": (["nonsense"], ["canopen", "nonsense"]), "bootstrap": (["nonse
          "run": (["nonsense"], ["--nonsense"], ["--picture"], ["--device", "--lap"]),
          "soak": (["nonsense"], ["--nonsense"], ["1", "2"], ["panel", "master"], ["--seed"], ["--seed", "-1"]),
          "test": (["nonsense"], ["release"]), "test-devices": (["nonsense"], ["--kvm", "nonsense"], ["coverage"]),
-         "test-package": (["nonsense"], ["--nonsense"])}
+         "test-fresh": (["nonsense"], ["--nonsense"]), "test-package": (["nonsense"], ["--nonsense"])}
 
 
 def run(name, *arguments):
