@@ -59,8 +59,9 @@ std::string opened(std::FILE* stream) {
     return found;
 }
 
-std::string reopened(std::FILE* (*function)(const char*, const char*, std::FILE*), const char* path) {
-    return opened(function(path, "r", std::fopen("/dev/null", "r")));
+// A standard stream that is reopened, for the C library keeps the memory of another one that cannot be.
+std::string reopened(std::FILE* stream) {
+    return stream == nullptr ? reason() : opened(dup(fileno(stream)));
 }
 
 // Whether a program can be spawned with the file as its standard input; the program prints the number that it finds.
@@ -124,8 +125,8 @@ const Function functions[] = {
     {"__openat64_2", [](const char* path) { return opened(__openat64_2(directory, path, O_RDONLY)); }},
     {"fopen", [](const char* path) { return opened(fopen(path, "r")); }},
     {"fopen64", [](const char* path) { return opened(fopen64(path, "r")); }},
-    {"freopen", [](const char* path) { return reopened(freopen, path); }},
-    {"freopen64", [](const char* path) { return reopened(freopen64, path); }},
+    {"freopen", [](const char* path) { return reopened(freopen(path, "r", stdin)); }},
+    {"freopen64", [](const char* path) { return reopened(freopen64(path, "r", stderr)); }},
     {"stat", [](const char* path) { return asked(stat(path, &status), status); }},
     {"stat64", [](const char* path) { return asked(stat64(path, &status64), status64); }},
     {"lstat", [](const char* path) { return asked(lstat(path, &status), status); }},
