@@ -7,6 +7,7 @@
 #include "nodevik/candriverwords.h"
 #include "nodevik/kvaserdriver.h"
 #include "nodevik/socketcandriver.h"
+#include "nodevik/udpdriver.h"
 #include "nodevik/util/monotonicclock.h"
 
 namespace {
@@ -132,6 +133,16 @@ int ObservedDriver::read_all() {
     while ((result = ObservedDriver::read(id, length, data.data())) == 0) {
     }
     return result == 1 ? 0 : -1;
+}
+
+int ObservedDriver::descriptor() const {
+    if (const auto* socketcan = dynamic_cast<const SocketCanDriver*>(opened)) {
+        return socketcan->descriptor();
+    }
+    if (const auto* udp = dynamic_cast<const udpDriver*>(opened)) {
+        return udp->descriptor();
+    }
+    return -1;
 }
 
 void ObservedDriver::set_typefilter(uint32_t filter) {

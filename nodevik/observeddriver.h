@@ -159,6 +159,10 @@ public:
     /// @retval -1  the driver told an error, and reading ended there
     int read_all();
 
+    /// What poll(2) can wait for: the descriptor of a SocketCanDriver or udpDriver behind; -1 for other drivers, and for
+    /// one that is not open.
+    int descriptor() const;
+
     /// Details of the frame that was fetched last.
     Details last_details() const { return read_details != nullptr ? read_details(*behind) : Details(); }
 

@@ -429,6 +429,10 @@ TEST_F(Observed, NothingIsAllocated) {
     EXPECT_GT(observer.sum, 0U);
 }
 
+TEST_F(Observed, ADriverThatCannotBeWaitedForHasNoDescriptor) {
+    EXPECT_EQ(driver.descriptor(), -1);
+}
+
 TEST_F(Observed, DestroyingItLeavesTheDriverBehindAsItIs) {
     { const ObservedDriver front(bus); }
     EXPECT_TRUE(bus.calls.empty());
@@ -448,6 +452,8 @@ TEST(ObservedUdp, ShowsWhatComesAndGoesOverUdp) {
     EXPECT_EQ(udp.descriptor(), udp.endpoint().server_socket());
     udp.endpoint().set_client_destination_address(127, 0, 0, 1, peer.port());
     ObservedDriver driver(udp);
+    EXPECT_EQ(driver.descriptor(), udp.descriptor());
+    EXPECT_EQ(ObservedDriver(driver, nullptr).descriptor(), udp.descriptor());
     Witness witness;
     driver.add_observer(witness);
     peer.send(local_port(udp.descriptor()), std::string("\x81\1\0\0\2\0\0\0ab\0\0\0\0\0\0", 16));

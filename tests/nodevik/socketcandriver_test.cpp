@@ -703,6 +703,7 @@ TEST_F(SocketCanRead, AnObserverIsToldWhatTheKernelTells) {
     open_quietly(driver);
     ObservedDriver front(driver);
     front.add_observer(observer);
+    EXPECT_EQ(front.descriptor(), driver.descriptor());
     can_kernel().put(0x701 | CAN_RTR_FLAG, {});
     can_kernel().queue.back().time_ns = 1700000000000000005;
     EXPECT_EQ(front.read_all(), 0);
