@@ -1,11 +1,10 @@
 #include "nodevik/nodes/sdoclient.h"
 
-#include <poll.h>
-
 #include <utility>
 
 #include "nodevik/arch.h"
 #include "nodevik/codetexts.h"
+#include "nodevik/nodes/buswait.h"
 #include "nodevik/nodes/sdotransfer.h"
 #include "nodevik/util/assertion.h"
 #include "nodevik/util/monotonicclock.h"
@@ -19,9 +18,6 @@ constexpr std::uint64_t nanoseconds_per_millisecond = 1'000'000;
 
 // A frame that the driver has not taken is tried again after about the time of a few frames on the bus.
 constexpr std::uint64_t retry_ns = nanoseconds_per_millisecond;
-
-// Pause of the waiting calls with a driver that cannot be waited for.
-constexpr unsigned int poll_pause_us = 100;
 
 // What does not fit into so many bytes is worth the longer beginning and end of a block transfer.
 constexpr std::uint64_t most_bytes_by_segments = 112;
@@ -325,23 +321,10 @@ SdoResult SdoClient::wait(const SdoObject& object, int started, const SdoResult&
         }
         process(monotonic_ns());
         if (!ended) {
-            wait_for_frames();
+            wait_for_frames(*driver, next_deadline());
         }
     }
     return result;
-}
-
-/// Waits until a frame may have come or process() has something to do.
-void SdoClient::wait_for_frames() const {
-    pollfd bus{driver->descriptor(), POLLIN, 0};
-    if (bus.fd < 0) {
-        u_sleep(poll_pause_us);
-        return;
-    }
-    poll(&bus, 1, milliseconds_until(next_deadline(), monotonic_ns()));
-    if ((bus.revents & ~POLLIN) != 0) {
-        m_sleep(1);  // the interface is in trouble: it says so at once each time
-    }
 }
 
 /// Sends the first request.

@@ -291,7 +291,6 @@ private:
     void begin_read(Transfer& t);
     void begin_write(Transfer& t);
     SdoResult wait(const SdoObject& object, int started, const SdoResult& result, const bool& ended);
-    void wait_for_frames() const;
 
     void send_initiate(Transfer& t);
     void request_segment(Transfer& t);
