@@ -11,7 +11,8 @@ DIRECTORY = os.path.join(markdown.ROOT, "script")
 NAMES = sorted(name for name in os.listdir(DIRECTORY) if os.path.isfile(os.path.join(DIRECTORY, name)))
 
 # What each of them does not understand.
-WRONG = {"bench": (["nonsense"], ["canopen", "nonsense"]), "bootstrap": (["nonsense"], ["all", "test"], ["--all"]),
+WRONG = {"abi": (["nonsense"], ["--nonsense"], ["--store", "--store"]),
+         "bench": (["nonsense"], ["canopen", "nonsense"]), "bootstrap": (["nonsense"], ["all", "test"], ["--all"]),
          "build": (["nonsense"], ["--nonsense"]), "coverage": (["nonsense"], ["--nonsense"]),
          "docs": (["nonsense"], ["--nonsense"]),
          "format": (["nonsense"], ["--nonsense"], ["--check", "--nonsense"], ["--check", "--check"]),
