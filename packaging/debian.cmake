@@ -13,7 +13,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL panel nodevik nodevik-dev tools)
+set(CPACK_COMPONENTS_ALL panel nodevik nodevik-dev doc tools)
 set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/finish.cmake)
 string(TIMESTAMP debian_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 
@@ -58,7 +58,7 @@ This package holds the shared library that programs need at run time.")
 
 set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_NAME libnodevik-dev)
 set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_SUGGESTS "ohjauspaneeli-tools, pkg-config")
+set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_SUGGESTS "libnodevik-doc, ohjauspaneeli-tools, pkg-config")
 set(CPACK_COMPONENT_NODEVIK-DEV_DEPENDS nodevik)
 set(CPACK_DEBIAN_NODEVIK-DEV_DESCRIPTION "CANopen master library over exchangeable CAN drivers - development files
 nodevik exchanges process data with the nodes of a CAN bus, reads and writes
@@ -68,6 +68,19 @@ utilities for such programs.
 .
 This package holds what programs that use the library are built with: headers,
 a CMake package, a pkg-config file and examples.")
+
+set(CPACK_DEBIAN_DOC_PACKAGE_NAME libnodevik-doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOC_PACKAGE_SUGGESTS libnodevik-dev)
+set(CPACK_DEBIAN_DOC_DESCRIPTION "CANopen master library over exchangeable CAN drivers - guides
+nodevik exchanges process data with the nodes of a CAN bus, reads and writes
+their object dictionaries (SDO), commands their state (NMT), gives the beat
+(SYNC) and guards them, as CiA 301 says. Beside the master stand Linux
+utilities for such programs.
+.
+This package holds the guides: a page for each service with a program that
+shows it, what the library's messages mean, and what a new version may change.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ohjauspaneeli-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
@@ -92,6 +105,21 @@ foreach(component ${CPACK_COMPONENTS_ALL})
 endforeach()
 install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_PACKAGE_NAME}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
+
+# The guides: those of the library in a package of their own, the operator's with the panel.
+find_program(OHJAUSPANEELI_SYSTEM_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
+set(doc_guides nodevik abi.md architecture.md troubleshooting.md)
+set(panel_guides operator.md kayttoohje.md vehicle-link.md troubleshooting.md)
+foreach(component doc panel)
+    string(TOUPPER ${component} key)
+    list(TRANSFORM ${component}_guides PREPEND ${PROJECT_SOURCE_DIR}/docs/)
+    set(pages ${CMAKE_CURRENT_BINARY_DIR}/guides/${component})
+    add_custom_target(${component}_guide_pages ALL VERBATIM
+                      COMMAND ${OHJAUSPANEELI_SYSTEM_PYTHON3} -B ${PROJECT_SOURCE_DIR}/script/lib/guide_pages.py
+                              ${pages} ${${component}_guides})
+    install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME}/html
+            COMPONENT ${component})
+endforeach()
 
 # The examples that are no tools show the library's use.
 foreach(example ${ohjauspaneeli_shown_examples})
