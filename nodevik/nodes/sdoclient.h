@@ -47,6 +47,7 @@
 #include <memory>
 
 #include "nodevik/observeddriver.h"
+#include "nodevik/util/export.h"
 
 /// An object of a node.
 struct SdoObject {
@@ -66,7 +67,7 @@ enum class SdoOutcome : unsigned char {
 };
 
 /// The end of a transfer.
-struct SdoResult {
+struct NODEVIK_EXPORT SdoResult {
     SdoOutcome outcome = SdoOutcome::cancelled;
     SdoObject object;              ///< what was read or written
     std::uint32_t abort_code = 0;  ///< the abort that passed, whoever sent it; 0 if none did
@@ -86,7 +87,7 @@ inline constexpr std::uint64_t sdo_unknown_size = UINT64_MAX;
 
 /// Where data that are written come from, piece by piece. It lives until the transfer has ended, and does not cancel it:
 /// it tells a failure instead.
-class SdoSource {
+class NODEVIK_EXPORT SdoSource {
 public:
     /// How many bytes there are. Tell it whenever it is known: some nodes refuse what is announced without a length.
     /// @return the number, or sdo_unknown_size
@@ -109,7 +110,7 @@ protected:
 
 /// Where data that are read go to, piece by piece. It lives until the transfer has ended, and does not cancel it: it
 /// tells a failure instead.
-class SdoSink {
+class NODEVIK_EXPORT SdoSink {
 public:
     /// The node has answered; data follow.
     ///
@@ -171,7 +172,7 @@ struct SdoOptions {
 using SdoCallback = std::function<void(const SdoResult& result)>;
 
 /// The transfers with the nodes of a bus.
-class SdoClient : public FrameObserver {
+class NODEVIK_EXPORT SdoClient : public FrameObserver {
 public:
     /// Frames that were on an SDO answer's identifier, 0x581 to 0x5FF, and were not taken.
     struct Dropped {
