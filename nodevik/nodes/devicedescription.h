@@ -1,9 +1,9 @@
 /// @file
 /// What a node is, as its maker describes it: EDS and DCF files (CiA 306-1).
 ///
-/// An EDS file (electronic data sheet) lists the objects of a type of node: index and subindex, name, data type, access,
-/// limits, value after power-on. A DCF file (device configuration file) is the same for one node of a plant: with its
-/// node number and the values that it is to have. Both are INI files, an object a section:
+/// An EDS file (electronic data sheet) lists the objects of a type of node: index and subindex, name, data type,
+/// access, limits, value after power-on. A DCF file (device configuration file) is the same for one node of a plant:
+/// with its node number and the values that it is to have. Both are INI files, an object a section:
 ///
 ///     [1017]                                    [1018sub1]
 ///     ParameterName=Producer heartbeat time     ParameterName=Vendor-ID
@@ -13,8 +13,8 @@
 ///     DefaultValue=0                            DefaultValue=0x1F1
 ///     ParameterValue=500
 ///
-/// Real files are bad. What cannot be used is told, with file, line, section, key and reason, and passed over; the rest is
-/// read. A file is refused only when no object is left.
+/// Real files are bad. What cannot be used is told, with file, line, section, key and reason, and passed over; the rest
+/// is read. A file is refused only when no object is left.
 ///
 ///     DeviceDescription pump;
 ///     if (!pump.load("pump.eds")) { ... }                       // findings() says why
@@ -24,8 +24,8 @@
 ///     const auto* heartbeat = pump.entry("Producer heartbeat time");
 ///     pump.entry(0x1018, 1)->value_text();                      // "0x1F1"
 ///
-/// Nothing here prints, ends the process or knows a bus. A description belongs to one thread at a time; several may read
-/// one that does not change.
+/// Nothing here prints, ends the process or knows a bus. A description belongs to one thread at a time; several may
+/// read one that does not change.
 
 #ifndef NODEVIK_NODES_DEVICEDESCRIPTION_H
 #define NODEVIK_NODES_DEVICEDESCRIPTION_H
@@ -249,8 +249,8 @@ public:
 
     /// The entry of a name, or null when no entry has it, or more than one.
     ///
-    /// A member of an array or record is "Object/Member". Letters match in any case, blanks in any number, and "Input 1"
-    /// matches "Input 01"; of several matches the one that is written exactly so is meant.
+    /// A member of an array or record is "Object/Member". Letters match in any case, blanks in any number, and "Input
+    /// 1" matches "Input 01"; of several matches the one that is written exactly so is meant.
     ///
     /// @param name  UTF-8
     const Entry* entry(std::string_view name) const;

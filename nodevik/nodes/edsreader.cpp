@@ -369,25 +369,20 @@ void EdsReader::take_once(const Section*& place, const Section& section) {
 
 // Keys and their values.
 
-/// Finds the words of a table in a section. Keys that are @p counted and a number, "Line1", go into @p numbered.
+void EdsReader::tell_again(const Section& section, const Line& line, const Line& first) {
+    tell(Severity::warning, section, line, "stands again: line " + std::to_string(first.number) + " counts");
+}
+
+/// Finds the words of a table in a section. Keys that are a word and a number go into @p counted.
 template <std::size_t size>
 EdsReader::Keys<size> EdsReader::keys_of(const Section& section,
-                                         const std::array<std::string_view, size>& words,
-                                         std::string_view counted, std::vector<Numbered>* numbered) {
+                                         const std::array<std::string_view, size>& words, Counted* counted) {
     Keys<size> keys = {};
     std::unordered_map<unsigned int, const Line*> seen;
-    const auto stands_again = [&](const Line& line, const Line& first) {
-        tell(Severity::warning, section, line,
-             "stands again: line " + std::to_string(first.number) + " counts");
-    };
     for (std::size_t at = section.first; at < section.end; ++at) {
         const Line& line = document_.lines()[at];
         if (line.is_foreign) {
-            if (foreign_lines_++ == 0) {
-                first_foreign_line_ = &line;
-                first_foreign_section_ = section.name;
-            }
-            continue;
+            take_foreign_line(section, line);
         }
         if (!line.is_key) {
             continue;
@@ -399,29 +394,42 @@ EdsReader::Keys<size> EdsReader::keys_of(const Section& section,
             if (place == nullptr) {
                 place = &line;
             } else {
-                stands_again(line, *place);
+                tell_again(section, line, *place);
             }
-            continue;
-        }
-        const bool begins = numbered != nullptr && line.key.size() > counted.size() &&
-                            eds::same_word(line.key.substr(0, counted.size()), counted);
-        const auto number = begins ? decimal(line.key.substr(counted.size())) : std::nullopt;
-        if (!number) {
+        } else if (counted == nullptr || !take_counted(section, line, *counted, seen)) {
             tell_unknown_key(section, line);
-            continue;
-        }
-        const auto [first, is_new] = seen.try_emplace(*number, &line);
-        if (is_new) {
-            numbered->push_back({*number, &line});
-        } else {
-            stands_again(line, *first->second);
         }
     }
-    if (numbered != nullptr) {
-        std::sort(numbered->begin(), numbered->end(),
-                  [](const Numbered& l, const Numbered& r) { return l.number < r.number; });
+    if (counted != nullptr) {
+        std::sort(counted->keys.begin(), counted->keys.end(),
+                  [](const Counted::Key& l, const Counted::Key& r) { return l.number < r.number; });
     }
     return keys;
+}
+
+/// Takes a key that is the word and a number. @return false when it is another one
+bool EdsReader::take_counted(const Section& section, const Line& line, Counted& counted,
+                             std::unordered_map<unsigned int, const Line*>& seen) {
+    const std::size_t length = counted.word.size();
+    const bool begins = line.key.size() > length && eds::same_word(line.key.substr(0, length), counted.word);
+    const auto number = begins ? decimal(line.key.substr(length)) : std::nullopt;
+    if (!number) {
+        return false;
+    }
+    const auto [first, is_new] = seen.try_emplace(*number, &line);
+    if (is_new) {
+        counted.keys.push_back({*number, &line});
+    } else {
+        tell_again(section, line, *first->second);
+    }
+    return true;
+}
+
+void EdsReader::take_foreign_line(const Section& section, const Line& line) {
+    if (foreign_lines_++ == 0) {
+        first_foreign_line_ = &line;
+        first_foreign_section_ = section.name;
+    }
 }
 
 std::string EdsReader::text_of(const Line* line) const {
@@ -535,15 +543,16 @@ void EdsReader::read_comments() {
     if (comments_ == nullptr) {
         return;
     }
-    std::vector<Numbered> lines;
-    const auto keys = keys_of(*comments_, comments_words, "line", &lines);
-    for (const Numbered& line : lines) {
+    Counted lines;
+    lines.word = "line";
+    const auto keys = keys_of(*comments_, comments_words, &lines);
+    for (const Counted::Key& line : lines.keys) {
         description_.comments_.push_back(text_of(line.line));
     }
     const auto count = number_of(*comments_, keys[0], 0xFFFFFFFF);
-    if (count && *count != lines.size()) {
+    if (count && *count != lines.keys.size()) {
         tell(Severity::warning, *comments_, *keys[0],
-             "is not the number of lines, " + std::to_string(lines.size()));
+             "is not the number of lines, " + std::to_string(lines.keys.size()));
     }
 }
 
@@ -551,10 +560,10 @@ void EdsReader::read_list(const Section* section, Object::List list) {
     if (section == nullptr) {
         return;
     }
-    std::vector<Numbered> entries;
-    const auto keys = keys_of(*section, list_words, {}, &entries);
+    Counted entries;
+    const auto keys = keys_of(*section, list_words, &entries);
     std::size_t named = 0;
-    for (const Numbered& entry : entries) {
+    for (const Counted::Key& entry : entries.keys) {
         const auto index = number_of(*section, entry.line, 0xFFFF);
         if (!index) {
             continue;
@@ -877,9 +886,9 @@ void EdsReader::add_compact_members(Object& object, const Section& section, cons
 /// Takes the names, values or denotations of a compact array's members.
 void EdsReader::read_compact_texts(Object& object, const Part& part) {
     const Section& section = *part.section;
-    std::vector<Numbered> lines;
-    const auto keys = keys_of(section, compact_words, {}, &lines);
-    for (const Numbered& line : lines) {
+    Counted lines;
+    const auto keys = keys_of(section, compact_words, &lines);
+    for (const Counted::Key& line : lines.keys) {
         const auto entry = std::find_if(object.entries.begin(), object.entries.end(),
                                         [&](const Entry& e) { return e.subindex == line.number; });
         if (entry == object.entries.end() || line.number == 0) {
@@ -893,9 +902,9 @@ void EdsReader::read_compact_texts(Object& object, const Part& part) {
         }
     }
     const auto count = number_of(section, keys[0], 0xFFFFFFFF);
-    if (count && *count != lines.size()) {
+    if (count && *count != lines.keys.size()) {
         tell(Severity::warning, section, *keys[0],
-             "is not the number of entries, " + std::to_string(lines.size()));
+             "is not the number of entries, " + std::to_string(lines.keys.size()));
     }
 }
 

@@ -46,10 +46,14 @@ private:
     static constexpr std::size_t object_key_count = 17;
     using ObjectKeys = Keys<object_key_count>;
 
-    /// Keys that are numbers: `1=0x1000`, `Line1=...`.
-    struct Numbered {
-        unsigned int number = 0;
-        const eds::Line* line = nullptr;
+    /// Keys that are a word and a number: `1=0x1000`, `Line1=...`.
+    struct Counted {
+        struct Key {
+            unsigned int number = 0;
+            const eds::Line* line = nullptr;
+        };
+        std::string_view word;  ///< what stands before the number
+        std::vector<Key> keys;  ///< by rising number
     };
 
     /// Values of a description that a text has been read into, for the comparison with the limits.
@@ -62,6 +66,7 @@ private:
     void tell(Severity severity, const eds::Section& section, const eds::Line& line, std::string reason);
     void tell_unknown_key(const eds::Section& section, const eds::Line& line);
     void tell_foreign_lines();
+    void take_foreign_line(const eds::Section& section, const eds::Line& line);
 
     void look_before_the_sections();
     void sort_sections();
@@ -71,7 +76,10 @@ private:
 
     template <std::size_t size>
     Keys<size> keys_of(const eds::Section& section, const std::array<std::string_view, size>& words,
-                       std::string_view counted = {}, std::vector<Numbered>* numbered = nullptr);
+                       Counted* counted = nullptr);
+    bool take_counted(const eds::Section& section, const eds::Line& line, Counted& counted,
+                      std::unordered_map<unsigned int, const eds::Line*>& seen);
+    void tell_again(const eds::Section& section, const eds::Line& line, const eds::Line& first);
     std::string text_of(const eds::Line* line) const;
     std::optional<std::uint64_t> number_of(const eds::Section& section, const eds::Line* line,
                                            std::uint64_t most);

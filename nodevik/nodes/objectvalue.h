@@ -99,8 +99,8 @@ struct ObjectParse {
 ///
 /// Whole numbers are decimal, hexadecimal with 0x, or octal with a leading 0 (as EDS files have it); hexadecimal digits
 /// of a signed type may be its two's complement. `$NODEID`, in any case, with a number added before or behind, stands
-/// for the node's number. REAL is decimal, or the pattern in hexadecimal with all its digits. One pair of quotes around a
-/// string is taken off. Blanks around the text do not count.
+/// for the node's number. REAL is decimal, or the pattern in hexadecimal with all its digits. One pair of quotes around
+/// a string is taken off. Blanks around the text do not count.
 ///
 /// Taken, with a remark: a number with a leading 0 that has a digit 8 or 9 (decimal), and a whole number with a
 /// fraction of zeros ("0.0").
@@ -116,10 +116,10 @@ NODEVIK_EXPORT bool object_text_has_node_id(std::string_view text);
 
 /// Makes a text of a value; parse_object() makes the same value of it.
 ///
-/// Numbers are decimal, BOOLEAN 0 or 1, REAL with as many digits as tell it from its neighbours, octet strings and domains
-/// pairs of hexadecimal digits. Of a string, zero bytes at its end are left out and bytes that are no UTF-8 are taken
-/// as Latin-1. A number that came with more bytes than its type has is cut to those; one with less is the number that
-/// these make.
+/// Numbers are decimal, BOOLEAN 0 or 1, REAL with as many digits as tell it from its neighbours, octet strings and
+/// domains pairs of hexadecimal digits. Of a string, zero bytes at its end are left out and bytes that are no UTF-8 are
+/// taken as Latin-1. A number that came with more bytes than its type has is cut to those; one with less is the number
+/// that these make.
 ///
 /// @param type   data type; none is written as a domain is
 /// @param bytes  the value
