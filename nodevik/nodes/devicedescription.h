@@ -40,6 +40,7 @@
 #include <vector>
 
 #include "nodevik/nodes/objectvalue.h"
+#include "nodevik/util/export.h"
 
 namespace eds {
 class Document;
@@ -68,10 +69,10 @@ enum class ObjectAccess : std::uint8_t {
 };
 
 /// The word of an access right in a file: "ro", "rww", "const"; "unknown" for unknown.
-const char* object_access_name(ObjectAccess access);
+NODEVIK_EXPORT const char* object_access_name(ObjectAccess access);
 
 /// Something about a file that its reader should know.
-struct DescriptionFinding {
+struct NODEVIK_EXPORT DescriptionFinding {
     /// How bad it is.
     enum class Severity : std::uint8_t {
         note,     ///< passed over, kept for writing: an unknown key or section
@@ -90,10 +91,10 @@ struct DescriptionFinding {
 };
 
 /// The description of a node.
-class DeviceDescription {
+class NODEVIK_EXPORT DeviceDescription {
 public:
     /// One value of a node: a variable, or a member of an array or record.
-    struct Entry {
+    struct NODEVIK_EXPORT Entry {
         std::uint16_t index = 0;
         std::uint8_t subindex = 0;
         ObjectDataType type = ObjectDataType::none;
