@@ -20,16 +20,7 @@
 #include <atomic>
 #include <cerrno>
 
-extern "C" {
-// What calls become in programs that are compiled with _FORTIFY_SOURCE.
-int __open_2(const char* path, int flags);
-int __open64_2(const char* path, int flags);
-int __openat_2(int directory, const char* path, int flags);
-int __openat64_2(int directory, const char* path, int flags);
-ssize_t __readlink_chk(const char* path, char* target, size_t size, size_t room);
-ssize_t __readlinkat_chk(int directory, const char* path, char* target, size_t size, size_t room);
-char* __realpath_chk(const char* path, char* resolved, size_t room);
-}
+#include "program/fortifiedcalls.h"
 
 namespace {
 
@@ -202,7 +193,8 @@ char* resolve_the_line(char* resolved) {
     if (next_access(device, F_OK) != 0) {
         return nullptr;
     }
-    return resolved == nullptr ? strdup(line_preload::line_name) : strcpy(resolved, line_preload::line_name);
+    constexpr const char* name = line_preload::line_name;
+    return resolved == nullptr ? strdup(name) : static_cast<char*>(memcpy(resolved, name, strlen(name) + 1));
 }
 
 // The mode that an opening call was given behind its flags.

@@ -17,15 +17,7 @@
 #include <cstring>
 #include <string>
 
-extern "C" {
-int __open_2(const char* path, int flags);
-int __open64_2(const char* path, int flags);
-int __openat_2(int directory, const char* path, int flags);
-int __openat64_2(int directory, const char* path, int flags);
-ssize_t __readlink_chk(const char* path, char* target, size_t size, size_t room);
-ssize_t __readlinkat_chk(int directory, const char* path, char* target, size_t size, size_t room);
-char* __realpath_chk(const char* path, char* resolved, size_t room);
-}
+#include "program/fortifiedcalls.h"
 
 namespace {
 
