@@ -18,44 +18,43 @@
 
 namespace {
 
-// A driver that delivers the frame in `waiting` once, and answers SDO requests.
+// A driver that delivers the frames of `bus` once, and answers SDO requests.
 class MemoryDriver : public CANdriver {
 public:
     struct Frame {
         unsigned int cobid = 0;
-        unsigned int length = 0;
+        unsigned int length = 8;
         std::array<unsigned char, 8> data = {};
     };
 
-    Frame waiting;
-    bool full = false;
+    std::vector<Frame> bus = std::vector<Frame>(1);
+    std::size_t delivered = 1;
 
-    void deliver(unsigned int cobid) {
-        waiting.cobid = cobid;
-        waiting.length = 8;
-        ++waiting.data[0];
-        full = true;
+    // Has all the frames delivered once more.
+    void deliver() {
+        ++bus.front().data[0];
+        delivered = 0;
     }
 
     int open(unsigned int, unsigned int, unsigned int, bool) override { return 0; }
     void close() override {}
     int read(unsigned int& ID, unsigned int& length, unsigned char* data) override {
-        if (!full) {
+        if (delivered == bus.size()) {
             return 1;
         }
-        full = false;
-        ID = waiting.cobid;
-        length = waiting.length;
-        std::memcpy(data, waiting.data.data(), waiting.data.size());
+        const Frame& frame = bus[delivered];
+        ++delivered;
+        ID = frame.cobid;
+        length = frame.length;
+        std::memcpy(data, frame.data.data(), frame.data.size());
         return 0;
     }
     int write(unsigned int cobid, unsigned int, unsigned char* data, unsigned int) override {
         if ((cobid & 0x780) == 0x600) {
-            waiting.cobid = cobid - 0x80;
-            waiting.length = 8;
-            std::memcpy(waiting.data.data(), data, waiting.data.size());
-            waiting.data[0] = data[0] == 0x40 ? 0x43 : 0x60;
-            full = true;
+            bus.front().cobid = cobid - 0x80;
+            std::memcpy(bus.front().data.data(), data, bus.front().data.size());
+            bus.front().data[0] = data[0] == 0x40 ? 0x43 : 0x60;
+            delivered = 0;
         }
         return 0;
     }
@@ -104,10 +103,32 @@ void receive(int tpdos, std::size_t first, std::size_t last, long count) {
     Receiver receiver(tpdos);
     std::size_t position = first;
     for (long i = 0; i < count; ++i) {
-        receiver.driver.deliver(receiver.cobid(position));
+        receiver.driver.bus.front().cobid = receiver.cobid(position);
+        receiver.driver.deliver();
         receiver.master.read_all_messages();
         position = position == last ? first : position + 1;
     }
+}
+
+// Receives whole cycles, one frame for each TPDO and all of them in one call, until there are `count` frames.
+void receive_cycles(int tpdos, int (CCANopen::*read)(), long count) {
+    Receiver receiver(tpdos);
+    receiver.driver.bus.resize(receiver.count());
+    for (std::size_t i = 0; i < receiver.count(); ++i) {
+        receiver.driver.bus[i].cobid = receiver.cobid(i);
+    }
+    for (long i = 0; i < count; i += tpdos) {
+        receiver.driver.deliver();
+        (receiver.master.*read)();
+    }
+}
+
+void receive_all(int tpdos, long count) {
+    receive_cycles(tpdos, &CCANopen::read_all_messages, count);
+}
+
+void receive_until_duplicate(int tpdos, long count) {
+    receive_cycles(tpdos, &CCANopen::read_all_until_duplicate_tpdo, count);
 }
 
 void send(bool changing, long count) {
@@ -152,12 +173,15 @@ struct Scenario {
 
 constexpr Scenario scenarios[] = {
     {"tpdo-1", [](long count) { receive(1, 0, 0, count); }},
-    {"tpdo-64-first", [](long count) { receive(64, 0, 0, count); }},
-    {"tpdo-64-last", [](long count) { receive(64, 63, 63, count); }},
-    {"tpdo-64-mean", [](long count) { receive(64, 0, 63, count); }},
     {"tpdo-512-first", [](long count) { receive(512, 0, 0, count); }},
     {"tpdo-512-last", [](long count) { receive(512, 511, 511, count); }},
     {"tpdo-512-mean", [](long count) { receive(512, 0, 511, count); }},
+    {"cycle-4", [](long count) { receive_all(4, count); }},
+    {"cycle-64", [](long count) { receive_all(64, count); }},
+    {"cycle-512", [](long count) { receive_all(512, count); }},
+    {"duplicate-4", [](long count) { receive_until_duplicate(4, count); }},
+    {"duplicate-64", [](long count) { receive_until_duplicate(64, count); }},
+    {"duplicate-512", [](long count) { receive_until_duplicate(512, count); }},
     {"rpdo-changed", [](long count) { send(true, count); }},
     {"rpdo-unchanged", [](long count) { send(false, count); }},
     {"sdo-read", read_object},

@@ -6,8 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <span>
 
 #include "nodevik/arch.h"
+#include "nodevik/tpdoindex.h"
 #include "nodevik/util/assertion.h"
 
 namespace {
@@ -40,9 +43,6 @@ constexpr unsigned int poll_pause_us = 100;
 // What the master shows when it is new: every kind of frame that has a bit.
 constexpr uint32_t all_types = D_NMT | D_TPDO | D_RPDO | D_SDO | D_SYNC | D_HEARTBEAT;
 
-// End of a chain of the TPDO index.
-constexpr int16_t no_position = -1;
-
 // Whether a frame is one of the four TPDOs that a node has by default: 0x180, 0x280, 0x380 or 0x480.
 bool is_tpdo(unsigned int cobid) {
     const unsigned int code = cobid & function_code_mask;
@@ -68,10 +68,17 @@ constexpr guarded_state_text guarded_states[] = {
     {127, "state Pre-Operational"},
 };
 
+// The entries of a list that are used.
+std::span<PDO* const> entries(const std::unique_ptr<PDO*[]>& list, int count) {
+    return {list.get(), static_cast<std::size_t>(count)};
+}
+
 }  // namespace
 
 CCANopen::CCANopen()
-    : RPDOlist(std::make_unique<PDO*[]>(list_size)), TPDOlist(std::make_unique<PDO*[]>(list_size)) {
+    : RPDOlist(std::make_unique<PDO*[]>(list_size)),
+      TPDOlist(std::make_unique<PDO*[]>(list_size)),
+      tpdo_index(std::make_unique<TpdoIndex>()) {
     CDecoder::set_typefilter(all_types);
 }
 
@@ -99,8 +106,11 @@ int CCANopen::add_rpdo(PDO& pdo) {
 }
 
 int CCANopen::add_tpdo(PDO& pdo) {
-    indexed_generation = 0;
-    return add_pdo(pdo, TPDOlist.get(), TPDOcount, tlistSize, "TPDO");
+    const int result = add_pdo(pdo, TPDOlist.get(), TPDOcount, tlistSize, "TPDO");
+    if (result == 0) {
+        tpdo_index->add(pdo);
+    }
+    return result;
 }
 
 int CCANopen::add_pdo(PDO& pdo, PDO** list, int& count, int size, const char* kind) {
@@ -153,23 +163,25 @@ void CCANopen::show_nodeguard(bool enable) {
 int CCANopen::read_all_messages() {
     bus_frame received;
     int result = 0;
+    tpdo_index->start_pass();
     while ((result = read_frame(received)) == 0) {
-        messagehandler(received.cobid, received.length, received.data.data());
+        handle_frame(received);
     }
     return result == 1 ? 0 : -1;
 }
 
 int CCANopen::read_all_until_duplicate_tpdo() {
-    for (PDO* pdo : tpdos()) {
+    for (PDO* pdo : entries(TPDOlist, TPDOcount)) {
         pdo->PDO_updated = 0;
     }
+    tpdo_index->start_pass();
     bus_frame received;
     if (!take_first_frame(received)) {
         return 0;
     }
     do {
         if (!is_tpdo(received.cobid)) {
-            messagehandler(received.cobid, received.length, received.data.data());
+            handle_frame(received);
         } else if (!update_cycle(received)) {
             return 1;
         }
@@ -192,9 +204,9 @@ bool CCANopen::take_first_frame(bus_frame& received) {
 // Takes a TPDO into every list entry with its COB-ID; false when it repeats within the cycle and is held
 // back.
 bool CCANopen::update_cycle(const bus_frame& received) {
-    for (int i = find_tpdo(received.cobid); i != no_position;
-         i = find_tpdo_from(next_tpdo(i), received.cobid)) {
-        PDO& pdo = tpdo_at(i);
+    int position = TpdoIndex::no_position;
+    while ((position = tpdo_index->find_next(received.cobid, position)) != TpdoIndex::no_position) {
+        PDO& pdo = (*tpdo_index)[position];
         if (pdo.PDO_updated != 0) {
             std::memcpy(&duplicate_TDPO.data, received.data.data(), received.data.size());
             duplicate_TDPO.len = received.length;
@@ -214,7 +226,7 @@ bool CCANopen::update_cycle(const bus_frame& received) {
 
 int CCANopen::all_tdpos_updated(unsigned int command) {
     int missing = 0;
-    for (PDO* entry : tpdos()) {
+    for (PDO* entry : entries(TPDOlist, TPDOcount)) {
         PDO& pdo = *entry;
         if ((command & print_counters) != 0) {
             std::printf("PDO %#x has been updated %u times since last reset\n", pdo.get_cobid(),
@@ -230,7 +242,7 @@ int CCANopen::all_tdpos_updated(unsigned int command) {
 }
 
 void CCANopen::send_all_rpdos() {
-    for (PDO* entry : rpdos()) {
+    for (PDO* entry : entries(RPDOlist, RPDOcount)) {
         PDO& pdo = *entry;
         unsigned char data[max_frame_length];
         pdo.create_rpdo();
@@ -240,7 +252,7 @@ void CCANopen::send_all_rpdos() {
 }
 
 void CCANopen::send_only_changed_rpdos() {
-    for (PDO* entry : rpdos()) {
+    for (PDO* entry : entries(RPDOlist, RPDOcount)) {
         PDO& pdo = *entry;
         pdo.create_rpdo();
         if (pdo.pdo_changed()) {
@@ -348,18 +360,27 @@ int CCANopen::guarded_state(const bus_frame& received) const {
     return state;
 }
 
-// Treats a frame that nobody waits for: a TPDO goes into its PDO. Returns 1 for a TPDO, else 0.
+// Treats a single frame that nobody waits for: a TPDO goes into its PDO. Returns 1 for a TPDO, else 0.
 int CCANopen::messagehandler(unsigned int cobid, unsigned int length, unsigned char* candata) {
-    const bool tpdo = is_tpdo(cobid);
+    bus_frame received = {.cobid = cobid, .length = length};
+    std::memcpy(received.data.data(), candata, received.data.size());
+    tpdo_index->start_pass();
+    return handle_frame(received);
+}
+
+// The same for one of the frames of a pass of the index.
+int CCANopen::handle_frame(const bus_frame& received) {
+    const bool tpdo = is_tpdo(received.cobid);
     if (tpdo) {
-        const int position = find_tpdo(cobid);
-        if (position != no_position) {
-            tpdo_at(position).create_tpdo(candata);
-            ++tpdo_at(position).PDO_updated;
+        const int position = tpdo_index->find(received.cobid);
+        if (position != TpdoIndex::no_position) {
+            PDO& pdo = (*tpdo_index)[position];
+            pdo.create_tpdo(received.data.data());
+            ++pdo.PDO_updated;
         }
     }
     if ((can_debug & show_frames) != 0) {
-        show_frame(cobid, length, candata);
+        show_frame(received.cobid, received.length, received.data.data());
     }
     return tpdo ? 1 : 0;
 }
@@ -391,39 +412,4 @@ int CCANopen::timedelay() {
 int CCANopen::read_frame(bus_frame& received) {
     received.data.fill(0);
     return canDriver->read(received.cobid, received.length, received.data.data());
-}
-
-std::span<PDO* const> CCANopen::rpdos() const {
-    return {RPDOlist.get(), static_cast<std::size_t>(RPDOcount)};
-}
-
-std::span<PDO* const> CCANopen::tpdos() const {
-    return {TPDOlist.get(), static_cast<std::size_t>(TPDOcount)};
-}
-
-// Position of the first PDO in TPDOlist with this COB-ID.
-int CCANopen::find_tpdo(unsigned int cobid) {
-    if (indexed_generation != pdo_cobid::changes()) {
-        index_tpdos();
-    }
-    return find_tpdo_from(tpdo_first[cobid % cobid_count], cobid);
-}
-
-// The same, from a position of the COB-ID's chain on.
-int CCANopen::find_tpdo_from(int position, unsigned int cobid) const {
-    while (position != no_position && tpdo_at(position).get_cobid() != cobid) {
-        position = next_tpdo(position);
-    }
-    return position;
-}
-
-// Builds the index from the end of the list, so that each chain runs in list order.
-void CCANopen::index_tpdos() {
-    indexed_generation = pdo_cobid::changes();
-    tpdo_first.fill(no_position);
-    for (int i = TPDOcount - 1; i >= 0; --i) {
-        int16_t& first = tpdo_first[tpdo_at(i).get_cobid() % cobid_count];
-        tpdo_next[static_cast<std::size_t>(i)] = first;
-        first = static_cast<int16_t>(i);
-    }
 }

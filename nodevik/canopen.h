@@ -33,13 +33,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 
 #include "nodevik/candriver.h"
 #include "nodevik/decoder.h"
 #include "nodevik/pdo.h"
 #include "nodevik/util/export.h"
 #include "nodevik/util/vt100.h"
+
+class TpdoIndex;
 
 /// A CANopen master on one CAN driver.
 ///
@@ -87,9 +88,11 @@ public:
 
     /// Adds a PDO that the master receives; otherwise like add_rpdo().
     ///
-    /// The COB-ID of an added PDO may change at any time; from then on the PDO receives under the new one.
-    /// Should two entries of the list come to share a COB-ID, the one added first receives, except in
-    /// read_all_until_duplicate_tpdo(), where both do.
+    /// The COB-ID of an added PDO may change at any time, in a driver's read() too; from the next frame on the
+    /// PDO receives under the new one. Should entries of the list come to share a COB-ID, the one added first
+    /// receives, except in read_all_until_duplicate_tpdo(), where all of them do. Among more than 16 entries
+    /// one that comes to share a COB-ID *while* the master receives may have to wait for it: until this COB-ID
+    /// comes again, and no longer than to the end of the call.
     ///
     /// @param pdo  has to live as long as the master
     /// @return 0, or -1 when it was not added
@@ -393,10 +396,10 @@ private:
     };
 
     static constexpr int list_size = 512;
-    static constexpr unsigned int cobid_count = 0x800;
 
     NODEVIK_LOCAL int add_pdo(PDO& pdo, PDO** list, int& count, int size, const char* kind);
     NODEVIK_LOCAL int messagehandler(unsigned int cobid, unsigned int length, unsigned char* candata);
+    NODEVIK_LOCAL int handle_frame(const bus_frame& received);
     NODEVIK_LOCAL void show_frame(unsigned int cobid, unsigned int length, const unsigned char* candata);
     NODEVIK_LOCAL void reset_timedelay(unsigned int delay);
     NODEVIK_LOCAL int timedelay();
@@ -406,14 +409,7 @@ private:
     NODEVIK_LOCAL void send_nmt(unsigned char command, unsigned char ID) const;
     NODEVIK_LOCAL int guarded_state(const bus_frame& received) const;
 
-    NODEVIK_LOCAL std::span<PDO* const> rpdos() const;
-    NODEVIK_LOCAL std::span<PDO* const> tpdos() const;
-    PDO& tpdo_at(int position) const { return *TPDOlist[static_cast<std::size_t>(position)]; }
-    NODEVIK_LOCAL int find_tpdo(unsigned int cobid);
-    NODEVIK_LOCAL int find_tpdo_from(int position, unsigned int cobid) const;
-    int next_tpdo(int position) const { return tpdo_next[static_cast<std::size_t>(position)]; }
     NODEVIK_LOCAL bool has_tpdo(unsigned int cobid) const;
-    NODEVIK_LOCAL void index_tpdos();
 
     template <typename Reaction>
     bool sdo_exchange(const bus_frame& request, sdo_pace pace, Reaction react);
@@ -459,12 +455,7 @@ private:
     uint32_t cobid_bits_down_mask = 0;
     held_frame duplicate_TDPO = {};
     bool discard_late_answers = false;
-
-    // Index of TPDOlist by the low 11 bits of the COB-ID: the first position with these bits, and for each
-    // position the next one. It holds as long as no PDO's COB-ID has changed since it was built.
-    std::array<int16_t, cobid_count> tpdo_first;
-    std::array<int16_t, list_size> tpdo_next;
-    uint64_t indexed_generation = 0;
+    std::unique_ptr<TpdoIndex> tpdo_index;
 };
 
 #endif

@@ -8,6 +8,7 @@
 #include "nodevik/codetexts.h"
 #include "nodevik/pdo.h"
 #include "nodevik/textrow.h"
+#include "nodevik/tpdoindex.h"
 
 namespace {
 
@@ -366,12 +367,7 @@ int CCANopen::decode_message(uint32_t id, uint8_t len, const void* data) const {
 
 /// Tells whether a PDO with this COB-ID stands in the list of received PDOs.
 bool CCANopen::has_tpdo(unsigned int cobid) const {
-    if (indexed_generation == pdo_cobid::changes()) {
-        return find_tpdo_from(tpdo_first[cobid % cobid_count], cobid) >= 0;
-    }
-    // The index is rebuilt by the next reception; until then the list itself is searched.
-    return std::any_of(TPDOlist.get(), TPDOlist.get() + TPDOcount,
-                       [cobid](const PDO* pdo) { return pdo->get_cobid() == cobid; });
+    return tpdo_index->contains(cobid);
 }
 
 int CCANopen::print_device_type(int node) {

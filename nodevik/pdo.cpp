@@ -234,6 +234,10 @@ void PDO::mapbitref(unsigned int pos, unsigned int size, void* d) {
     ++mapCounter;
 }
 
+void PDO::create_tpdo(void* data) {
+    create_tpdo(static_cast<const void*>(data));
+}
+
 void PDO::create_tpdo(const void* data) {
     std::memcpy(PDOdata, data, sizeof PDOdata);
     for (const mapping& m : std::span(PDOmap, static_cast<std::size_t>(mapCounter))) {

@@ -30,8 +30,6 @@
 #ifndef NODEVIK_PDO_H
 #define NODEVIK_PDO_H
 
-#include <atomic>
-#include <concepts>
 #include <cstdint>
 
 #include "nodevik/util/export.h"
@@ -42,77 +40,6 @@ struct PDO_object_information {
     int mappingcount = 0;       ///< number of entries used in pdo_mappings, 0 to 64, or what a node told
     /// Mapping words: index in bits 16 to 31, subindex in 8 to 15, length in bits in 0 to 7.
     int pdo_mappings[64] = {};
-};
-
-/// Types that can be mapped as bytes by PDO::mapcopy.
-template <typename T>
-concept pdo_byte_variable =
-    std::same_as<T, char> || std::same_as<T, unsigned char> || std::same_as<T, short> ||
-    std::same_as<T, unsigned short> || std::same_as<T, int> || std::same_as<T, unsigned int>;
-
-/// Types that can receive or give a mapped bit by PDO::mapbitcopy.
-template <typename T>
-concept pdo_bit_variable = std::same_as<T, bool> || pdo_byte_variable<T>;
-
-/// The COB-ID of a PDO. It is read, changed and compared like an unsigned int, and every change of any of them
-/// is counted. Only where the type itself matters is it none: a conversion to unsigned int makes it one for
-/// printf(), and a variable of that type for what takes an address or a reference.
-///
-/// A master that receives keeps an index of its PDOs by COB-ID. The COB-ID is a public field that may change
-/// at any time; the count tells the master that its index is out of date, without a look at every PDO for
-/// every frame.
-class NODEVIK_EXPORT pdo_cobid {
-public:
-    /// 0, which is no valid COB-ID.
-    pdo_cobid() = default;
-    /// A copy in a PDO that no master knows yet: not counted.
-    pdo_cobid(const pdo_cobid&) = default;
-    ~pdo_cobid() = default;
-
-    /// Takes the other's value; counted.
-    pdo_cobid& operator=(const pdo_cobid& other) { return *this = other.value_; }
-
-    /// Takes the value; counted when it is another one than before.
-    pdo_cobid& operator=(unsigned int value) {
-        if (value != value_) {
-            value_ = value;
-            changes_.fetch_add(1, std::memory_order_relaxed);
-        }
-        return *this;
-    }
-
-    /// @name Compound assignment and counting, as of unsigned int
-    /// @{
-
-    /// Changes the value; counted as an assignment is.
-    pdo_cobid& operator+=(unsigned int operand) { return *this = value_ + operand; }
-    pdo_cobid& operator-=(unsigned int operand) { return *this = value_ - operand; }
-    pdo_cobid& operator*=(unsigned int operand) { return *this = value_ * operand; }
-    pdo_cobid& operator/=(unsigned int operand) { return *this = value_ / operand; }
-    pdo_cobid& operator%=(unsigned int operand) { return *this = value_ % operand; }
-    pdo_cobid& operator|=(unsigned int operand) { return *this = value_ | operand; }
-    pdo_cobid& operator&=(unsigned int operand) { return *this = value_ & operand; }
-    pdo_cobid& operator^=(unsigned int operand) { return *this = value_ ^ operand; }
-    pdo_cobid& operator<<=(unsigned int bits) { return *this = value_ << bits; }
-    pdo_cobid& operator>>=(unsigned int bits) { return *this = value_ >> bits; }
-    pdo_cobid& operator++() { return *this += 1; }
-    pdo_cobid& operator--() { return *this -= 1; }
-    unsigned int operator++(int) { return ++*this - 1; }
-    unsigned int operator--(int) { return --*this + 1; }
-    /// @}
-
-    /// The value.
-    operator unsigned int() const { return value_; }
-
-    /// Number of changes that all COB-IDs of the process have seen, plus 1.
-    ///
-    /// Masters in several threads share the count, each with PDOs of its own; a change is always seen by the
-    /// thread that made it.
-    static std::uint64_t changes() { return changes_.load(std::memory_order_relaxed); }
-
-private:
-    static inline std::atomic<std::uint64_t> changes_{1};
-    unsigned int value_ = 0;
 };
 
 /// A process data object with up to 64 mapped variables.
@@ -148,7 +75,7 @@ public:
 
     unsigned int PDO_updated = 0;      ///< receptions since the master last cleared it
     PDO_object_information obj_info;   ///< what the node is told
-    pdo_cobid cobid;                   ///< COB-ID, used like an unsigned int
+    unsigned int cobid = 0;            ///< COB-ID
     unsigned int length = 0;           ///< number of data bytes, 0 to 8
     unsigned char PDOdata[8] = {};     ///< the current data
     unsigned char oldPDOdata[8] = {};  ///< the data as last sent or received
@@ -314,60 +241,47 @@ public:
     /// @param d     the variable; it need not be aligned
     void mapbitref(unsigned int pos, unsigned int size, void* d);
 
-    /// Maps a variable to whole bytes by its own type. The 8-byte types are mapped through mapref().
+    /// @}
+    /// @name Mapping by a variable's own type
+    /// The type picks the maptype of mapref(), or the size for mapbitref(); the form with a reference and the
+    /// one with an address do the same. The 8-byte types are mapped through mapref().
+    /// @{
+
+    /// Maps a variable to whole bytes.
     /// @param pos  first byte, 0 to 7
     /// @param v    the variable
     /// @see mapref
-    template <pdo_byte_variable T>
-    void mapcopy(unsigned int pos, T& v) {
-        mapref(pos, maptype_of<T>(), &v);
-    }
+    void mapcopy(unsigned int pos, char& v) { mapref(pos, char1, &v); }
+    void mapcopy(unsigned int pos, unsigned char& v) { mapref(pos, uchar1, &v); }
+    void mapcopy(unsigned int pos, short& v) { mapref(pos, short2, &v); }
+    void mapcopy(unsigned int pos, unsigned short& v) { mapref(pos, ushort2, &v); }
+    void mapcopy(unsigned int pos, int& v) { mapref(pos, int4, &v); }
+    void mapcopy(unsigned int pos, unsigned int& v) { mapref(pos, uint4, &v); }
+    void mapcopy(unsigned int pos, char* v) { mapref(pos, char1, v); }
+    void mapcopy(unsigned int pos, unsigned char* v) { mapref(pos, uchar1, v); }
+    void mapcopy(unsigned int pos, short* v) { mapref(pos, short2, v); }
+    void mapcopy(unsigned int pos, unsigned short* v) { mapref(pos, ushort2, v); }
+    void mapcopy(unsigned int pos, int* v) { mapref(pos, int4, v); }
+    void mapcopy(unsigned int pos, unsigned int* v) { mapref(pos, uint4, v); }
 
-    /// Maps a variable to whole bytes by its own type.
-    /// @param pos  first byte, 0 to 7
-    /// @param v    address of the variable
-    /// @see mapref
-    template <pdo_byte_variable T>
-    void mapcopy(unsigned int pos, T* v) {
-        mapref(pos, maptype_of<T>(), v);
-    }
-
-    /// Maps a variable to one bit by its own type. On reception it becomes 0 or 1; for sending its lowest bit
-    /// counts.
+    /// Maps a variable to one bit. On reception it becomes 0 or 1; for sending its lowest bit counts.
     /// @param pos  bit, 0 to 63
     /// @param v    the variable
     /// @see mapbitref
-    template <pdo_bit_variable T>
-    void mapbitcopy(unsigned int pos, T& v) {
-        mapbitref(pos, sizeof(T), &v);
-    }
-
-    /// Maps a variable to one bit by its own type.
-    /// @param pos  bit, 0 to 63
-    /// @param v    address of the variable
-    /// @see mapbitref
-    template <pdo_bit_variable T>
-    void mapbitcopy(unsigned int pos, T* v) {
-        mapbitref(pos, sizeof(T), v);
-    }
-
-    /// The mapping type of a variable type.
-    template <pdo_byte_variable T>
-    static constexpr maptype maptype_of() {
-        if constexpr (std::same_as<T, char>) {
-            return char1;
-        } else if constexpr (std::same_as<T, unsigned char>) {
-            return uchar1;
-        } else if constexpr (std::same_as<T, short>) {
-            return short2;
-        } else if constexpr (std::same_as<T, unsigned short>) {
-            return ushort2;
-        } else if constexpr (std::same_as<T, int>) {
-            return int4;
-        } else {
-            return uint4;
-        }
-    }
+    void mapbitcopy(unsigned int pos, bool& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, char& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, unsigned char& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, short& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, unsigned short& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, int& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, unsigned int& v) { mapbitref(pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int pos, bool* v) { mapbitref(pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int pos, char* v) { mapbitref(pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int pos, unsigned char* v) { mapbitref(pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int pos, short* v) { mapbitref(pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int pos, unsigned short* v) { mapbitref(pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int pos, int* v) { mapbitref(pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int pos, unsigned int* v) { mapbitref(pos, sizeof *v, v); }
 
     /// @}
     /// @name Data transfer
@@ -380,6 +294,9 @@ public:
     /// on standard output and ends the process with status 1.
     ///
     /// @param data  the received bytes; 8 are read, whatever the frame's length
+    void create_tpdo(void* data);
+
+    /// The same for bytes that may not be changed; neither form changes them.
     void create_tpdo(const void* data);
 
     /// Fills the data from the mapped variables; bytes and bits that none is mapped to keep their values.

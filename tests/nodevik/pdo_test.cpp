@@ -102,6 +102,15 @@ TEST(PdoConstruction, MembersStandInTheirOrder) {
     EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
 }
 
+TEST(PdoConstruction, TheCobidIsAPlainUnsignedInt) {
+    static_assert(std::is_same_v<decltype(PDO::cobid), unsigned int>);
+    PDO pdo(0x181);
+    unsigned int& bound = pdo.cobid;
+    bound = 0x182;
+    EXPECT_EQ(pdo.get_cobid(), 0x182U);
+    EXPECT_EQ(printed([&] { std::printf("%x", pdo.cobid); }), "182");
+}
+
 TEST(PdoConstruction, ByCobidSetsTheTransmissionTypeByTheFunctionCode) {
     for (const unsigned int cid : {0x181U, 0x1FFU, 0x281U, 0x381U, 0x481U, 0x4FFU}) {
         EXPECT_EQ(PDO(cid).get_cobid(), cid);
@@ -866,6 +875,14 @@ TEST(PdoMapbitcopy, PicksTheSizeByTheVariableInBothForms) {
 }
 
 // Data transfer
+
+TEST(PdoCreateTpdo, TakesAnUntypedAddress) {
+    void (PDO::*const create)(void*) = &PDO::create_tpdo;
+    PDO pdo(0x181);
+    unsigned long long bytes = 0x0102030405060708;
+    (pdo.*create)(&bytes);
+    EXPECT_EQ(pdo.get_value(), 0x0102030405060708U);
+}
 
 TEST(PdoCreateTpdo, TakesEightBytesAsOldAndNewDataWhateverTheLength) {
     PDO pdo(0x181);
