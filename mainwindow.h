@@ -9,6 +9,7 @@
 #define MAINWINDOW_H
 
 #include <QMainWindow>
+#include <QString>
 #include <memory>
 #include <string>
 
@@ -59,6 +60,7 @@ protected:
 
 private:
     unsigned int Baudrate = 0;
+    QString viestiteksti;  // not used
     std::unique_ptr<Ui_MainWindow> ui;
     QTimer* timer;
     std::string device_path;

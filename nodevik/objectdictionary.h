@@ -108,19 +108,19 @@ public:
 
     /// Default COB-ID of a TPDO: (( @p num & 0x7F) + 0x181) | (( @p num * 2) & 0x300).
     /// @param num  PDO number, 0 to 511
-    static unsigned int tpdonum_to_cobid(unsigned int num) {
+    unsigned int tpdonum_to_cobid(unsigned int num) {
         return ((num & 0x7FU) + 0x181U) | ((num * 2U) & 0x300U);
     }
 
     /// Default COB-ID of an RPDO: (( @p num & 0x7F) + 0x201) | (( @p num * 2) & 0x300).
     /// @param num  PDO number, 0 to 511
-    static unsigned int rpdonum_to_cobid(unsigned int num) {
+    unsigned int rpdonum_to_cobid(unsigned int num) {
         return ((num & 0x7FU) + 0x201U) | ((num * 2U) & 0x300U);
     }
 
     /// Number of a COB-ID's record: ( @p cid & 0x7F) | (( @p cid >> 1) & 0x180), always 0 to 511.
     /// @param cid  COB-ID
-    static unsigned int cobid_to_pdonum(unsigned int cid) { return (cid & 0x7FU) | ((cid >> 1) & 0x180U); }
+    unsigned int cobid_to_pdonum(unsigned int cid) { return (cid & 0x7FU) | ((cid >> 1) & 0x180U); }
 
     /// Tells whether a COB-ID has a record: one of 0x181 to 0x3FF has.
     ///
@@ -130,7 +130,7 @@ public:
     /// @param pinf  not used and not written through: the record is kept to the dictionary
     /// @retval 0   it has a record
     /// @retval -1  it has none
-    static int get_pdo_info(unsigned int cid, pdo_information* pinf);
+    int get_pdo_info(unsigned int cid, pdo_information* pinf);
 
     /// @}
     /// @name Variable mapping
@@ -163,44 +163,64 @@ public:
     /// @param d      the variable; it need not be aligned
     void mapbitref(unsigned int cobid, unsigned int pos, unsigned int size, void* d);
 
-    /// Maps a variable to whole bytes by its own type.
+    /// Maps a variable to whole bytes by its own type, as the forms of PDO do.
     /// @param cobid  COB-ID, 0x181 to 0x3FF
     /// @param pos    first byte, 0 to 7
     /// @param v      the variable
     /// @see mapref
-    template <pdo_byte_variable T>
-    void mapcopy(unsigned int cobid, unsigned int pos, T& v) {
-        mapref(cobid, pos, PDO::maptype_of<T>(), &v);
+    void mapcopy(unsigned int cobid, unsigned int pos, char& v) { mapref(cobid, pos, PDO::char1, &v); }
+    void mapcopy(unsigned int cobid, unsigned int pos, unsigned char& v) {
+        mapref(cobid, pos, PDO::uchar1, &v);
     }
-
-    /// Maps a variable to whole bytes by its own type.
-    /// @param cobid  COB-ID, 0x181 to 0x3FF
-    /// @param pos    first byte, 0 to 7
-    /// @param v      address of the variable
-    /// @see mapref
-    template <pdo_byte_variable T>
-    void mapcopy(unsigned int cobid, unsigned int pos, T* v) {
-        mapref(cobid, pos, PDO::maptype_of<T>(), v);
+    void mapcopy(unsigned int cobid, unsigned int pos, short& v) { mapref(cobid, pos, PDO::short2, &v); }
+    void mapcopy(unsigned int cobid, unsigned int pos, unsigned short& v) {
+        mapref(cobid, pos, PDO::ushort2, &v);
     }
+    void mapcopy(unsigned int cobid, unsigned int pos, int& v) { mapref(cobid, pos, PDO::int4, &v); }
+    void mapcopy(unsigned int cobid, unsigned int pos, unsigned int& v) {
+        mapref(cobid, pos, PDO::uint4, &v);
+    }
+    void mapcopy(unsigned int cobid, unsigned int pos, char* v) { mapref(cobid, pos, PDO::char1, v); }
+    void mapcopy(unsigned int cobid, unsigned int pos, unsigned char* v) {
+        mapref(cobid, pos, PDO::uchar1, v);
+    }
+    void mapcopy(unsigned int cobid, unsigned int pos, short* v) { mapref(cobid, pos, PDO::short2, v); }
+    void mapcopy(unsigned int cobid, unsigned int pos, unsigned short* v) {
+        mapref(cobid, pos, PDO::ushort2, v);
+    }
+    void mapcopy(unsigned int cobid, unsigned int pos, int* v) { mapref(cobid, pos, PDO::int4, v); }
+    void mapcopy(unsigned int cobid, unsigned int pos, unsigned int* v) { mapref(cobid, pos, PDO::uint4, v); }
 
-    /// Maps a variable to one bit by its own type.
+    /// Maps a variable to one bit by its own type, as the forms of PDO do.
     /// @param cobid  COB-ID, 0x181 to 0x3FF
     /// @param pos    bit, 0 to 63
     /// @param v      the variable
     /// @see mapbitref
-    template <pdo_bit_variable T>
-    void mapbitcopy(unsigned int cobid, unsigned int pos, T& v) {
-        mapbitref(cobid, pos, sizeof(T), &v);
+    void mapbitcopy(unsigned int cobid, unsigned int pos, bool& v) { mapbitref(cobid, pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, char& v) { mapbitref(cobid, pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, unsigned char& v) {
+        mapbitref(cobid, pos, sizeof v, &v);
     }
-
-    /// Maps a variable to one bit by its own type.
-    /// @param cobid  COB-ID, 0x181 to 0x3FF
-    /// @param pos    bit, 0 to 63
-    /// @param v      address of the variable
-    /// @see mapbitref
-    template <pdo_bit_variable T>
-    void mapbitcopy(unsigned int cobid, unsigned int pos, T* v) {
-        mapbitref(cobid, pos, sizeof(T), v);
+    void mapbitcopy(unsigned int cobid, unsigned int pos, short& v) { mapbitref(cobid, pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, unsigned short& v) {
+        mapbitref(cobid, pos, sizeof v, &v);
+    }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, int& v) { mapbitref(cobid, pos, sizeof v, &v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, unsigned int& v) {
+        mapbitref(cobid, pos, sizeof v, &v);
+    }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, bool* v) { mapbitref(cobid, pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, char* v) { mapbitref(cobid, pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, unsigned char* v) {
+        mapbitref(cobid, pos, sizeof *v, v);
+    }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, short* v) { mapbitref(cobid, pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, unsigned short* v) {
+        mapbitref(cobid, pos, sizeof *v, v);
+    }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, int* v) { mapbitref(cobid, pos, sizeof *v, v); }
+    void mapbitcopy(unsigned int cobid, unsigned int pos, unsigned int* v) {
+        mapbitref(cobid, pos, sizeof *v, v);
     }
 
     /// @}
@@ -249,7 +269,7 @@ public:
     /// @param index     object index
     /// @param subindex  object subindex
     /// @return -1
-    static int gobject(unsigned int index, unsigned int subindex);
+    int gobject(unsigned int index, unsigned int subindex);
 
     /// @}
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
@@ -35,14 +36,16 @@ void thread::create(void (*f)(void*)) {
 
 int thread::wait() {
     std::puts("Waiting for thread to complete");
-    res = joinable ? pthread_join(th, nullptr) : ESRCH;
-    joinable = joinable && res != 0;
-    return reported(res, "pthread_join");
+    const int outcome = joinable ? pthread_join(th, nullptr) : ESRCH;
+    joinable = joinable && outcome != 0;
+    set_result(outcome);
+    return reported(outcome, "pthread_join");
 }
 
 int thread::cancel() {
-    res = joinable ? pthread_cancel(th) : ESRCH;
-    return reported(res, "pthread_cancel");
+    const int outcome = joinable ? pthread_cancel(th) : ESRCH;
+    set_result(outcome);
+    return reported(outcome, "pthread_cancel");
 }
 
 void thread::run() {
@@ -50,6 +53,15 @@ void thread::run() {
         std::puts("Thread running");
         usleep(100000);
     }
+}
+
+int thread::result() const {
+    return std::atomic_ref(const_cast<int&>(res)).load();
+}
+
+// The thread may cancel itself while its creator still stores the outcome of the start.
+void thread::set_result(int value) {
+    std::atomic_ref(res).store(value);
 }
 
 void* thread::tStartup(void* object) {
@@ -73,10 +85,10 @@ void thread::start(void* (*routine)(void*), bool inherit_scheduling) {
         pthread_attr_setinheritsched(&attr, PTHREAD_INHERIT_SCHED);
     }
     joinable = true;  // before the thread runs: its body may cancel itself
-    const int result = pthread_create(&th, &attr, routine, this);
-    if (result != 0) {
+    const int outcome = pthread_create(&th, &attr, routine, this);
+    if (outcome != 0) {
         joinable = false;
     }
-    res = result;
+    set_result(outcome);
     pthread_attr_destroy(&attr);
 }

@@ -6,8 +6,6 @@
 
 #include <pthread.h>
 
-#include <atomic>
-
 #include "nodevik/util/export.h"
 
 /// One POSIX thread.
@@ -54,17 +52,26 @@ public:
     virtual void run();
 
     /// Result of the last pthread call: 0, or an error number as in errno(3).
-    int result() const { return res; }
+    int result() const;
+
+protected:
+    /// Start routine of create(): executes run() of the thread object at @p object.
+    ///
+    /// @param object  address of a thread
+    /// @return null
+    static void* tStartup(void* object);
+
+    pthread_t th{};         ///< the system's thread; of no meaning before create()
+    pthread_attr_t attr{};  ///< attributes that create() starts the thread with
+    pthread_cond_t cond{};  ///< not used here
+    int res = 0;            ///< result of the last pthread call; result() may be asked from the thread itself
 
 private:
-    NODEVIK_LOCAL static void* tStartup(void* object);
     NODEVIK_LOCAL static void* start_plain(void* object);
     NODEVIK_LOCAL static void* start_with_argument(void* object);
     NODEVIK_LOCAL void start(void* (*routine)(void*), bool inherit_scheduling);
+    NODEVIK_LOCAL void set_result(int value);
 
-    pthread_t th{};
-    pthread_attr_t attr{};
-    std::atomic<int> res{0};
     bool joinable = false;  // th names a thread that was started and not yet joined
     void (*plain_body)() = nullptr;
     void (*argument_body)(void*) = nullptr;

@@ -89,8 +89,8 @@ void add_entry(variable_mappings& map, void* variable, unsigned int pos, unsigne
 
 TEST_F(ObjectDictionaryConstruction, GivesEachRecordItsCobidNotValidAndNoMappings) {
     for (unsigned int n = 0; n < 512; ++n) {
-        EXPECT_EQ(dictionary.tpdoinf[n].commparam.cobid, CObjectDictionary::tpdonum_to_cobid(n) | not_valid);
-        EXPECT_EQ(dictionary.rpdoinf[n].commparam.cobid, CObjectDictionary::rpdonum_to_cobid(n) | not_valid);
+        EXPECT_EQ(dictionary.tpdoinf[n].commparam.cobid, dictionary.tpdonum_to_cobid(n) | not_valid);
+        EXPECT_EQ(dictionary.rpdoinf[n].commparam.cobid, dictionary.rpdonum_to_cobid(n) | not_valid);
         EXPECT_EQ(dictionary.tpdoinf[n].pdomap.num_of_mappings, 0U);
         EXPECT_EQ(dictionary.tpdoinf[n].varmap.num_of_mappings, 0U);
         EXPECT_EQ(dictionary.rpdoinf[n].pdomap.num_of_mappings, 0U);
@@ -141,6 +141,21 @@ TEST_F(ObjectDictionaryConstruction, MembersStandInTheirOrder) {
 }
 
 // Numbers and COB-IDs
+
+TEST(ObjectDictionaryMembers, AreThoseOfAnObject) {
+    using Number = unsigned int (CObjectDictionary::*)(unsigned int);
+    const std::vector<Number> numbers = {&CObjectDictionary::tpdonum_to_cobid,
+                                         &CObjectDictionary::rpdonum_to_cobid,
+                                         &CObjectDictionary::cobid_to_pdonum};
+    int (CObjectDictionary::*const info)(unsigned int, pdo_information*) = &CObjectDictionary::get_pdo_info;
+    int (CObjectDictionary::*const object)(unsigned int, unsigned int) = &CObjectDictionary::gobject;
+    const auto dictionary = std::make_unique<CObjectDictionary>();
+    EXPECT_EQ(((*dictionary).*numbers[0])(0), 0x181U);
+    EXPECT_EQ(((*dictionary).*numbers[1])(0), 0x201U);
+    EXPECT_EQ(((*dictionary).*numbers[2])(0x181), 0x81U);
+    EXPECT_EQ(((*dictionary).*info)(0x181, nullptr), 0);
+    EXPECT_NE(object, nullptr);
+}
 
 TEST_F(ObjectDictionaryNumbers, FollowTheirFormulas) {
     for (unsigned int n = 0; n < 1024; ++n) {
