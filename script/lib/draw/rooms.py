@@ -10,6 +10,7 @@ ROOMS = (
     ("widgets/", "widgets", "the drawn gauges"),
     ("nodevik/", "nodevik", "the fieldbus library"),
     ("nodevik/util/", "nodevik/util", "the Linux utilities"),
+    ("nodevik/recording/", "nodevik/recording", "what passed on a bus, kept and played again"),
     ("nodevik/nodes/", "nodevik/nodes", "the nodes of a bus: described, set up, asked, watched"),
     ("program/", "program", "what the programs beside the panel share"),
     ("simulator/vehicle/", "simulator/vehicle", "the vehicle's end of the serial line"),
