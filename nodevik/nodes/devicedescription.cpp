@@ -227,6 +227,10 @@ const DeviceDescription::Entry* DeviceDescription::entry(std::uint16_t index, st
     return place != found->entries.end() && place->subindex == subindex ? &*place : nullptr;
 }
 
+DeviceDescription::Entry* DeviceDescription::find_entry(std::uint16_t index, std::uint8_t subindex) {
+    return const_cast<Entry*>(std::as_const(*this).entry(index, subindex));
+}
+
 void DeviceDescription::index_names() {
     names_.clear();
     names_.reserve(entry_count());

@@ -24,6 +24,8 @@
 ///     const auto* heartbeat = pump.entry("Producer heartbeat time");
 ///     pump.entry(0x1018, 1)->value_text();                      // "0x1F1"
 ///
+/// The file is kept line by line, so that a DCF made from it gives back what this reader does not know, comments too.
+///
 /// Nothing here prints, ends the process or knows a bus. A description belongs to one thread at a time; several may
 /// read one that does not change.
 
@@ -195,6 +197,14 @@ public:
         std::optional<std::uint32_t> lss_serial_number;
     };
 
+    /// What a DCF tells about its making.
+    struct DcfOptions {
+        std::string file_name;          ///< FileName; empty leaves what stands there
+        std::string modification_date;  ///< "mm-dd-yyyy"; empty leaves what stands there
+        std::string modification_time;  ///< "hh:mmAM"; empty leaves what stands there
+        std::string modified_by;        ///< empty leaves what stands there
+    };
+
     /// @name Reading
     /// Both drop what was read before.
     /// @{
@@ -223,8 +233,11 @@ public:
 
     /// @name What the file tells beside the objects
     /// @{
+    /// Section FileInfo.
     const FileInfo& file_info() const { return file_info_; }
+    /// Section DeviceInfo.
     const DeviceInfo& device_info() const { return device_info_; }
+    /// Section DeviceComissioning; all 0 and empty when there is none.
     const Commissioning& commissioning() const { return commissioning_; }
     /// Section Comments, a string for each line, UTF-8.
     const std::vector<std::string>& comments() const { return comments_; }
@@ -261,8 +274,31 @@ public:
     std::vector<const Entry*> entries_named(std::string_view name) const;
     /// @}
 
+    /// @name Making a DCF
+    /// @{
+
+    /// Says whose description it is. What is out of range is not taken.
+    /// @param commissioning  node_id 0 to 127; texts of ISO 646 characters, lines of at most 255
+    /// @return why it was not taken; empty when it was
+    std::string set_commissioning(const Commissioning& commissioning);
+
+    /// Sets the value that an entry is to have (ParameterValue).
+    /// @param text  by the entry's type, within its limits; may hold `$NODEID`, which is kept; empty takes it off
+    /// @return why it was not set; empty when it was
+    std::string set_value(std::uint16_t index, std::uint8_t subindex, std::string_view text);
+    /// Sets the value that an entry is to have. @see set_value
+    std::string set_value(std::uint16_t index, std::uint8_t subindex, const ObjectBytes& bytes);
+
+    /// The DCF: the lines of the file, with the values and the commissioning put in.
+    ///
+    /// Bytes, order, comments, and what this reader does not know are as in the file; sections that stood twice stand
+    /// once. Objects that CompactPDO implies are written out when one of them has a value.
+    std::string dcf(const DcfOptions& options) const;
+    /// @}
+
 private:
     friend class EdsReader;
+    friend class DcfWriter;
 
     /// A name, made comparable, and where it leads.
     struct NamedEntry {
@@ -271,6 +307,7 @@ private:
         std::uint32_t entry = 0;   ///< position in its entries
     };
 
+    Entry* find_entry(std::uint16_t index, std::uint8_t subindex);
     void index_names();
 
     std::string file_;
@@ -278,6 +315,7 @@ private:
     FileInfo file_info_;
     DeviceInfo device_info_;
     Commissioning commissioning_;
+    bool commissioning_set_ = false;  ///< by set_commissioning()
     std::vector<std::string> comments_;
     std::array<bool, 8> dummies_ = {};
     std::vector<Object> objects_;

@@ -108,34 +108,6 @@ constexpr std::uint16_t index_of(std::uint32_t place) {
     return static_cast<std::uint16_t>(place >> 8);
 }
 
-/// Tells whether a key is a word of a table, blanks and the case of letters aside.
-bool is_key(std::string_view key, std::string_view word) {
-    if (key.size() == word.size()) {
-        return eds::same_word(key, word);
-    }
-    std::size_t at = 0;
-    for (const char c : key) {
-        if (eds::is_blank(c)) {
-            continue;
-        }
-        if (at == word.size() || eds::lower(c) != word[at]) {
-            return false;
-        }
-        ++at;
-    }
-    return at == word.size();
-}
-
-/// A value without the comment behind it: from a blank and a semicolon on.
-std::string_view without_comment(std::string_view value) {
-    for (std::size_t at = value.find(';'); at != value.npos; at = value.find(';', at + 1)) {
-        if (at == 0 || eds::is_blank(value[at - 1])) {
-            return eds::trimmed(value.substr(0, at));
-        }
-    }
-    return value;
-}
-
 /// A decimal number that is the whole text.
 std::optional<unsigned int> decimal(std::string_view text) {
     unsigned int number = 0;
@@ -165,15 +137,6 @@ unsigned int hex_value(std::string_view digits) {
 std::string quoted(std::string_view text) {
     constexpr std::size_t most = 60;
     return "\"" + eds::utf8(text.substr(0, most)) + (text.size() > most ? "...\"" : "\"");
-}
-
-std::string hexadecimal(unsigned int number, int digits) {
-    constexpr char characters[] = "0123456789ABCDEF";
-    std::string text;
-    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
-        text += characters[number >> shift & 15];
-    }
-    return text;
 }
 
 /// Sections that the standard knows and this reader has no use for: modular devices, tools, links between objects.
@@ -313,7 +276,7 @@ void EdsReader::take_section(const Section& section) {
         return;
     }
     const auto* found = std::find_if(named.begin(), named.end(),
-                                     [&](const Named& n) { return is_key(section.name, n.word); });
+                                     [&](const Named& n) { return eds::is_key(section.name, n.word); });
     if (found != named.end()) {
         take_once(*found->place, section);
     } else if (!is_passed_over(section.name)) {
@@ -387,8 +350,8 @@ EdsReader::Keys<size> EdsReader::keys_of(const Section& section,
         if (!line.is_key) {
             continue;
         }
-        const auto word =
-            std::find_if(words.begin(), words.end(), [&](std::string_view w) { return is_key(line.key, w); });
+        const auto word = std::find_if(words.begin(), words.end(),
+                                       [&](std::string_view w) { return eds::is_key(line.key, w); });
         if (word != words.end()) {
             const Line*& place = keys[static_cast<std::size_t>(word - words.begin())];
             if (place == nullptr) {
@@ -438,7 +401,7 @@ std::string EdsReader::text_of(const Line* line) const {
 
 std::optional<std::uint64_t> EdsReader::number_of(const Section& section, const Line* line,
                                                   std::uint64_t most) {
-    const std::string_view text = line == nullptr ? std::string_view() : without_comment(line->value);
+    const std::string_view text = line == nullptr ? std::string_view() : eds::without_comment(line->value);
     if (text.empty()) {
         return std::nullopt;
     }
@@ -573,7 +536,7 @@ void EdsReader::read_list(const Section* section, Object::List list) {
         const auto [first, is_new] = listed_.try_emplace(static_cast<std::uint16_t>(*index), here);
         if (!is_new) {
             tell(Severity::warning, *section, *entry.line,
-                 "is " + hexadecimal(static_cast<unsigned int>(*index), 4) + " again: line " +
+                 "is " + eds::hexadecimal(static_cast<unsigned int>(*index), 4) + " again: line " +
                      std::to_string(first->second.line) + " counts");
         }
     }
@@ -609,7 +572,7 @@ void EdsReader::read_object(std::size_t first, std::size_t end) {
     }
     Object object;
     object.index = index_of(begin_it->place);
-    object.name = hexadecimal(object.index, 4);
+    object.name = eds::hexadecimal(object.index, 4);
     object.code = ObjectCode::record;
     ObjectKeys keys = {};
     const Section& section = *begin_it->section;
@@ -700,7 +663,7 @@ void EdsReader::fill_entry(Entry& entry, const Section& section, const ObjectKey
 
 void EdsReader::read_access(Entry& entry, const Section& section, const ObjectKeys& keys) {
     const std::string_view word =
-        keys[access_type] == nullptr ? "" : without_comment(keys[access_type]->value);
+        keys[access_type] == nullptr ? "" : eds::without_comment(keys[access_type]->value);
     const auto* row = std::find_if(access_rows.begin(), access_rows.end(),
                                    [&](const AccessRow& r) { return eds::same_word(r.word, word); });
     if (row != access_rows.end()) {
@@ -733,7 +696,7 @@ std::optional<ObjectBytes> EdsReader::read_value(const Entry& entry, const Secti
     }
     const bool is_text =
         entry.type == ObjectDataType::visible_string || entry.type == ObjectDataType::unicode_string;
-    const std::string_view value = is_text ? line->value : without_comment(line->value);
+    const std::string_view value = is_text ? line->value : eds::without_comment(line->value);
     if (value.empty()) {
         return std::nullopt;
     }
@@ -812,8 +775,8 @@ ObjectDataType EdsReader::defined_type(std::uint64_t number) {
     }
     for (std::size_t at = part->section->first; at < part->section->end; ++at) {
         const Line& line = document_.lines()[at];
-        if (line.is_key && is_key(line.key, object_words[default_value_key])) {
-            const eds::Number base = eds::parse_number(without_comment(line.value), 0);
+        if (line.is_key && eds::is_key(line.key, object_words[default_value_key])) {
+            const eds::Number base = eds::parse_number(eds::without_comment(line.value), 0);
             return base.valid && base.magnitude <= 0xFF
                        ? object_data_type(static_cast<unsigned int>(base.magnitude))
                        : ObjectDataType::none;
@@ -967,7 +930,7 @@ void EdsReader::add_compact_pdo(std::uint16_t communication, std::uint16_t mappi
             ObjectDataType type;
             std::string value;
         };
-        const std::string base = hexadecimal((transmit ? 0x180U : 0x200U) + 0x100U * number, 3);
+        const std::string base = eds::hexadecimal((transmit ? 0x180U : 0x200U) + 0x100U * number, 3);
         const std::array<Parameter, 6> parameters = {{
             {1, "COB-ID", ObjectDataType::unsigned32,
              number < 4 ? "$NODEID+0x" + base : std::string("0x80000000")},
@@ -1004,7 +967,7 @@ void EdsReader::check_lists() {
         const auto listed = listed_.find(object.index);
         if (listed == listed_.end()) {
             if (object.line != 0 && object.index >= 0x1000) {
-                tell(Severity::warning, object.line, hexadecimal(object.index, 4), {},
+                tell(Severity::warning, object.line, eds::hexadecimal(object.index, 4), {},
                      "is in no list of objects: taken");
             }
             continue;
@@ -1012,7 +975,7 @@ void EdsReader::check_lists() {
         object.list = listed->second.list;
         if (object.list != proper_list(object.index) && object.index >= 0x1000) {
             tell(Severity::note, listed->second.line, listed->second.section, listed->second.key,
-                 "is in the wrong list: " + hexadecimal(object.index, 4));
+                 "is in the wrong list: " + eds::hexadecimal(object.index, 4));
         }
     }
     for (const auto& [index, listed] : listed_) {
@@ -1022,7 +985,7 @@ void EdsReader::check_lists() {
                                [](const Object& l, const Object& r) { return l.index < r.index; });
         if (!is_there) {
             tell(Severity::error, listed.line, listed.section, listed.key,
-                 "is listed and has no section: " + hexadecimal(index, 4));
+                 "is listed and has no section: " + eds::hexadecimal(index, 4));
         }
     }
 }

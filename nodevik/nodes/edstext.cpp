@@ -115,6 +115,41 @@ std::size_t find_word(std::string_view text, std::string_view word) {
     return found == text.end() ? text.npos : static_cast<std::size_t>(found - text.begin());
 }
 
+bool is_key(std::string_view key, std::string_view word) {
+    if (key.size() == word.size()) {
+        return same_word(key, word);
+    }
+    std::size_t at = 0;
+    for (const char c : key) {
+        if (is_blank(c)) {
+            continue;
+        }
+        if (at == word.size() || lower(c) != word[at]) {
+            return false;
+        }
+        ++at;
+    }
+    return at == word.size();
+}
+
+std::string_view without_comment(std::string_view value) {
+    for (std::size_t at = value.find(';'); at != value.npos; at = value.find(';', at + 1)) {
+        if (at == 0 || is_blank(value[at - 1])) {
+            return trimmed(value.substr(0, at));
+        }
+    }
+    return value;
+}
+
+std::string hexadecimal(unsigned int number, int digits) {
+    constexpr char characters[] = "0123456789ABCDEF";
+    std::string text;
+    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
+        text += characters[number >> shift & 15];
+    }
+    return text;
+}
+
 Number parse_number(std::string_view text, unsigned int node_id) {
     text = trimmed(text);
     if (!text.empty() && text.front() == '-') {

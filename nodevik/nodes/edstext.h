@@ -37,6 +37,17 @@ bool same_word(std::string_view left, std::string_view right);
 /// @return npos when it does not
 std::size_t find_word(std::string_view text, std::string_view word);
 
+/// Tells whether a key is a word of a table, blanks and the case of ASCII letters aside.
+/// @param word  in small letters, without blanks
+bool is_key(std::string_view key, std::string_view word);
+
+/// A value without the comment behind it: from a blank and a semicolon on.
+std::string_view without_comment(std::string_view value);
+
+/// A number in hexadecimal, with capital letters.
+/// @param digits  how many, 1 to 8
+std::string hexadecimal(unsigned int number, int digits);
+
 /// A number of a file.
 struct Number {
     bool valid = false;
