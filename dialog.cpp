@@ -2,6 +2,9 @@
 
 #include <QMetaType>
 #include <QMouseEvent>
+#include <QPalette>
+#include <QTextCursor>
+#include <QTextDocument>
 #include <QTimer>
 #include <array>
 #include <cstdlib>
@@ -34,6 +37,11 @@ constexpr int reverse_bucket = 220;
 
 constexpr int cross_arm = 10;
 
+// The status view keeps so many lines, and for a while some more: to take a line away at the top costs as much
+// as the number of lines below it, so that is done for many at once.
+constexpr int status_lines = 1000;
+constexpr int surplus_status_lines = 100;
+
 // Control voltage of a set-point, in millivolts.
 int control_voltage(int set_point) {
     constexpr double millivolts_per_step = 19.5;
@@ -57,16 +65,68 @@ int32_t latitude(uint8_t byte0, uint8_t byte1, uint8_t byte2, uint8_t byte3) {
     return static_cast<int32_t>(bits);
 }
 
+// Black on light, whatever the desktop's own colours: the gauges' faces are light, and so are the pad and its
+// cross made for a light ground.
+QPalette light_palette() {
+    struct Colour {
+        QPalette::ColorRole role;
+        QRgb enabled;
+        QRgb disabled;
+    };
+    constexpr QRgb black = 0xff000000;
+    constexpr QRgb white = 0xffffffff;
+    constexpr QRgb ground = 0xffefefef;
+    constexpr QRgb faint = 0xffbebebe;
+    constexpr std::array<Colour, 20> colours = {{
+        {QPalette::WindowText, black, faint},
+        {QPalette::Button, ground, ground},
+        {QPalette::Light, white, white},
+        {QPalette::Midlight, 0xffcacaca, 0xffcacaca},
+        {QPalette::Dark, 0xff9f9f9f, faint},
+        {QPalette::Mid, 0xffb8b8b8, 0xffb8b8b8},
+        {QPalette::Text, black, faint},
+        {QPalette::BrightText, white, white},
+        {QPalette::ButtonText, black, faint},
+        {QPalette::Base, white, ground},
+        {QPalette::Window, ground, ground},
+        {QPalette::Shadow, 0xff767676, 0xffb1b1b1},
+        {QPalette::Highlight, 0xff308cc6, 0xff919191},
+        {QPalette::HighlightedText, white, white},
+        {QPalette::Link, 0xff0000ff, 0xff0000ff},
+        {QPalette::LinkVisited, 0xffff00ff, 0xffff00ff},
+        {QPalette::AlternateBase, 0xfff7f7f7, 0xfff7f7f7},
+        {QPalette::ToolTipBase, 0xffffffdc, 0xffffffdc},
+        {QPalette::ToolTipText, black, black},
+        {QPalette::PlaceholderText, 0x80000000, 0x80000000},
+    }};
+    QPalette palette;
+    for (const Colour& colour : colours) {
+        palette.setColor(colour.role, QColor::fromRgba(colour.enabled));
+        palette.setColor(QPalette::Disabled, colour.role, QColor::fromRgba(colour.disabled));
+    }
+    return palette;
+}
+
 // What the cross around a position covers, with a pixel's room for its pen.
 QRect cross_area(int x, int y) {
     constexpr int reach = cross_arm + 1;
     return {x - reach, y - reach, 2 * reach + 1, 2 * reach + 1};
 }
 
+void keep_last_lines(QTextDocument& text) {
+    if (text.blockCount() >= status_lines + surplus_status_lines) {
+        QTextCursor surplus(&text);
+        surplus.movePosition(QTextCursor::NextBlock, QTextCursor::KeepAnchor,
+                             text.blockCount() - status_lines);
+        surplus.removeSelectedText();
+    }
+}
+
 }  // namespace
 
 Dialog::Dialog(QWidget* parent, std::string device, LineGuard* guard)
     : QDialog(parent), ui(std::make_unique<Ui_Dialog>()), cthread(std::move(device), guard) {
+    setPalette(light_palette());
     ui->setupUi(this);
     updatetimer = new QTimer(this);
     for (const char* rate : baud_rates) {
@@ -137,6 +197,7 @@ void Dialog::LueKauha(int KauhaLuku) {
 
 void Dialog::KirjoitaIkkunaan(const QString& teksti) {
     ui->Browser_Status->append(teksti);
+    keep_last_lines(*ui->Browser_Status->document());
     if (teksti == QLatin1StringView("Portti kiinni")) {
         ui->RedLed->setEnabled(true);
         ui->GreenLed->setEnabled(false);

@@ -81,8 +81,8 @@ public Q_SLOTS:
     /// Takes the bucket set-point and shows it, also as the control voltage of 19.5 mV for each step.
     void LueKauha(int KauhaLuku);
 
-    /// Appends a line to the status view. "Portti auki" also lights the green lamp and puts the red one out,
-    /// "Portti kiinni" the other way round.
+    /// Appends a line to the status view, which keeps its last 1,000 lines and up to 99 before them. "Portti
+    /// auki" also lights the green lamp and puts the red one out, "Portti kiinni" the other way round.
     void KirjoitaIkkunaan(const QString& teksti);
 
     /// Opens the port at the chosen speed and rate: starts the 100 ms timer of the set-points, emits

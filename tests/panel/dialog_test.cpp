@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QCoreApplication>
@@ -14,6 +15,7 @@
 #include <QLabel>
 #include <QMetaMethod>
 #include <QMouseEvent>
+#include <QPalette>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRadioButton>
@@ -84,6 +86,31 @@ void leave_at_once(int status, void* /*unused*/) {
 }
 
 using Way = void (*)(Dialog&);
+
+// White on black for the whole application, as long as it lives.
+class DarkDesktop {
+public:
+    DarkDesktop() : usual_(QApplication::palette()) {
+        QPalette dark;
+        for (int role = 0; role < QPalette::NColorRoles; role++) {
+            dark.setColor(static_cast<QPalette::ColorRole>(role), Qt::black);
+        }
+        for (const auto text : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+            dark.setColor(text, Qt::white);
+        }
+        QApplication::setPalette(dark);
+        QApplication::setPalette(dark, "QTextBrowser");
+    }
+    ~DarkDesktop() {
+        QApplication::setPalette(usual_);
+        QApplication::setPalette(usual_, "QTextBrowser");
+    }
+    DarkDesktop(const DarkDesktop&) = delete;
+    DarkDesktop& operator=(const DarkDesktop&) = delete;
+
+private:
+    QPalette usual_;
+};
 
 }  // namespace
 
@@ -190,6 +217,9 @@ private Q_SLOTS:
     void closeAndOpenAgainStartsTheCycleAgain();
     void closeWithoutAnOpenPortIsHarmless();
     void setPointsBeforeTheFirstOpenArriveWithTheTimer();
+    void statusViewKeepsItsLastThousandLines();
+    void panelIsLightOnADarkDesktop();
+    void panelStaysLightWhenTheDesktopTurnsDark();
     void destructionWhileDrivingBringsTheVehicleToRest();
     void destructionWithReportsUnderWayIsSafe();
     void closingWhileDrivingBringsTheVehicleToRest_data();
@@ -1199,6 +1229,41 @@ void DialogTest::setPointsBeforeTheFirstOpenArriveWithTheTimer() {
     get<QScrollBar>("KaasuSlider")->setValue(33);
     open();
     QVERIFY(wire_carries(frame(33, 103, 110, 'P')));
+}
+
+void DialogTest::statusViewKeepsItsLastThousandLines() {
+    constexpr int written = 3456;
+    for (int line = 1; line <= written; line++) {
+        dialog_->KirjoitaIkkunaan(QString::number(line));
+        const int kept = get<QTextBrowser>("Browser_Status")->document()->blockCount();
+        QVERIFY(kept >= std::min(line, 1000));
+        QVERIFY(kept < 1100);
+    }
+    const QStringList lines = status().split(QLatin1Char('\n'));
+    for (int i = 0; i < lines.size(); i++) {
+        QCOMPARE(lines[i].toInt(), written - static_cast<int>(lines.size()) + 1 + i);
+    }
+}
+
+void DialogTest::panelIsLightOnADarkDesktop() {
+    const auto picture = [this] {
+        dialog_->VastaanotaArvot(0x70, 1, 1, 2, 3, 4, 0, 50, 1, 2, 3, 4, 5, 39);
+        get<QCheckBox>("Ohj2Check")->setChecked(true);
+        get<QCheckBox>("Navigointi_Check")->setChecked(true);
+        return dialog_->grab().toImage();
+    };
+    const QImage usual = picture();
+    const DarkDesktop desktop;
+    dialog_ = std::make_unique<Dialog>(nullptr, line_->path());
+    QVERIFY(picture() == usual);
+}
+
+void DialogTest::panelStaysLightWhenTheDesktopTurnsDark() {
+    const QImage usual = dialog_->grab().toImage();
+    const DarkDesktop desktop;
+    QCoreApplication::processEvents();
+    QVERIFY(dialog_->grab().toImage() == usual);
+    QCOMPARE(QWidget().palette().color(QPalette::Window), QColor(Qt::black));
 }
 
 void DialogTest::destructionWhileDrivingBringsTheVehicleToRest() {
