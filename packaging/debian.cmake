@@ -105,6 +105,8 @@ foreach(component ${CPACK_COMPONENTS_ALL})
 endforeach()
 install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_PACKAGE_NAME}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
+install(FILES debian/ohjauspaneeli-tools.lintian-overrides RENAME ohjauspaneeli-tools
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT tools)
 
 # The guides: those of the library in a package of their own, the operator's with the panel.
 find_program(OHJAUSPANEELI_SYSTEM_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)

@@ -5,13 +5,13 @@
 find_program(DPKG_DEB_EXECUTABLE dpkg-deb REQUIRED)
 find_program(STRIP_EXECUTABLE strip REQUIRED)
 
-# Takes the compiler's comments out of the programs and the library in `tree`, and brings its sums up to date.
+# Takes the compiler's comments out of the programs and the libraries in `tree`, and brings its sums up to date.
 function(strip_comments tree)
     set(sums)
     file(STRINGS ${tree}/DEBIAN/md5sums lines)
     foreach(line ${lines})
         string(REGEX REPLACE "^[0-9a-f]+  " "" file ${line})
-        if(file MATCHES "^usr/bin/|\\.so\\.")
+        if(file MATCHES "^usr/bin/|\\.so(\\.|$)" AND NOT IS_SYMLINK ${tree}/${file})
             execute_process(COMMAND ${STRIP_EXECUTABLE} --strip-unneeded --remove-section=.comment
                                     --remove-section=.note ${tree}/${file} COMMAND_ERROR_IS_FATAL ANY)
         endif()
