@@ -2,7 +2,7 @@
 
 # Compiles `target` as C++20 with the project's warnings and, if chosen, sanitizers.
 function(ohjauspaneeli_configure target)
-    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_compile_features(${target} PRIVATE cxx_std_20)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -19,9 +19,10 @@ function(ohjauspaneeli_configure target)
 endfunction()
 
 # The same for a library that is installed, as a static or a shared one. A shared one has the project's version and shows
-# what its headers declare with NODEVIK_EXPORT (nodevik/util/export.h), and nothing else.
+# what its headers declare with NODEVIK_EXPORT (nodevik/util/export.h), and nothing else. Its headers are C++17.
 function(ohjauspaneeli_configure_library target)
     ohjauspaneeli_configure(${target})
+    target_compile_features(${target} INTERFACE cxx_std_17)
     target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
                                                 $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON
