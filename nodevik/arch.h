@@ -12,14 +12,16 @@
 
 /// Yields the processor (sched_yield(2)), then sleeps @p t microseconds with one nanosleep(2).
 ///
-/// A signal that interrupts the sleep ends it: the rest is not slept.
+/// A signal that interrupts the sleep ends it: the rest is not slept. The ticks of a timer with a handler do
+/// so.
 ///
 /// @param t  microseconds; 0 is a pure yield, without any sleep
 NODEVIK_EXPORT void u_sleep(unsigned int t);
 
 /// Yields the processor (sched_yield(2)), then sleeps @p t milliseconds with one nanosleep(2).
 ///
-/// A signal that interrupts the sleep ends it: the rest is not slept.
+/// A signal that interrupts the sleep ends it: the rest is not slept. The ticks of a timer with a handler do
+/// so.
 ///
 /// @param t  milliseconds; 0 is a pure yield, without any sleep
 NODEVIK_EXPORT void m_sleep(unsigned int t);

@@ -388,7 +388,9 @@ void start_reader() {
     if (pthread_attr_setschedparam(&attributes, &parameters) != 0) {
         std::puts("inputevent:pthread_attr_setschedparam failed");
     }
-    const sigset_t blocked = exit_signal_set();
+    // Every signal: a timer's, delivered to the reader, would end the process.
+    sigset_t blocked;
+    sigfillset(&blocked);
     sigset_t before;
     pthread_sigmask(SIG_BLOCK, &blocked, &before);
     reader_started = pthread_create(&reader, &attributes, read_events, nullptr) == 0;

@@ -285,6 +285,9 @@ NODEVIK_EXPORT extern std::atomic<int> evmmbutton;  ///< the middle button
 /// register_signal_exit() and the handler that was installed before (unless it was the default or to ignore),
 /// and ends the process with status 0.
 ///
+/// The reader thread blocks every signal, so eventinit() may come before or after a timer is set up. The
+/// thread that calls it keeps its signal mask.
+///
 /// A device that does not answer is reported on standard error, headed by "evdev ioctl", and left out. Ends
 /// the process with status 1 when atexit(3) fails.
 NODEVIK_EXPORT void eventinit();

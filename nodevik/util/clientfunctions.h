@@ -181,7 +181,7 @@ public:
     /// Chooses how many samples the client shows.
     void addmsg_range(int r);
 
-    /// Forgets all samples.
+    /// Forgets all samples. Scales, names and colours of the curves stay.
     void addmsg_resetsamples();
 
     /// Stops (non-zero) or continues (0) the client. @param state low 8 bits

@@ -13,6 +13,10 @@
 /// Derive and override run(), or hand one of the other create() forms a function. The object must outlive the
 /// thread: destroying it neither joins nor cancels a running thread. An object starts one thread at a time.
 ///
+/// A thread has the signal mask of its creator. Block the signal of a timer (@see timer) in main() before the
+/// first thread starts: a thread that does not block it, main() waiting in wait() included, ends the process
+/// at the first tick.
+///
 /// @see pthreads(7)
 class NODEVIK_EXPORT thread {
 public:

@@ -21,6 +21,23 @@
 /// }
 /// @endcode
 ///
+/// @par More than one thread, or more than one timer
+/// The signal of init_realtime_timer() is sent to the process, not to a thread. A thread in which it is not
+/// blocked may get it, and as nothing handles it, it ends the process ("Real-time signal 29"). And each call
+/// unblocks the signals of the timers before. So set up all timers in main() before the first thread starts,
+/// then block all their signals once more, and start them only after that; threads inherit the mask and wait
+/// with wait_signal():
+///
+/// @code
+/// control.init_realtime_timer(1);
+/// display.init_realtime_timer(2);
+/// sigset_t ticks;
+/// sigemptyset(&ticks);
+/// sigaddset(&ticks, SIGRTMAX - 1);
+/// sigaddset(&ticks, SIGRTMAX - 2);
+/// pthread_sigmask(SIG_BLOCK, &ticks, nullptr);
+/// @endcode
+///
 /// Failures of the system calls end the process with status 1 after a line on standard error; only the wait
 /// operations report and go on.
 
@@ -53,13 +70,17 @@ public:
     /// Signal-and-wait mode: the expiries are taken by wait_signal() and wait_signal_time().
     ///
     /// Replaces the *whole* signal mask of the calling thread by the timer's signal alone (other blocked
-    /// signals are unblocked): call it in the thread that will wait. Threads that it creates later inherit
-    /// the mask.
+    /// signals, those of other timers too, are unblocked): call it in the thread that will wait, or in main()
+    /// before that thread is created, which inherits the mask. Every thread of the process has to block the
+    /// signal, or the first tick that it gets ends the process.
     ///
     /// @param priority  the timer's signal is SIGRTMAX - @p priority
     void init_realtime_timer(int priority);
 
     /// Handler mode: @p f is called as the handler of SIGRTMAX at each expiry.
+    ///
+    /// A tick cuts the sleep of u_sleep() and m_sleep() short and interrupts other system calls (EINTR), in
+    /// whatever thread it arrives.
     ///
     /// @param f  handler; only what signal-safety(7) allows may be called in it. func() is one that does
     ///           nothing.

@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "nodevik/util/timer.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/pseudoterminal.h"
 
@@ -955,6 +956,26 @@ TEST_F(InputEvent, ClosesEveryDeviceThenPausesThenRestoresTheTerminalThenEndsThe
         require(steps == std::vector<std::string>{"pause, closed", "cancel, closed, echo"});
     });
     EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, ATimerMayBeSetUpAfterTheReaderHasStarted) {
+    const ChildResult result = in_child([] {
+        eventinit();
+        timer tick;
+        tick.init_realtime_timer(5);
+        tick.set_interval(1000);
+        tick.start();
+        for (int ticks = 0; ticks < 20;) {
+            // Nobody waits for this tick: a thread that does not block it would get it.
+            sigset_t pending;
+            sigemptyset(&pending);
+            while (sigismember(&pending, SIGRTMAX - 5) == 0) {
+                sigpending(&pending);
+            }
+            ticks += tick.wait_signal() > 0 ? 1 : 0;
+        }
+    });
+    EXPECT_EQ(result.status, 7);
 }
 
 TEST_F(InputEvent, StartsTheReaderBeforeItTakesTheSignals) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <type_traits>
 
 #include "tests/support/childprocess.h"
 
@@ -35,6 +36,16 @@ class Counting : public thread {
 public:
     void run() override { ++runs; }
     std::atomic<int> runs{0};
+};
+
+// Gives a test what a derived class reaches.
+class OpenThread : public Counting {
+public:
+    using thread::attr;
+    using thread::cond;
+    using thread::res;
+    using thread::th;
+    using thread::tStartup;
 };
 
 class SelfCancelling : public thread {
@@ -113,6 +124,25 @@ TEST(Thread, HandsTheObjectToAFunctionWithAnArgument) {
     worker.create(argument_body);
     EXPECT_EQ(worker.wait(), 0);
     EXPECT_EQ(argument_seen, static_cast<void*>(&worker));
+}
+
+TEST(Thread, ADerivedClassReachesItsFieldsAndItsStart) {
+    OpenThread worker;
+    static_assert(std::is_same_v<decltype(worker.res), int>);
+    static_assert(std::is_same_v<decltype(worker.th), pthread_t>);
+    static_assert(std::is_same_v<decltype(worker.attr), pthread_attr_t>);
+    static_assert(std::is_same_v<decltype(worker.cond), pthread_cond_t>);
+    EXPECT_EQ(OpenThread::tStartup(static_cast<thread*>(&worker)), nullptr);
+    EXPECT_EQ(worker.runs, 1);
+    worker.res = EAGAIN;
+    worker.create();
+    EXPECT_EQ(worker.res, 0);
+    EXPECT_EQ(created_with, &worker.attr);
+    EXPECT_EQ(pthread_equal(worker.th, pthread_self()), 0);
+    EXPECT_EQ(worker.wait(), 0);
+    EXPECT_EQ(worker.runs, 2);
+    worker.res = ESRCH;
+    EXPECT_EQ(worker.result(), ESRCH);
 }
 
 TEST(Thread, RunsAgainAfterItWasJoined) {

@@ -11,8 +11,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "nodevik/util/misc.h"
+#include "nodevik/util/thread.h"
 #include "tests/support/childprocess.h"
 
 namespace {
@@ -303,6 +305,103 @@ TEST(TimerWaiting, TakesEachTick) {
         tick.start();
         for (int i = 0; i < 5; ++i) {
             require(tick.wait_signal() == SIGRTMAX - 3);
+        }
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.err, "");
+}
+
+namespace {
+
+// Blocks the signals of timers with these priorities in the calling thread.
+void block_ticks(const std::vector<int>& priorities) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int priority : priorities) {
+        sigaddset(&signals, SIGRTMAX - priority);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+// A thread that takes twenty ticks of its timer.
+class TickingLoop : public thread {
+public:
+    timer tick;
+    int ticks = 0;
+    void run() override {
+        tick.set_interval(1000);
+        tick.start();
+        while (ticks < 20) {
+            ticks += tick.wait_signal() > 0 ? 1 : 0;
+        }
+        tick.stop();
+    }
+};
+
+}  // namespace
+
+TEST(TimerThreads, ALoopInAThreadTicksWhileMainWaits) {
+    const ChildResult result = in_child([] {
+        TickingLoop loop;
+        loop.tick.init_realtime_timer(3);
+        loop.create();
+        require(loop.wait() == 0);
+        require(loop.ticks == 20);
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(TimerThreads, ALoopThatSetsItsTimerUpTicksWhileMainBlocksTheSignal) {
+    const ChildResult result = in_child([] {
+        class SettingUp : public TickingLoop {
+        public:
+            void run() override {
+                tick.init_realtime_timer(3);
+                TickingLoop::run();
+            }
+        };
+        block_ticks({3});
+        SettingUp loop;
+        loop.create();
+        require(loop.wait() == 0);
+        require(loop.ticks == 20);
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(TimerThreads, TwoTimersTickWhenBothSignalsAreBlockedAfterTheSetUp) {
+    const ChildResult result = in_child([] {
+        TickingLoop first;
+        TickingLoop second;
+        first.tick.init_realtime_timer(3);
+        second.tick.init_realtime_timer(4);
+        block_ticks({3, 4});
+        first.create();
+        second.create();
+        require(first.wait() == 0);
+        require(second.wait() == 0);
+        require(first.ticks == 20 && second.ticks == 20);
+    });
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(TimerThreads, TwoTimersTickInOneThread) {
+    const ChildResult result = in_child([] {
+        timer first;
+        timer second;
+        first.init_realtime_timer(3);
+        second.init_realtime_timer(4);
+        block_ticks({3, 4});
+        first.set_interval(1000);
+        second.set_interval(1500);
+        first.start();
+        second.start();
+        for (int i = 0; i < 20; ++i) {
+            require(first.wait_signal() == SIGRTMAX - 3);
+            require(second.wait_signal() == SIGRTMAX - 4);
         }
     });
     EXPECT_EQ(result.status, 7);
