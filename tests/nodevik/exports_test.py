@@ -79,10 +79,10 @@ class Header:
             name = name.group(1)
         else:
             words = head.partition("=")[0].strip()
-            if not re.match(r"(?:static|extern|inline static) ", words) or "constexpr " in words:
+            if not re.match(r"(?:static|extern|inline static) ", words):
                 return
             name = re.search(r"(\w+)\s*(?:\[.*\])?$", words).group(1)
-            if "inline " in words:
+            if "inline " in words or "constexpr " in words:
                 self.inline.add(scope + name)
                 return
         (self.shown if shown else self.private).add(scope + name.replace(" ", ""))
@@ -176,7 +176,7 @@ class Reading(unittest.TestCase):
         self.assertEqual(header.shown, {"counter", "ends", "room::inside", "Thing::Thing", "Thing::~Thing",
                                         "Thing::operator=", "Thing::shared", "Thing::inherited", "Thing::listed"})
         self.assertEqual(header.private, {"Thing::hidden"})
-        self.assertEqual(header.inline, {"Thing::common"})
+        self.assertEqual(header.inline, {"Thing::common", "Thing::limit"})
 
 
 if __name__ == "__main__":
