@@ -11,7 +11,7 @@ function(strip_comments tree)
     file(STRINGS ${tree}/DEBIAN/md5sums lines)
     foreach(line ${lines})
         string(REGEX REPLACE "^[0-9a-f]+  " "" file ${line})
-        if(file MATCHES "^usr/bin/|\\.so(\\.|$)" AND NOT IS_SYMLINK ${tree}/${file})
+        if(file MATCHES "^usr/bin/|\\.so(\\.|$)")
             execute_process(COMMAND ${STRIP_EXECUTABLE} --strip-unneeded --remove-section=.comment
                                     --remove-section=.note ${tree}/${file} COMMAND_ERROR_IS_FATAL ANY)
         endif()
