@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "nodevik/nodes/nodewatch.h"
+#include "nodevik/nodes/sdoclient.h"
 #include "nodevik/observeddriver.h"
 
 namespace {
@@ -74,6 +76,64 @@ void direct(void (*move)(CANdriver&, long), long count) {
     move(bus, count);
 }
 
+// A node that answers expedited requests.
+class AnsweringDriver : public MemoryDriver {
+public:
+    int read(unsigned int& ID, unsigned int& length, unsigned char* data) override {
+        if (!full_) {
+            return 1;
+        }
+        full_ = false;
+        return MemoryDriver::read(ID, length, data);
+    }
+    int write(unsigned int cobid, unsigned int length, unsigned char* data, unsigned int flags) override {
+        MemoryDriver::write(cobid, length, data, flags);
+        bytes[0] = data[0] == 0x40 ? 0x43 : 0x60;
+        identifier = cobid - 0x80;
+        full_ = true;
+        return 0;
+    }
+
+private:
+    bool full_ = false;
+};
+
+// Each round trip: a start, the frame there, the frame back, the callback.
+void transfer(bool is_read, long count) {
+    AnsweringDriver bus;
+    ObservedDriver driver(bus);
+    SdoClient sdo(driver);
+    std::array<unsigned char, 4> value{};
+    unsigned int id = 0;
+    unsigned int length = 0;
+    std::array<unsigned char, 8> data{};
+    long done = 0;
+    const auto ended = [&done](const SdoResult& result) { done += result.ok() ? 1 : 0; };
+    for (long i = 0; i < count; ++i) {
+        if (is_read) {
+            sdo.start_read({5, 0x1000, 0}, value.data(), value.size(), ended);
+        } else {
+            sdo.start_write({5, 0x6040, 0}, value.data(), value.size(), ended);
+        }
+        driver.read(id, length, data.data());
+    }
+    if (done != count) {
+        std::exit(1);
+    }
+}
+
+void watch_heartbeats(long count) {
+    MemoryDriver bus;
+    ObservedDriver driver(bus);
+    NodeWatch watch(driver);
+    watch.expect_heartbeat(5, 1000);
+    const unsigned char state = 5;
+    for (long i = 0; i < count; ++i) {
+        ObservedFrame frame(ObservedFrame::Direction::received, 0x705, 1, &state);
+        watch.frame_passed(frame);
+    }
+}
+
 struct Scenario {
     const char* name;
     void (*run)(long count);
@@ -84,6 +144,9 @@ constexpr Scenario scenarios[] = {
     {"read-observed", [](long count) { observed(read_frames, count); }},
     {"write-direct", [](long count) { direct(write_frames, count); }},
     {"write-observed", [](long count) { observed(write_frames, count); }},
+    {"sdo-read", [](long count) { transfer(true, count); }},
+    {"sdo-write", [](long count) { transfer(false, count); }},
+    {"heartbeat", watch_heartbeats},
 };
 
 }  // namespace

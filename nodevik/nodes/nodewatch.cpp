@@ -128,6 +128,10 @@ void NodeWatch::frame_passed(const ObservedFrame& frame) {
     }
     const unsigned int number = frame.identifier & highest_node;
     const unsigned int id = frame.identifier & ~highest_node;
+    if (id == error_control_id && number != 0) {
+        note_state(number, frame);
+        return;
+    }
     const bool is_of_node = id == error_control_id || id == sdo_answer_id || is_tpdo(id) ||
                             (id == emergency_id && number != 0);  // 0x080 itself is SYNC
     if (!is_of_node) {
@@ -135,10 +139,6 @@ void NodeWatch::frame_passed(const ObservedFrame& frame) {
     }
     if (number == 0) {
         ++ignored_frames.node_zero;
-        return;
-    }
-    if (id == error_control_id) {
-        note_state(number, frame);
     } else if (id == emergency_id) {
         note_emergency(number, frame);
     } else {
@@ -176,12 +176,14 @@ void NodeWatch::note_state(unsigned int number, const ObservedFrame& frame) {
     Watch& watch = watches[number];
     const unsigned int state = byte & ~toggle_bit;
     const bool is_watched = watch.period_ns != 0;
-    if (is_watched && !check_toggle(number, (byte & toggle_bit) != 0)) {
+    const bool has_toggle = (byte & toggle_bit) != 0;
+    if (is_watched && (watch.factor != 0 ? !check_toggle(watch, has_toggle) : has_toggle)) {
         ++ignored_frames.wrong_toggles;
         return;
     }
     const std::uint64_t now_ns = frame.monotonic_time_ns();
-    if (!is_state(state)) {
+    NodeStatus& status = nodes[number];
+    if (state != static_cast<unsigned int>(status.state) && !is_state(state)) {
         // No news; but a node that says something strange in time is not silent.
         ++ignored_frames.unknown_states;
         if (is_watched && watch.factor == 0 && watch.deadline != no_deadline) {
@@ -191,22 +193,20 @@ void NodeWatch::note_state(unsigned int number, const ObservedFrame& frame) {
         watch.unanswered = 0;
         return;
     }
-    nodes[number].heard_ns = now_ns;
+    status.heard_ns = now_ns;
     if (is_watched && watch.factor == 0) {
         watch.deadline = now_ns + watch.period_ns;
     }
     watch.is_asked = false;
     watch.unanswered = 0;
-    alive(number);
-    enter(number, static_cast<NodeState>(state));
+    if (state != static_cast<unsigned int>(status.state)) {
+        alive(number);  // a lost node has no state
+        enter(number, static_cast<NodeState>(state));
+    }
 }
 
-/// Whether a toggle bit is the right one for the way in which the node is watched.
-bool NodeWatch::check_toggle(unsigned int number, bool toggle) {
-    Watch& watch = watches[number];
-    if (watch.factor == 0) {
-        return !toggle;
-    }
+/// Whether the toggle bit of a guarding answer is the right one.
+bool NodeWatch::check_toggle(Watch& watch, bool toggle) {
     if (watch.knows_toggle && watch.toggle != toggle) {
         return false;
     }

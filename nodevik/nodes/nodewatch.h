@@ -213,7 +213,7 @@ private:
     void note_state(unsigned int number, const ObservedFrame& frame);
     void note_boot_up(unsigned int number, std::uint64_t now_ns);
     void note_emergency(unsigned int number, const ObservedFrame& frame);
-    bool check_toggle(unsigned int number, bool toggle);
+    static bool check_toggle(Watch& watch, bool toggle);
     void alive(unsigned int number);
     void lose(unsigned int number);
     void enter(unsigned int number, NodeState state);

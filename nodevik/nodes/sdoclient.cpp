@@ -22,6 +22,9 @@ constexpr std::uint64_t retry_ns = nanoseconds_per_millisecond;
 // What does not fit into so many bytes is worth the longer beginning and end of a block transfer.
 constexpr std::uint64_t most_bytes_by_segments = 112;
 
+// So often the waiting calls read the bus before they wait for it.
+constexpr int looks_before_waiting = 20;
+
 constexpr std::uint64_t largest_told_size = UINT32_MAX;
 
 // Whether an abort says that the object is the trouble, and not the kind of transfer.
@@ -238,37 +241,33 @@ void SdoClient::frame_passed(const ObservedFrame& frame) {
 }
 
 /// Takes the room of a node for a transfer, if it is free.
-SdoClient::Transfer* SdoClient::begin(const SdoObject& object, SdoCallback& callback, SdoOptions& options) {
-    if (object.node < 1 || object.node > highest_node || closing || busy(object.node)) {
+inline SdoClient::Transfer* SdoClient::begin(const SdoObject& object, SdoCallback& callback,
+                                             SdoOptions& options) {
+    if (object.node < 1 || object.node > highest_node || closing) {
         return nullptr;
     }
     Transfer& t = transfers[object.node];
-    t.options = std::move(options);
-    t.callback = std::move(callback);
+    if (t.state != Transfer::State::idle) {
+        return nullptr;
+    }
+    static_cast<Course&>(t) = Course();
+    // Exchanged, not assigned: what stood there is empty, and costs nothing.
+    t.callback.swap(callback);
+    if (options.progress) {
+        t.options.progress.swap(options.progress);
+    }
+    t.options.mode = options.mode;
+    t.options.crc = options.crc;
+    t.options.timeout_ms = options.timeout_ms;
+    t.options.slow_timeout_ms = options.slow_timeout_ms;
+    t.options.block_size = options.block_size;
+    t.options.switch_threshold = options.switch_threshold;
     t.object = object;
     t.key = object.index | static_cast<std::uint32_t>(object.subindex) << 16;
     t.timeout_ns = t.options.timeout_ms * nanoseconds_per_millisecond;
     t.slow_timeout_ns = t.options.slow_timeout_ms != 0
                             ? t.options.slow_timeout_ms * nanoseconds_per_millisecond
                             : t.timeout_ns;
-    t.asked_again = false;
-    t.crc_used = false;
-    t.unsent = false;
-    t.stalled = false;
-    t.known_to_node = false;
-    t.source_ended = false;
-    t.last_passed = false;
-    t.room = nullptr;
-    t.data = nullptr;
-    t.sink = nullptr;
-    t.source = nullptr;
-    t.total = sdo_unknown_size;
-    t.taken = 0;
-    t.moved = 0;
-    t.crc = 0;
-    t.barren = 0;
-    t.front = 0;
-    t.count = 0;
     t.block_size = t.options.block_size >= 1 && t.options.block_size <= sdo::most_segments
                        ? t.options.block_size
                        : sdo::most_segments;
@@ -278,7 +277,7 @@ SdoClient::Transfer* SdoClient::begin(const SdoObject& object, SdoCallback& call
     return &t;
 }
 
-void SdoClient::begin_read(Transfer& t) {
+inline void SdoClient::begin_read(Transfer& t) {
     t.is_upload = true;
     t.by_blocks =
         t.options.mode == SdoMode::block ||
@@ -286,14 +285,15 @@ void SdoClient::begin_read(Transfer& t) {
     send_initiate(t);
 }
 
-void SdoClient::begin_write(Transfer& t) {
+inline void SdoClient::begin_write(Transfer& t) {
     t.is_upload = false;
     t.by_blocks = t.options.mode == SdoMode::block || (t.options.mode == SdoMode::automatic &&
                                                        t.total > most_bytes_by_segments && !t.refuses_blocks);
-    // Memory is copied now, up to the buffer's size; a source is asked now only for what the first frame carries.
-    const bool is_expedited = t.total >= 1 && t.total <= 4;
-    if (t.data != nullptr || is_expedited) {
-        if (const std::uint32_t code = t.fill(t.data != nullptr ? copied_bytes : t.total); code != 0) {
+    if (t.data != nullptr) {
+        t.copy_first_data(copied_bytes);
+    } else if (t.total >= 1 && t.total <= 4) {
+        // The first frame carries it all.
+        if (const std::uint32_t code = t.fill(static_cast<std::size_t>(t.total)); code != 0) {
             // The callback is not called from within the call that starts: the next process() ends it.
             t.state = Transfer::State::aborting;
             t.outcome = SdoOutcome::aborted_by_client;
@@ -314,10 +314,13 @@ SdoResult SdoClient::wait(const SdoObject& object, int started, const SdoResult&
         return refused;
     }
     while (!ended) {
-        if (reader) {
-            reader();
-        } else {
-            driver->read_all();
+        // Segments of a block come faster than a program falls asleep and wakes up.
+        for (int look = 0; look < looks_before_waiting && !ended; ++look) {
+            if (reader) {
+                reader();
+            } else {
+                driver->read_all();
+            }
         }
         process(monotonic_ns());
         if (!ended) {
@@ -328,7 +331,7 @@ SdoResult SdoClient::wait(const SdoObject& object, int started, const SdoResult&
 }
 
 /// Sends the first request.
-void SdoClient::send_initiate(Transfer& t) {
+inline void SdoClient::send_initiate(Transfer& t) {
     using State = Transfer::State;
     Frame frame{};
     const bool tells_size = t.total <= largest_told_size;
@@ -391,7 +394,7 @@ void SdoClient::send_segment(Transfer& t) {
 /// Sends a frame, or keeps it to be tried again, and begins to wait for the answer.
 void SdoClient::send(Transfer& t, const Frame& frame) {
     t.request = frame;
-    t.unsent = !write(t, frame);
+    t.unsent = !write(t, t.request);
     t.deadline = now + (t.slow ? t.slow_timeout_ns : t.timeout_ns);
     t.wake = t.unsent ? now + retry_ns : no_deadline;
     if (t.unsent) {
@@ -405,13 +408,8 @@ void SdoClient::send(Transfer& t, const Frame& frame) {
     }
 }
 
-bool SdoClient::write(const Transfer& t, const Frame& frame) {
-    Frame bytes = frame;
-    return driver->write(sdo::request_id + t.object.node, sdo::frame_size, bytes.data(), 0) >= 0;
-}
-
 /// Takes a frame of eight bytes from the node of a transfer.
-void SdoClient::take(Transfer& t, const unsigned char* frame) {
+inline void SdoClient::take(Transfer& t, const unsigned char* frame) {
     using State = Transfer::State;
     if (t.state == State::aborting || t.state == State::block_closing || !t.known_to_node) {
         ++dropped_frames.unexpected;
@@ -485,7 +483,7 @@ void SdoClient::take(Transfer& t, const unsigned char* frame) {
 }
 
 /// What a frame is while the answer to the first request is waited for. Such an answer names the object.
-SdoClient::Answer SdoClient::judge_initiate(const Transfer& t, const unsigned char* frame) const {
+inline SdoClient::Answer SdoClient::judge_initiate(const Transfer& t, const unsigned char* frame) const {
     using State = Transfer::State;
     if (sdo::object_key(frame) != t.key) {
         return Answer::foreign;
@@ -513,8 +511,8 @@ SdoClient::Answer SdoClient::judge_initiate(const Transfer& t, const unsigned ch
 }
 
 /// What a frame is while a segment, or the confirmation of one, is waited for.
-SdoClient::Answer SdoClient::judge_segment(const Transfer& t, const unsigned char* frame,
-                                           unsigned char specifier) const {
+inline SdoClient::Answer SdoClient::judge_segment(const Transfer& t, const unsigned char* frame,
+                                                  unsigned char specifier) const {
     if ((frame[0] & 0xE0) == specifier && ((frame[0] & sdo::toggle) != 0) == t.toggled) {
         return Answer::right;
     }
@@ -529,25 +527,19 @@ SdoClient::Answer SdoClient::judge_wrong(const Transfer& t, const unsigned char*
     return std::equal(t.last_answer.begin(), t.last_answer.end(), frame) ? Answer::doubled : Answer::wrong;
 }
 
-/// Acts on what a frame is. @return true for the right answer
-bool SdoClient::accept(Transfer& t, const unsigned char* frame, Answer answer) {
-    switch (answer) {
-        case Answer::right:
-            std::copy_n(frame, t.last_answer.size(), t.last_answer.begin());
-            return true;
-        case Answer::foreign:
-            ++dropped_frames.foreign;
-            return false;
-        case Answer::doubled:
-            ++dropped_frames.doubled;
-            return false;
-        case Answer::wrong:
-            break;
+/// Acts on an answer that is not the right one.
+void SdoClient::reject(Transfer& t, const unsigned char* frame, Answer answer) {
+    if (answer == Answer::foreign) {
+        ++dropped_frames.foreign;
+        return;
+    }
+    if (answer == Answer::doubled) {
+        ++dropped_frames.doubled;
+        return;
     }
     const bool is_segment = t.state == Transfer::State::upload_segments && (frame[0] & 0xE0) == 0x00;
     const bool is_confirmation = t.state == Transfer::State::download_segments && (frame[0] & 0xE0) == 0x20;
     refuse(t, is_segment || is_confirmation ? sdo::toggle_wrong : sdo::specifier_wrong);
-    return false;
 }
 
 /// The node has ended the transfer. What the abort says it is about counts only where the answer to an earlier transfer
@@ -575,12 +567,22 @@ void SdoClient::take_abort(Transfer& t, const unsigned char* frame) {
     finish(t, SdoOutcome::aborted_by_node, code);
 }
 
-void SdoClient::take_upload_answer(Transfer& t, const unsigned char* frame) {
+inline void SdoClient::take_upload_answer(Transfer& t, const unsigned char* frame) {
     t.refuses_blocks = t.refuses_blocks || t.asked_again;
     if ((frame[0] & sdo::expedited) != 0) {
         const bool tells_size = (frame[0] & sdo::size_told) != 0;
         const std::size_t size = tells_size ? 4 - (frame[0] >> 2 & 3U) : 4;
-        if (expect(t, size) && deliver(t, &frame[4], size) && report_progress(t)) {
+        if (t.sink == nullptr && size <= t.room_size) {
+            // What most programs do most of the time: a number that fits into its room.
+            t.total = size;
+            t.moved = size;
+            for (std::size_t i = 0; i < size; ++i) {
+                t.room[i] = frame[4 + i];
+            }
+        } else if (!expect(t, size) || !deliver(t, &frame[4], size)) {
+            return;
+        }
+        if (report_progress(t)) {
             finish(t, SdoOutcome::done, 0);
         }
         return;
@@ -592,7 +594,7 @@ void SdoClient::take_upload_answer(Transfer& t, const unsigned char* frame) {
     }
 }
 
-void SdoClient::take_upload_segment(Transfer& t, const unsigned char* frame) {
+inline void SdoClient::take_upload_segment(Transfer& t, const unsigned char* frame) {
     const std::size_t size = sdo::segment_bytes - (frame[0] >> 1 & 7U);
     const bool is_last = (frame[0] & sdo::no_more_segments) != 0;
     if (size == 0 && !is_last) {
@@ -617,7 +619,7 @@ void SdoClient::take_upload_segment(Transfer& t, const unsigned char* frame) {
     request_segment(t);
 }
 
-void SdoClient::take_download_answer(Transfer& t) {
+inline void SdoClient::take_download_answer(Transfer& t) {
     t.refuses_blocks = t.refuses_blocks || t.asked_again;
     if (t.segment_size != 0) {
         t.moved = t.segment_size;
@@ -631,7 +633,7 @@ void SdoClient::take_download_answer(Transfer& t) {
     send_segment(t);
 }
 
-void SdoClient::take_download_confirmation(Transfer& t) {
+inline void SdoClient::take_download_confirmation(Transfer& t) {
     t.moved += t.segment_size;
     t.consume(t.segment_size);
     if (!report_progress(t)) {
@@ -681,11 +683,8 @@ bool SdoClient::deliver(Transfer& t, const unsigned char* bytes, std::size_t cou
     return true;
 }
 
-/// Tells the program how far it is. @return false when the transfer has ended meanwhile: the program may cancel it
-bool SdoClient::report_progress(Transfer& t) {
-    if (!t.options.progress) {
-        return true;
-    }
+/// Calls the program, which may cancel the transfer.
+bool SdoClient::tell_progress(Transfer& t) {
     const std::uint32_t serial = t.serial;
     // Not where the next transfer would put its own while this one is running.
     auto progress = std::move(t.options.progress);
@@ -735,9 +734,10 @@ void SdoClient::finish(Transfer& t, SdoOutcome outcome, std::uint32_t code) {
     ++t.serial;
     active_nodes[t.object.node / 64] &= ~(std::uint64_t{1} << t.object.node % 64);
     --active_count;
-    t.options.progress = nullptr;
+    if (t.options.progress) {
+        t.options.progress = nullptr;
+    }
     const SdoCallback callback = std::move(t.callback);
-    t.callback = nullptr;
     if (callback) {
         callback(result);
     }
@@ -791,6 +791,17 @@ long SdoClient::Transfer::get(unsigned char* target, std::size_t size) {
     }
     std::copy_n(data + taken, size, target);
     return static_cast<long>(size);
+}
+
+/// The beginning of what is written from memory.
+void SdoClient::Transfer::copy_first_data(std::size_t most) {
+    count = static_cast<std::size_t>(std::min<std::uint64_t>(total, most));
+    std::copy_n(data, count, buffer.begin());
+    taken = count;
+    source_ended = taken == total;
+    if (by_blocks) {
+        crc = sdo::crc16(crc, buffer.data(), count);
+    }
 }
 
 std::uint32_t SdoClient::Transfer::fill(std::size_t wanted) {

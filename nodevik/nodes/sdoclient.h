@@ -285,6 +285,7 @@ public:
     void frame_passed(const ObservedFrame& frame) override;
 
 private:
+    struct Course;
     struct Transfer;
     enum class Answer : unsigned char;
 
@@ -300,13 +301,14 @@ private:
     void send_block_segments(Transfer& t);
     void confirm_segments(Transfer& t);
     void send(Transfer& t, const std::array<unsigned char, 8>& frame);
-    bool write(const Transfer& t, const std::array<unsigned char, 8>& frame);
+    bool write(const Transfer& t, std::array<unsigned char, 8>& frame);
 
     void take(Transfer& t, const unsigned char* frame);
     Answer judge_initiate(const Transfer& t, const unsigned char* frame) const;
     Answer judge_segment(const Transfer& t, const unsigned char* frame, unsigned char specifier) const;
     Answer judge_wrong(const Transfer& t, const unsigned char* frame) const;
     bool accept(Transfer& t, const unsigned char* frame, Answer answer);
+    void reject(Transfer& t, const unsigned char* frame, Answer answer);
     void take_abort(Transfer& t, const unsigned char* frame);
     void take_upload_answer(Transfer& t, const unsigned char* frame);
     void take_upload_segment(Transfer& t, const unsigned char* frame);
@@ -321,6 +323,7 @@ private:
     bool expect(Transfer& t, std::uint64_t size);
     bool deliver(Transfer& t, const unsigned char* bytes, std::size_t count);
     bool report_progress(Transfer& t);
+    bool tell_progress(Transfer& t);
     bool ask_by_segments(Transfer& t);
     void abort(Transfer& t, SdoOutcome outcome, std::uint32_t code);
     void refuse(Transfer& t, std::uint32_t code) { abort(t, SdoOutcome::aborted_by_client, code); }

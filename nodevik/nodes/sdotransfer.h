@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "nodevik/nodes/sdoclient.h"
+#include "nodevik/util/monotonicclock.h"
 
 /// The protocol in numbers (CiA 301, 7.2.4.3).
 namespace sdo {
@@ -98,8 +99,45 @@ enum class SdoClient::Answer : unsigned char {
     wrong     ///< none that the node may send now
 };
 
+/// How far a transfer is. Each one begins with a new value of it.
+struct SdoClient::Course {
+    bool is_upload = false;
+    bool by_blocks = false;
+    bool asked_again = false;               ///< by segments, after the node refused blocks
+    bool crc_used = false;                  ///< both sides can
+    bool toggled = false;                   ///< toggle bit of the segment that is waited for or confirmed
+    bool unsent = false;                    ///< the driver has not taken `request`
+    bool stalled = false;                   ///< the driver has not taken a segment of the block
+    bool known_to_node = false;             ///< a frame of the transfer has been sent
+    bool slow = false;                      ///< the longer time-out holds
+    bool source_ended = false;              ///< all data that are to be sent are in the buffer or confirmed
+    bool last_passed = false;               ///< the segment marked last has been sent, or taken
+    SdoOutcome outcome = SdoOutcome::done;  ///< of an abort under way
+    std::uint32_t code = 0;                 ///< of an abort under way
+
+    unsigned int block_size = 0;    ///< segments of the sub-block
+    unsigned int sent = 0;          ///< segments of the sub-block that were sent
+    unsigned int good = 0;          ///< segments of the sub-block that came in order
+    unsigned int highest = 0;       ///< highest segment number of the sub-block that came
+    unsigned int barren = 0;        ///< sub-blocks in a row that brought nothing
+    unsigned int segment_size = 0;  ///< data bytes of the segment sent last
+    std::uint16_t crc = 0;
+
+    unsigned char* room = nullptr;        ///< of a read into memory
+    const unsigned char* data = nullptr;  ///< of a write from memory
+    std::uint64_t room_size = 0;
+    SdoSink* sink = nullptr;
+    SdoSource* source = nullptr;
+
+    std::uint64_t total = sdo_unknown_size;  ///< all bytes, where somebody told
+    std::uint64_t taken = 0;                 ///< bytes got from the source
+    std::uint64_t moved = 0;                 ///< bytes delivered or confirmed
+    std::size_t front = 0;                   ///< where the data in the buffer begin
+    std::size_t count = 0;                   ///< how many there are
+};
+
 /// A transfer with one node, or the room for one.
-struct SdoClient::Transfer {
+struct SdoClient::Transfer : Course {
     /// What is waited for.
     enum class State : unsigned char {
         idle,
@@ -119,50 +157,18 @@ struct SdoClient::Transfer {
     };
 
     State state = State::idle;
-    bool is_upload = false;
-    bool by_blocks = false;
-    bool asked_again = false;    ///< by segments, after the node refused blocks
-    bool crc_used = false;       ///< both sides can
-    bool toggled = false;        ///< toggle bit of the segment that is waited for or confirmed
-    bool unsent = false;         ///< the driver has not taken `request`
-    bool stalled = false;        ///< the driver has not taken a segment of the block
-    bool known_to_node = false;  ///< a frame of the transfer has been sent
-    bool slow = false;           ///< the longer time-out holds
-    bool source_ended = false;   ///< all data that are to be sent are in the buffer or confirmed
-    bool last_passed = false;    ///< the segment marked last has been sent, or taken
     SdoObject object;
     std::uint32_t key = 0;  ///< index and subindex as object_key() has them
-
     SdoOptions options;
     SdoCallback callback;
-    unsigned char* room = nullptr;        ///< of a read into memory
-    const unsigned char* data = nullptr;  ///< of a write from memory
-    std::uint64_t room_size = 0;
-    SdoSink* sink = nullptr;
-    SdoSource* source = nullptr;
 
-    std::uint64_t total = sdo_unknown_size;  ///< all bytes, where somebody told
-    std::uint64_t taken = 0;                 ///< bytes got from the source
-    std::uint64_t moved = 0;                 ///< bytes delivered or confirmed
-    std::uint64_t deadline = no_deadline_;   ///< the answer is late from then on
-    std::uint64_t wake = no_deadline_;       ///< there is something to do before
+    std::uint64_t deadline = no_deadline;  ///< the answer is late from then on
+    std::uint64_t wake = no_deadline;      ///< there is something to do before
     std::uint64_t timeout_ns = 0;
     std::uint64_t slow_timeout_ns = 0;
-    SdoOutcome outcome = SdoOutcome::done;  ///< of an abort under way
-    std::uint32_t code = 0;                 ///< of an abort under way
-
-    unsigned int block_size = 0;    ///< segments of the sub-block
-    unsigned int sent = 0;          ///< segments of the sub-block that were sent
-    unsigned int good = 0;          ///< segments of the sub-block that came in order
-    unsigned int highest = 0;       ///< highest segment number of the sub-block that came
-    unsigned int barren = 0;        ///< sub-blocks in a row that brought nothing
-    unsigned int segment_size = 0;  ///< data bytes of the segment sent last
-    std::uint16_t crc = 0;
 
     /// Data between the program and the bus: what is not confirmed yet, or not delivered yet.
     std::array<unsigned char, sdo::most_segments * sdo::segment_bytes + sdo::segment_bytes> buffer;
-    std::size_t front = 0;  ///< where they begin
-    std::size_t count = 0;  ///< how many there are
 
     sdo::Frame request{};  ///< the frame sent last
 
@@ -173,13 +179,14 @@ struct SdoClient::Transfer {
     bool refuses_blocks = false;
     std::uint32_t serial = 0;  ///< number of transfers that have ended
 
-    static constexpr std::uint64_t no_deadline_ = UINT64_MAX;
-
     const unsigned char* bytes() const { return buffer.data() + front; }
 
     /// Gets data from the program until `wanted` bytes are there or they have ended.
     /// @return 0, or the abort code that tells why not
     std::uint32_t fill(std::size_t wanted);
+
+    /// Gets the first data from memory, at most so many bytes.
+    void copy_first_data(std::size_t most);
 
     /// Forgets the first bytes.
     void consume(std::size_t bytes_done) {
@@ -200,5 +207,25 @@ struct SdoClient::Transfer {
 private:
     long get(unsigned char* target, std::size_t size);
 };
+
+/// Hands a frame to the driver. @return whether it took it
+inline bool SdoClient::write(const Transfer& t, sdo::Frame& frame) {
+    return driver->write(sdo::request_id + t.object.node, sdo::frame_size, frame.data(), 0) >= 0;
+}
+
+/// Acts on what a frame is. @return true for the right answer
+inline bool SdoClient::accept(Transfer& t, const unsigned char* frame, Answer answer) {
+    if (answer == Answer::right) {
+        std::copy_n(frame, t.last_answer.size(), t.last_answer.begin());
+        return true;
+    }
+    reject(t, frame, answer);
+    return false;
+}
+
+/// Tells the program how far it is. @return false when the transfer has ended meanwhile: the program may cancel it
+inline bool SdoClient::report_progress(Transfer& t) {
+    return !t.options.progress || tell_progress(t);
+}
 
 #endif

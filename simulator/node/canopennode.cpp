@@ -17,6 +17,7 @@ constexpr std::uint32_t sdo_request_base = 0x600;
 constexpr unsigned remembered_errors = 8;
 constexpr unsigned channels = 4;
 constexpr std::size_t largest_bytes = 10'000;
+constexpr std::size_t largest_domain_bytes = 1'000'000;
 constexpr std::uint16_t code_guarding_lost = 0x8130;
 constexpr std::uint64_t contact_bits = 0x11;  // of the error register, by that code alone
 constexpr std::uint32_t highest_node = 127;
@@ -233,7 +234,7 @@ void CanopenNode::add_storage() {
 
 void CanopenNode::add_samples() {
     dictionary_.add_bytes(0x2000, 0, Access::read_write, largest_bytes, "a text of more than four bytes");
-    dictionary_.add_bytes(0x2001, 0, Access::read_write, largest_bytes, "domain");
+    dictionary_.add_bytes(0x2001, 0, Access::read_write, largest_domain_bytes, "domain");
     dictionary_.add_number(0x2002, 0, Access::read_only, 1, 8);
     for (std::uint8_t size = 1; size <= 8; ++size) {
         dictionary_.add_number(0x2002, size, Access::read_write, size, 0);
