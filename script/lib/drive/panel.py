@@ -71,7 +71,8 @@ def pad_drag(x, y):
 
 def way_of_the_line():
     """How the device gets its name, /dev/ttyS0, for the panel: a line for who reads along."""
-    done = subprocess.run([WITH_LINE, "--which"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
+    done = subprocess.run([WITH_LINE, "--which"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          check=False)
     if done.returncode != 0:
         raise RuntimeError(done.stderr.strip())
     return done.stdout.strip()
