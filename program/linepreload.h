@@ -10,7 +10,7 @@
 /// What it answers for: the opening of the line (open, openat, fopen, freopen, also by a spawned program's file
 /// actions), the questions about it (stat, lstat, fstatat, statx, access, faccessat, readlink, realpath), each in all
 /// the forms that programs for a C library of 2.33 or later call, by whatever path leads into the line's directory:
-/// "/dev/ttyS0", "../dev/ttyS0", or "ttyS0" from within /dev. All else goes on untouched; it costs a comparison of texts.
+/// "/dev/ttyS0", "../dev/ttyS0", or "ttyS0" from within /dev. All else is compared and goes on untouched.
 ///
 /// What it cannot do: a program that is linked statically, makes its system calls itself, or gets more rights by being
 /// run (set-user-ID) is not reached; nor is a symbolic link that points to the line, a listing of /dev, or a call that
