@@ -1,29 +1,25 @@
 #include "simulator/node/canopennode.h"
 
 #include <algorithm>
-#include <string_view>
+#include <string>
 #include <utility>
+
+#include "simulator/node/builtindescription.h"
+#include "simulator/node/describedobjects.h"
 
 namespace node_simulator {
 
 namespace {
 
-constexpr std::uint32_t sync_identifier = 0x80;
 constexpr std::uint64_t sync_producer_bit = 0x40000000;
 constexpr std::uint64_t cobid_bits = 0x7FF;
 constexpr std::uint32_t guarding_base = 0x700;
 constexpr std::uint32_t emergency_base = 0x80;
 constexpr std::uint32_t sdo_request_base = 0x600;
-constexpr unsigned remembered_errors = 8;
-constexpr unsigned channels = 4;
-constexpr std::size_t largest_bytes = 10'000;
-constexpr std::size_t largest_domain_bytes = 1'000'000;
 constexpr std::uint16_t code_guarding_lost = 0x8130;
 constexpr std::uint64_t contact_bits = 0x11;  // of the error register, by that code alone
 constexpr std::uint32_t highest_node = 127;
 constexpr std::uint16_t code_pdo_too_short = 0x8210;
-
-constexpr std::uint32_t device_type = 0x000F0191;  // profile 401, all four kinds of inputs and outputs
 
 // Bits of the error register by the upper digit of the error code (CiA 301, 7.5.2.2).
 struct ErrorClass {
@@ -48,18 +44,33 @@ void keep_earlier(std::optional<Time>& earliest, const std::optional<Time>& time
 }  // namespace
 
 LssIdentity NodeSettings::identity() const {
-    return {0x00000000, 0x00000401, 0x00010000, serial.value_or(node)};
+    LssIdentity identity{};
+    for (std::size_t i = 0; i < identity.size(); ++i) {
+        const auto* entry = described_as().entry(0x1018, static_cast<std::uint8_t>(i + 1));
+        const std::optional<ObjectBytes> value = entry == nullptr ? std::nullopt : entry->value(node);
+        identity[i] = value ? static_cast<std::uint32_t>(
+                                  load_le(std::span(*value).first(std::min<std::size_t>(value->size(), 4))))
+                            : 0;
+    }
+    identity[3] = serial.value_or(identity[3]);
+    return identity;
+}
+
+const DeviceDescription& NodeSettings::described_as() const {
+    return description == nullptr ? built_in_description() : *description;
 }
 
 CanopenNode::CanopenNode(const NodeSettings& settings)
     : settings_(settings), sdo_(dictionary_, settings.node, settings.blocks, settings.faults) {
-    add_identity();
-    add_errors();
-    add_control();
-    add_storage();
-    add_samples();
-    add_process_data();
-    pdos_ = std::make_unique<NodePdos>(dictionary_, settings_.node, settings_.strict_counts);
+    add_objects();
+    watch_objects();
+    if (settings_.description == nullptr) {
+        watch_samples();
+    }
+    pdos_ = std::make_unique<NodePdos>(dictionary_, settings_.strict_counts);
+    for (const std::string& mapping : pdos_->unserved()) {
+        left_out_.push_back("mapping " + mapping + ": no such object, or not of that size");
+    }
 }
 
 std::vector<SentFrame> CanopenNode::power_on(Time now) {
@@ -97,7 +108,7 @@ std::vector<SentFrame> CanopenNode::receive(const CanFrame& frame, Time now) {
         while (const std::optional<CanFrame> segment = sdo_.more()) {
             send(*segment, true);
         }
-    } else if (frame.identifier == (dictionary_.at(0x1005, 0).number() & cobid_bits)) {
+    } else if (frame.identifier == (number(0x1005, 0) & cobid_bits)) {
         handle_sync(now);
     } else {
         handle_pdo(frame);
@@ -144,142 +155,136 @@ std::vector<SentFrame> CanopenNode::emergency(std::uint16_t code, std::span<cons
 }
 
 std::vector<SentFrame> CanopenNode::set_input(std::uint8_t channel, std::uint8_t value, Time now) {
-    dictionary_.at(0x6000, channel).set_number(value);
+    if (DictionaryObject* input = dictionary_.find(0x6000, channel); input != nullptr) {
+        input->set_number(value);
+    }
     return powered_ ? finish(now) : std::vector<SentFrame>{};
 }
 
-void CanopenNode::add_identity() {
-    dictionary_.add_number(0x1000, 0, Access::read_only, 4, device_type);
-    dictionary_.add_bytes(0x1008, 0, Access::read_only, 0, "node-simulator");
-    dictionary_.add_bytes(0x1009, 0, Access::read_only, 0, "simulated hardware");
-    dictionary_.add_bytes(0x100A, 0, Access::read_only, 0, "1.0");
+// Adds what the description has, and lets the settings have their way.
+void CanopenNode::add_objects() {
+    left_out_ = add_described_objects(settings_.described_as(), settings_.node, dictionary_);
     const LssIdentity identity = settings_.identity();
-    dictionary_.add_number(0x1018, 0, Access::read_only, 1, identity.size());
     for (std::size_t i = 0; i < identity.size(); ++i) {
-        dictionary_.add_number(0x1018, static_cast<std::uint8_t>(i + 1), Access::read_only, 4, identity[i]);
+        preset(0x1018, static_cast<std::uint8_t>(i + 1), identity[i]);
+    }
+    if (settings_.heartbeat_ms != 0) {
+        preset(0x1017, 0, settings_.heartbeat_ms);
+    }
+    if (settings_.sync_period_us != 0) {
+        preset(0x1005, 0, number(0x1005, 0) | sync_producer_bit);
+        preset(0x1006, 0, settings_.sync_period_us);
     }
 }
 
-void CanopenNode::add_errors() {
-    dictionary_.add_number(0x1001, 0, Access::read_only, 1, 0).mapping = Mapping::transmit;
-    DictionaryObject& count = dictionary_.add_number(0x1003, 0, Access::read_write, 1, 0);
-    count.volatile_value = true;
-    count.accept = [](Bytes& value) { return value[0] == 0 ? access_done : abort_invalid_value; };
-    for (std::uint8_t i = 1; i <= remembered_errors; ++i) {
-        dictionary_.add_number(0x1003, i, Access::read_only, 4, 0);
+// Sets the number that an object has from the start, if the node has that object.
+void CanopenNode::preset(std::uint16_t index, std::uint8_t subindex, std::uint64_t number) {
+    if (DictionaryObject* object = dictionary_.find(index, subindex); object != nullptr) {
+        object->set_number(number);
+        object->initial = object->value;
     }
-    dictionary_.add_number(0x1014, 0, Access::read_only, 4, emergency_base + settings_.node);
-    DictionaryObject& trigger = dictionary_.add_number(0x2010, 0, Access::write_only, 2, 0);
-    trigger.changed = [this, &trigger] { raise_emergency(static_cast<std::uint16_t>(trigger.number()), {}); };
 }
 
-void CanopenNode::add_control() {
-    const std::uint64_t producer = settings_.sync_period_us != 0 ? sync_producer_bit : 0;
-    dictionary_.add_number(0x1005, 0, Access::read_write, 4, sync_identifier | producer).changed = [this] {
-        next_sync_.reset();
-    };
-    dictionary_.add_number(0x1006, 0, Access::read_write, 4, settings_.sync_period_us).changed = [this] {
-        next_sync_.reset();
-    };
-    dictionary_.add_number(0x100C, 0, Access::read_write, 2, 0);
-    dictionary_.add_number(0x100D, 0, Access::read_write, 1, 0);
-    dictionary_.add_number(0x1017, 0, Access::read_write, 2, settings_.heartbeat_ms).changed = [this] {
-        next_heartbeat_.reset();
-    };
-    dictionary_.add_number(0x1016, 0, Access::read_only, 1, watched_.size());
-    for (std::size_t i = 0; i < watched_.size(); ++i) {
-        DictionaryObject& entry =
-            dictionary_.add_number(0x1016, static_cast<std::uint8_t>(i + 1), Access::read_write, 4, 0);
-        entry.accept = [this, i](Bytes& value) { return check_consumer(i, load_le(value)); };
-        entry.changed = [this, i] { watched_[i] = {}; };
+// The number in an object; 0 if the node does not have it.
+std::uint64_t CanopenNode::number(std::uint16_t index, std::uint8_t subindex) {
+    const DictionaryObject* object = dictionary_.find(index, subindex);
+    return object == nullptr ? 0 : object->number();
+}
+
+// Calls for each object of an index from subindex 1 on, as far as there are such.
+template <typename Call>
+void CanopenNode::for_each_sub(std::uint16_t index, Call call) {
+    for (unsigned subindex = 1; subindex < 0xFF; ++subindex) {
+        DictionaryObject* object = dictionary_.find(index, static_cast<std::uint8_t>(subindex));
+        if (object == nullptr) {
+            return;
+        }
+        call(subindex, *object);
     }
-    dictionary_.add_number(0x1200, 0, Access::read_only, 1, 2);
-    dictionary_.add_number(0x1200, 1, Access::read_only, 4, sdo_request_base + settings_.node);
-    dictionary_.add_number(0x1200, 2, Access::read_only, 4, 0x580U + settings_.node);
+}
+
+// Lets the objects of the communication profile do what they stand for.
+void CanopenNode::watch_objects() {
+    if (DictionaryObject* count = dictionary_.find(0x1003, 0); count != nullptr) {
+        count->volatile_value = true;
+        count->accept = [](Bytes& value) { return value[0] == 0 ? access_done : abort_invalid_value; };
+    }
+    const auto restart = [this](std::uint16_t index, std::optional<Time> CanopenNode::*next) {
+        if (DictionaryObject* object = dictionary_.find(index, 0); object != nullptr) {
+            object->changed = [this, next] { (this->*next).reset(); };
+        }
+    };
+    restart(0x1005, &CanopenNode::next_sync_);
+    restart(0x1006, &CanopenNode::next_sync_);
+    restart(0x1017, &CanopenNode::next_heartbeat_);
+    for_each_sub(0x1016, [this](unsigned subindex, DictionaryObject& entry) {
+        const std::size_t place = subindex - 1;
+        watched_.emplace_back();
+        entry.accept = [this, place](Bytes& value) { return check_consumer(place, load_le(value)); };
+        entry.changed = [this, place] { watched_[place] = {}; };
+    });
+    watch_storage(0x1010);
+    watch_storage(0x1011);
 }
 
 // Store and restore (CiA 301, 7.5.2.13 and 7.5.2.14). Reading tells that it is done on command.
-void CanopenNode::add_storage() {
+void CanopenNode::watch_storage(std::uint16_t index) {
     struct Range {
         std::uint16_t first;
         std::uint16_t last;
     };
-    constexpr std::array<Range, 3> ranges{{{0x1000, 0x9FFF}, {0x1000, 0x1FFF}, {0x6000, 0x9FFF}}};
+    constexpr std::array<Range, 4> ranges{
+        {{0x1000, 0x9FFF}, {0x1000, 0x1FFF}, {0x6000, 0x9FFF}, {0x2000, 0x5FFF}}};
     constexpr std::uint64_t save = 0x65766173;
     constexpr std::uint64_t load = 0x64616F6C;
-    constexpr std::uint64_t on_command = 1;
-    for (const std::uint16_t index : {std::uint16_t{0x1010}, std::uint16_t{0x1011}}) {
-        dictionary_.add_number(index, 0, Access::read_only, 1, ranges.size());
-        for (std::size_t i = 0; i < ranges.size(); ++i) {
-            DictionaryObject& object = dictionary_.add_number(index, static_cast<std::uint8_t>(i + 1),
-                                                              Access::read_write, 4, on_command);
-            object.accept = [this, index, range = ranges[i]](Bytes& value) {
-                if (load_le(value) != (index == 0x1010 ? save : load)) {
-                    return abort_not_stored;
-                }
-                store_le(value, on_command);
-                if (index == 0x1010) {
-                    dictionary_.store(range.first, range.last);
-                } else {
-                    dictionary_.forget_stored(range.first, range.last);
-                }
-                return access_done;
-            };
-        }
-    }
-    dictionary_.add_number(0x1020, 0, Access::read_only, 1, 2);
-    dictionary_.add_number(0x1020, 1, Access::read_write, 4, 0);
-    dictionary_.add_number(0x1020, 2, Access::read_write, 4, 0);
+    const bool stores = index == 0x1010;
+    for_each_sub(index, [&](unsigned subindex, DictionaryObject& object) {
+        const Range range = ranges[std::min<std::size_t>(subindex, ranges.size()) - 1];
+        object.volatile_value = true;
+        object.accept = [this, stores, range, &object](Bytes& value) {
+            if (load_le(value) != (stores ? save : load)) {
+                return abort_not_stored;
+            }
+            value = object.value;
+            if (stores) {
+                dictionary_.store(range.first, range.last);
+            } else {
+                dictionary_.forget_stored(range.first, range.last);
+            }
+            return access_done;
+        };
+    });
 }
 
-void CanopenNode::add_samples() {
-    dictionary_.add_bytes(0x2000, 0, Access::read_write, largest_bytes, "a text of more than four bytes");
-    dictionary_.add_bytes(0x2001, 0, Access::read_write, largest_domain_bytes, "domain");
-    dictionary_.add_number(0x2002, 0, Access::read_only, 1, 8);
-    for (std::uint8_t size = 1; size <= 8; ++size) {
-        dictionary_.add_number(0x2002, size, Access::read_write, size, 0);
-    }
-    dictionary_.add_number(0x2003, 0, Access::write_only, 4, 0);
-    dictionary_.add_number(0x2004, 0, Access::read_write, 1, 10).accept = [](Bytes& value) {
-        if (value[0] > 100) {
-            return abort_value_too_high;
-        }
-        return value[0] < 10 ? abort_value_too_low : access_done;
-    };
-    dictionary_.add_number(0x2005, 0, Access::read_write, 2, 0).accept = [this](Bytes&) {
+// The built-in node's own objects that do more than hold a value.
+void CanopenNode::watch_samples() {
+    DictionaryObject& trigger = dictionary_.at(0x2010, 0);
+    trigger.changed = [this, &trigger] { raise_emergency(static_cast<std::uint16_t>(trigger.number()), {}); };
+    dictionary_.at(0x2005, 0).accept = [this](Bytes&) {
         return state_ == NmtState::pre_operational ? access_done : abort_device_state;
     };
+    wire(0x6200, 0x6000);
+    wire(0x6411, 0x6401);
 }
 
-void CanopenNode::add_process_data() {
-    wire(0x6200, 0x6000, 1);
-    wire(0x6411, 0x6401, 2);
-}
-
-// Adds outputs and inputs; what is written to an output is what the input reads.
-void CanopenNode::wire(std::uint16_t output, std::uint16_t input, std::size_t size) {
-    dictionary_.add_number(output, 0, Access::read_only, 1, channels);
-    dictionary_.add_number(input, 0, Access::read_only, 1, channels);
-    for (std::uint8_t channel = 1; channel <= channels; ++channel) {
-        DictionaryObject& to = dictionary_.add_number(input, channel, Access::read_only, size, 0);
-        to.mapping = Mapping::transmit;
-        DictionaryObject& from = dictionary_.add_number(output, channel, Access::read_write, size, 0);
-        from.mapping = Mapping::receive;
+// What is written to an output is what the input of the same subindex reads.
+void CanopenNode::wire(std::uint16_t output, std::uint16_t input) {
+    for_each_sub(output, [this, input](unsigned subindex, DictionaryObject& from) {
+        DictionaryObject& to = dictionary_.at(input, static_cast<std::uint8_t>(subindex));
         from.changed = [&from, &to] { to.value = from.value; };
-    }
+    });
 }
 
-// Starts to communicate with what the communication objects now hold.
 void CanopenNode::boot(Time now) {
     sdo_.reset();
     pdos_->reset();
     guard_toggle_ = 0;
     guarded_until_.reset();
-    watched_ = {};
+    std::fill(watched_.begin(), watched_.end(), Watched());
     next_heartbeat_.reset();
     next_sync_.reset();
-    if (dictionary_.at(0x1017, 0).number() != 0) {
-        next_heartbeat_ = now + dictionary_.at(0x1017, 0).number() * 1000;
+    if (number(0x1017, 0) != 0) {
+        next_heartbeat_ = now + number(0x1017, 0) * 1000;
     }
     send(make_frame(guarding_base + settings_.node, {0}));
     enter(settings_.self_starting ? NmtState::operational : NmtState::pre_operational);
@@ -321,12 +326,12 @@ void CanopenNode::command(unsigned code, Time now) {
 
 // Answers a guarding request; a node with a heartbeat is not guarded (CiA 301, 7.2.8.2.2).
 void CanopenNode::guard(Time now) {
-    if (dictionary_.at(0x1017, 0).number() != 0) {
+    if (number(0x1017, 0) != 0) {
         return;
     }
     send(make_frame(guarding_base + settings_.node, {static_cast<unsigned>(state_) | guard_toggle_}), true);
     guard_toggle_ ^= 0x80;
-    const Time life_us = dictionary_.at(0x100C, 0).number() * dictionary_.at(0x100D, 0).number() * 1000;
+    const Time life_us = number(0x100C, 0) * number(0x100D, 0) * 1000;
     guarded_until_ = life_us == 0 ? std::nullopt : std::optional(now + life_us);
 }
 
@@ -353,7 +358,7 @@ void CanopenNode::hear_heartbeat(const CanFrame& frame, Time now) {
         return;
     }
     for (std::size_t i = 0; i < watched_.size(); ++i) {
-        const std::uint64_t entry = dictionary_.at(0x1016, static_cast<std::uint8_t>(i + 1)).number();
+        const std::uint64_t entry = number(0x1016, static_cast<std::uint8_t>(i + 1));
         const Time time_us = (entry & 0xFFFF) * 1000;
         if ((entry >> 16 & 0xFF) != frame.identifier - guarding_base || time_us == 0) {
             continue;
@@ -361,8 +366,7 @@ void CanopenNode::hear_heartbeat(const CanFrame& frame, Time now) {
         Watched& watched = watched_[i];
         const bool booted = frame.data[0] == 0;
         watched.lost_at = booted ? std::nullopt : std::optional(now + time_us);
-        if (!booted && std::exchange(watched.lost, false) &&
-            dictionary_.at(0x1001, 0).number() == contact_bits) {
+        if (!booted && std::exchange(watched.lost, false) && number(0x1001, 0) == contact_bits) {
             raise_emergency(0, {});
         }
     }
@@ -382,7 +386,7 @@ void CanopenNode::watch_heartbeats(Time now) {
 AbortCode CanopenNode::check_consumer(std::size_t place, std::uint64_t wanted) {
     const auto node_of = [](std::uint64_t entry) { return (entry & 0xFFFF) == 0 ? 0 : entry >> 16 & 0xFF; };
     for (std::size_t i = 0; i < watched_.size(); ++i) {
-        const std::uint64_t entry = dictionary_.at(0x1016, static_cast<std::uint8_t>(i + 1)).number();
+        const std::uint64_t entry = number(0x1016, static_cast<std::uint8_t>(i + 1));
         if (i != place && node_of(wanted) != 0 && node_of(entry) == node_of(wanted)) {
             return abort_incompatible;
         }
@@ -391,7 +395,7 @@ AbortCode CanopenNode::check_consumer(std::size_t place, std::uint64_t wanted) {
 }
 
 void CanopenNode::beat(Time now) {
-    const Time period_us = dictionary_.at(0x1017, 0).number() * 1000;
+    const Time period_us = number(0x1017, 0) * 1000;
     if (period_us == 0) {
         return;
     }
@@ -403,8 +407,8 @@ void CanopenNode::beat(Time now) {
 }
 
 void CanopenNode::produce_sync(Time now) {
-    const std::uint64_t cobid = dictionary_.at(0x1005, 0).number();
-    const Time period_us = dictionary_.at(0x1006, 0).number();
+    const std::uint64_t cobid = number(0x1005, 0);
+    const Time period_us = number(0x1006, 0);
     if (!communicates() || (cobid & sync_producer_bit) == 0 || period_us == 0) {
         next_sync_.reset();
         return;
@@ -436,16 +440,16 @@ void CanopenNode::handle_pdo(const CanFrame& frame) {
 }
 
 void CanopenNode::raise_emergency(std::uint16_t code, std::span<const std::uint8_t> manufacturer) {
-    DictionaryObject& error_register = dictionary_.at(0x1001, 0);
-    if (code == 0) {
-        error_register.set_number(0);
-    } else {
-        error_register.set_number(error_register.number() | error_register_of(code));
+    const std::uint64_t errors = code == 0 ? 0 : number(0x1001, 0) | error_register_of(code);
+    if (DictionaryObject* error_register = dictionary_.find(0x1001, 0); error_register != nullptr) {
+        error_register->set_number(errors);
+    }
+    if (code != 0) {
         remember_error(code);
     }
-    CanFrame frame =
-        make_frame(emergency_base + settings_.node,
-                   {code & 0xFFU, static_cast<unsigned>(code) >> 8, error_register.value[0], 0, 0, 0, 0, 0});
+    CanFrame frame = make_frame(
+        emergency_base + settings_.node,
+        {code & 0xFFU, static_cast<unsigned>(code) >> 8, static_cast<unsigned>(errors), 0, 0, 0, 0, 0});
     const std::size_t count = std::min<std::size_t>(manufacturer.size(), 5);
     std::copy_n(manufacturer.begin(), count, frame.data.begin() + 3);
     if (communicates()) {
@@ -455,14 +459,17 @@ void CanopenNode::raise_emergency(std::uint16_t code, std::span<const std::uint8
 
 // The newest error stands at subindex 1.
 void CanopenNode::remember_error(std::uint16_t code) {
-    DictionaryObject& count = dictionary_.at(0x1003, 0);
-    const auto known =
-        static_cast<std::uint8_t>(std::min<std::uint64_t>(count.number() + 1, remembered_errors));
-    for (std::uint8_t i = known; i > 1; --i) {
-        dictionary_.at(0x1003, i).value = dictionary_.at(0x1003, static_cast<std::uint8_t>(i - 1)).value;
+    std::uint64_t newer = code;
+    std::uint64_t known = 0;
+    for_each_sub(0x1003, [&newer, &known](unsigned /*subindex*/, DictionaryObject& error) {
+        const std::uint64_t older = error.number();
+        error.set_number(newer);
+        newer = older;
+        ++known;
+    });
+    if (DictionaryObject* count = dictionary_.find(0x1003, 0); count != nullptr) {
+        count->set_number(std::min(count->number() + 1, known));
     }
-    dictionary_.at(0x1003, 1).set_number(code);
-    count.set_number(known);
 }
 
 void CanopenNode::send(const CanFrame& frame, bool answer) {

@@ -20,8 +20,10 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
+#include "nodevik/nodes/devicedescription.h"
 #include "simulator/node/canframe.h"
 #include "simulator/node/lssslave.h"
 #include "simulator/node/nodedictionary.h"
@@ -40,12 +42,18 @@ struct NodeSettings {
     std::uint32_t sync_period_us = 0;     ///< makes the node produce SYNC (objects 1005h, 1006h); 0 not
     bool self_starting = false;           ///< enters operational by itself after boot-up
     bool strict_counts = false;           ///< refuses the number of mapped objects in more than one byte
-    std::optional<std::uint32_t> serial;  ///< serial number of its identity; none: the node number
+    std::optional<std::uint32_t> serial;  ///< serial number of its identity; none: as described
     BlockSettings blocks;                 ///< how it does block transfers
     FaultSettings faults;                 ///< what its SDO server does wrong by itself
 
+    /// What its maker says of it, an EDS or DCF; null for the built-in node.
+    std::shared_ptr<const DeviceDescription> description;
+
     /// Its identity object.
     LssIdentity identity() const;
+
+    /// What describes it.
+    const DeviceDescription& described_as() const;
 };
 
 /// A frame that a node sends, and whether it answers somebody.
@@ -56,7 +64,9 @@ struct SentFrame {
 
 /// One node. It knows no clock and no bus: every call brings the time, and returns what the node sends.
 ///
-/// Its objects, beside those of its PDOs (see NodePdos) and SDO server (1200h):
+/// Its objects are those of its description. What the communication profile says of them they do, as far as they are
+/// there: 1001h, 1003h, 1005h, 1006h, 100Ch, 100Dh, 1010h, 1011h, 1016h, 1017h, and those of the PDOs (see NodePdos). All
+/// others hold values. The built-in node has, beside those of its PDOs and SDO server (1200h):
 ///
 /// | Object      | Access | Holds                                                                      |
 /// |-------------|--------|----------------------------------------------------------------------------|
@@ -72,7 +82,7 @@ struct SentFrame {
 /// | 1017h       | r/w    | producer heartbeat time (ms)                                               |
 /// | 1018h       | r      | identity: vendor, product, revision, serial number                         |
 /// | 1020h       | r/w    | date and time of the configuration                                         |
-/// | 2000h, 2001h| r/w    | a text and a domain of up to 10,000 bytes                                  |
+/// | 2000h, 2001h| r/w    | a text of up to 10,000 bytes and a domain of up to 1,000,000                |
 /// | 2002h       | r/w    | subindices 1 to 8: numbers of 1 to 8 bytes                                 |
 /// | 2003h       | w      | a number that can only be written (4 bytes)                                |
 /// | 2004h       | r/w    | a number from 10 to 100 (1 byte)                                           |
@@ -96,6 +106,9 @@ public:
 
     /// Whether the node has power; without it, it hears and says nothing.
     bool powered() const { return powered_; }
+
+    /// What its description has and it cannot serve, a line each.
+    const std::vector<std::string>& left_out() const { return left_out_; }
 
     /// The node's objects.
     NodeDictionary& dictionary() { return dictionary_; }
@@ -129,19 +142,21 @@ public:
     void set_transfer_faults(const FaultSettings& faults) { sdo_.set_faults(faults); }
 
 private:
-    // A node whose heartbeat this one watches, by its entry in 1016h.
+    // A node whose heartbeat this one watches.
     struct Watched {
         std::optional<Time> lost_at;  // none before its first heartbeat
         bool lost = false;
     };
 
-    void add_identity();
-    void add_errors();
-    void add_control();
-    void add_storage();
-    void add_samples();
-    void add_process_data();
-    void wire(std::uint16_t output, std::uint16_t input, std::size_t size);
+    void add_objects();
+    void preset(std::uint16_t index, std::uint8_t subindex, std::uint64_t number);
+    std::uint64_t number(std::uint16_t index, std::uint8_t subindex);
+    template <typename Call>
+    void for_each_sub(std::uint16_t index, Call call);
+    void watch_objects();
+    void watch_storage(std::uint16_t index);
+    void watch_samples();
+    void wire(std::uint16_t output, std::uint16_t input);
 
     void boot(Time now);
     void enter(NmtState state);
@@ -164,11 +179,12 @@ private:
 
     NodeSettings settings_;
     NodeDictionary dictionary_;
+    std::vector<std::string> left_out_;
     std::unique_ptr<NodePdos> pdos_;
     SdoServer sdo_;
     NmtState state_ = NmtState::initialising;
     bool powered_ = false;
-    std::array<Watched, 4> watched_;
+    std::vector<Watched> watched_;  // by its place in 1016h
     unsigned guard_toggle_ = 0;
     std::optional<Time> guarded_until_;   // end of the life time, once guarding has begun
     std::optional<Time> next_heartbeat_;  // none while there is no heartbeat

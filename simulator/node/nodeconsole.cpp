@@ -56,6 +56,9 @@ const char* set_input(const Context& context) {
     if (channel < 1 || channel > 4 || value > 255) {
         return "a channel is 1 to 4, its value 0 to 255";
     }
+    if (context.node->dictionary().find(0x6000, static_cast<std::uint8_t>(channel)) == nullptr) {
+        return "the node has no such input";
+    }
     context.bus.set_input(*context.node, static_cast<std::uint8_t>(channel), static_cast<std::uint8_t>(value),
                           context.now);
     return nullptr;

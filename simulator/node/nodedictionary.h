@@ -49,7 +49,7 @@ inline constexpr AbortCode abort_device_state = 0x08000022;    ///< not in the p
 enum class Access { read_only, write_only, read_write };
 
 /// Into which PDOs an object can be mapped.
-enum class Mapping { none, transmit, receive };
+enum class Mapping { none, transmit, receive, both };
 
 /// One object or subobject.
 struct DictionaryObject {

@@ -97,6 +97,21 @@ std::string store_peer(std::string_view text, NodeOptions& options) {
     return {};
 }
 
+// "FILE", or "NODE=FILE".
+std::string store_description(std::string_view text, NodeOptions& options) {
+    NodeDescription description;
+    const std::size_t equals = text.find('=');
+    if (equals != std::string_view::npos) {
+        if (const auto node = parse_number(text.substr(0, equals), 1, highest_node)) {
+            description.node = static_cast<std::uint8_t>(*node);
+            text.remove_prefix(equals + 1);
+        }
+    }
+    description.file = text;
+    options.descriptions.push_back(description);
+    return text.empty() ? "--eds needs the name of a file" : "";
+}
+
 std::string store_can(std::string_view text, NodeOptions& options) {
     options.can_interface = text;
     return text.empty() ? "--can needs the name of an interface" : "";
@@ -151,7 +166,8 @@ struct TextOption {
     std::string_view name;
     Store store;
 };
-constexpr std::array text_options{TextOption{"--unconfigured", store_unconfigured},
+constexpr std::array text_options{TextOption{"--eds", store_description},
+                                  TextOption{"--unconfigured", store_unconfigured},
                                   TextOption{"--block-size", store_block_sizes},
                                   TextOption{"--nodes", store_nodes},
                                   TextOption{"--peer", store_peer},
@@ -248,6 +264,8 @@ SIGINT or SIGTERM.
   --start             the nodes become operational by themselves
   --strict            refuse a number of mapped objects that comes in more than one byte
   --no-blocks         refuse SDO block transfers, as nodes do that do not know them
+  --eds [NODE=]FILE   play what this EDS or DCF file describes, all nodes or one; may be given more
+                      than once. What of it cannot be played is told on standard error
   --block-size LIST   segments of the blocks that a node receives, 1 to 127; with commas between them
                       they take turns (default 127)
   --run COMMAND ...   run the command against the nodes and end with it, with its status;

@@ -16,6 +16,12 @@
 
 namespace node_simulator {
 
+/// An EDS or DCF file, and whom it describes.
+struct NodeDescription {
+    std::uint8_t node = 0;  ///< node number, 1 to 127; 0 for all, those without a number too
+    std::string file;       ///< name of the file
+};
+
 /// What the command line asks for.
 struct NodeOptions {
     bool help = false;                   ///< print the help text and end
@@ -23,8 +29,10 @@ struct NodeOptions {
     std::vector<std::uint8_t> nodes{1};  ///< node numbers, each 1 to 127, no two alike
     std::uint16_t listen_port = 5001;    ///< UDP port on 127.0.0.1; 0 lets the system pick one
     std::optional<sockaddr_in> peer;     ///< where frames go; none: to the last sender
-    std::string can_interface;           ///< CAN interface that the nodes are on; empty: they are behind UDP
-    std::string log_file;                ///< where the frames are logged; empty: nowhere
+    std::vector<NodeDescription>
+        descriptions;           ///< what describes the nodes; later ones hold before earlier ones
+    std::string can_interface;  ///< CAN interface that the nodes are on; empty: they are behind UDP
+    std::string log_file;       ///< where the frames are logged; empty: nowhere
     FaultSettings faults;
     std::uint16_t heartbeat_ms = 0;              ///< heartbeat time of every node; 0 none
     std::uint32_t sync_period_ms = 0;            ///< the first node produces SYNC with this period; 0 not

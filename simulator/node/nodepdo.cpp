@@ -1,6 +1,8 @@
 #include "simulator/node/nodepdo.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 
 namespace node_simulator {
 
@@ -9,24 +11,13 @@ namespace {
 constexpr std::uint64_t invalid_bit = 0x80000000;
 constexpr std::uint64_t extended_bit = 0x20000000;
 constexpr std::uint64_t cobid_bits = 0x7FF;
-constexpr std::size_t most_entries = 8;
+constexpr std::size_t most_pdos = 512;
+constexpr std::size_t most_entries = 64;
+constexpr std::size_t most_bytes = 8;
 constexpr unsigned last_synchronous_type = 240;
 constexpr unsigned first_event_type = 254;
 constexpr Time inhibit_unit_us = 100;
 constexpr Time event_unit_us = 1000;
-
-// What a node maps and when it sends before anybody has told it: index of the first object, number of
-// objects (subindices 1 to n), their size in bits, transmission type.
-struct Preset {
-    std::uint16_t index;
-    unsigned objects;
-    unsigned bits;
-    unsigned type;
-};
-constexpr std::array<Preset, NodePdos::count> transmit_presets{
-    {{0x6000, 4, 8, 1}, {0x6401, 4, 16, 1}, {0, 0, 0, 255}, {0, 0, 0, 255}}};
-constexpr std::array<Preset, NodePdos::count> receive_presets{
-    {{0x6200, 4, 8, 255}, {0x6411, 4, 16, 255}, {0, 0, 0, 255}, {0, 0, 0, 255}}};
 
 // Identifiers that no PDO may have (CiA 301, 7.3.5, restricted CAN-IDs).
 struct Range {
@@ -58,6 +49,11 @@ AbortCode check_cobid(std::uint64_t present, std::uint64_t wanted) {
                                                                                : access_done;
 }
 
+// The number in an object that not every node has.
+std::uint64_t number_of(const DictionaryObject* object) {
+    return object == nullptr ? 0 : object->number();
+}
+
 AbortCode check_type(const Bytes& value) {
     return value[0] <= last_synchronous_type || value[0] >= first_event_type ? access_done
                                                                              : abort_invalid_value;
@@ -70,71 +66,103 @@ bool NodePdos::Pdo::valid() const {
 }
 
 bool NodePdos::Pdo::event_driven() const {
-    return type->number() >= first_event_type;
+    return type == nullptr || type->number() >= first_event_type;
 }
 
-NodePdos::NodePdos(NodeDictionary& dictionary, std::uint8_t node, bool strict_counts)
-    : dictionary_(dictionary) {
-    for (std::size_t number = 0; number < count; ++number) {
-        add_communication(transmit_pdos_[number], number, Mapping::transmit, node);
-        add_mapping(transmit_pdos_[number], number, Mapping::transmit, strict_counts);
-        add_communication(receive_pdos_[number], number, Mapping::receive, node);
-        add_mapping(receive_pdos_[number], number, Mapping::receive, strict_counts);
-    }
+NodePdos::NodePdos(NodeDictionary& dictionary, bool strict_counts) : dictionary_(dictionary) {
+    find_all(transmit_pdos_, Mapping::transmit, strict_counts);
+    find_all(receive_pdos_, Mapping::receive, strict_counts);
     reset();
 }
 
-// Adds the communication object: which identifier, when.
-void NodePdos::add_communication(Pdo& pdo, std::size_t number, Mapping direction, std::uint8_t node) {
+// Finds the PDOs of a direction: those whose identifier and mapping there are.
+void NodePdos::find_all(std::vector<Pdo>& pdos, Mapping direction, bool strict_counts) {
     const bool transmit = direction == Mapping::transmit;
-    const auto communication = static_cast<std::uint16_t>((transmit ? 0x1800 : 0x1400) + number);
-    const Preset& preset = (transmit ? transmit_presets : receive_presets)[number];
-    const std::uint64_t identifier = (transmit ? 0x180U : 0x200U) + 0x100U * number + node;
+    for (std::size_t number = 0; number < most_pdos; ++number) {
+        const auto communication = static_cast<std::uint16_t>((transmit ? 0x1800 : 0x1400) + number);
+        Pdo pdo;
+        pdo.mapping_index = static_cast<std::uint16_t>((transmit ? 0x1A00 : 0x1600) + number);
+        pdo.cobid = dictionary_.find(communication, 1);
+        pdo.type = dictionary_.find(communication, 2);
+        pdo.inhibit_time = transmit ? dictionary_.find(communication, 3) : nullptr;
+        pdo.event_time = transmit ? dictionary_.find(communication, 5) : nullptr;
+        pdo.mapped_count = dictionary_.find(pdo.mapping_index, 0);
+        for (std::size_t i = 1; i <= most_entries; ++i) {
+            DictionaryObject* entry = dictionary_.find(pdo.mapping_index, static_cast<std::uint8_t>(i));
+            if (entry == nullptr) {
+                break;
+            }
+            pdo.entries.push_back(entry);
+        }
+        if (pdo.cobid != nullptr && pdo.mapped_count != nullptr) {
+            pdos.push_back(pdo);
+        }
+    }
+    // From here on they stay where they are.
+    for (Pdo& pdo : pdos) {
+        watch_communication(pdo);
+        watch_mapping(pdo, direction, strict_counts);
+    }
+}
 
-    dictionary_.add_number(communication, 0, Access::read_only, 1, transmit ? 5 : 2);
-    pdo.cobid = &dictionary_.add_number(communication, 1, Access::read_write, 4,
-                                        identifier | (preset.objects == 0 ? invalid_bit : 0));
+// Watches the communication object: which identifier, when.
+void NodePdos::watch_communication(Pdo& pdo) const {
     pdo.cobid->accept = [&pdo](Bytes& value) { return check_cobid(pdo.cobid->number(), load_le(value)); };
     pdo.cobid->changed = [&pdo] { pdo.frame.reset(); };
-    pdo.type = &dictionary_.add_number(communication, 2, Access::read_write, 1, preset.type);
-    pdo.type->accept = [](Bytes& value) { return check_type(value); };
-    pdo.type->changed = [&pdo] {
-        pdo.syncs = 0;
-        pdo.event_at.reset();
-    };
-    if (transmit) {
-        pdo.inhibit_time = &dictionary_.add_number(communication, 3, Access::read_write, 2, 0);
+    if (pdo.type != nullptr) {
+        pdo.type->accept = [](Bytes& value) { return check_type(value); };
+        pdo.type->changed = [&pdo] {
+            pdo.syncs = 0;
+            pdo.event_at.reset();
+        };
+    }
+    if (pdo.inhibit_time != nullptr) {
         pdo.inhibit_time->accept = [&pdo](Bytes&) { return pdo.valid() ? abort_device_state : access_done; };
-        pdo.event_time = &dictionary_.add_number(communication, 5, Access::read_write, 2, 0);
+    }
+    if (pdo.event_time != nullptr) {
         pdo.event_time->changed = [&pdo] { pdo.event_at.reset(); };
     }
 }
 
-// Adds the mapping object: which objects, one after the other.
-void NodePdos::add_mapping(Pdo& pdo, std::size_t number, Mapping direction, bool strict_counts) {
-    const bool transmit = direction == Mapping::transmit;
-    const auto mapping = static_cast<std::uint16_t>((transmit ? 0x1A00 : 0x1600) + number);
-    const Preset& preset = (transmit ? transmit_presets : receive_presets)[number];
-
-    pdo.mapped_count = &dictionary_.add_number(mapping, 0, Access::read_write, 1, preset.objects);
+// Watches the mapping object: which objects, one after the other.
+void NodePdos::watch_mapping(Pdo& pdo, Mapping direction, bool strict_counts) {
     // Many masters send the number in four bytes, and most nodes take its first.
     pdo.mapped_count->largest = strict_counts ? 1 : 4;
     pdo.mapped_count->accept = [this, &pdo, direction, strict_counts](Bytes& value) {
         return check_count(pdo, value, direction, strict_counts);
     };
     pdo.mapped_count->changed = [this, &pdo, direction] { resolve(pdo, direction); };
-    for (std::size_t i = 0; i < most_entries; ++i) {
-        const std::uint64_t entry =
-            i < preset.objects ? std::uint64_t{preset.index} << 16 | (i + 1) << 8 | preset.bits : 0;
-        pdo.entries[i] =
-            &dictionary_.add_number(mapping, static_cast<std::uint8_t>(i + 1), Access::read_write, 4, entry);
-        pdo.entries[i]->accept = [this, &pdo, direction](Bytes& value) {
+    for (DictionaryObject* entry : pdo.entries) {
+        entry->accept = [this, &pdo, direction](Bytes& value) {
             DictionaryObject* object = nullptr;
             return pdo.valid() || pdo.mapped_count->number() != 0
                        ? abort_device_state
                        : check_entry(load_le(value), direction, object);
         };
     }
+}
+
+std::vector<std::string> NodePdos::unserved() const {
+    std::vector<std::string> lines;
+    const auto look_at = [this, &lines](const Pdo& pdo, Mapping direction) {
+        for (std::size_t i = 0; i < pdo.entries.size() && i < pdo.mapped_count->number(); ++i) {
+            DictionaryObject* object = nullptr;
+            const std::uint64_t entry = pdo.entries[i]->number();
+            if (check_entry(entry, direction, object) != access_done) {
+                std::array<char, 32> line{};
+                std::snprintf(line.data(), line.size(), "%04X: %08X", unsigned{pdo.mapping_index},
+                              static_cast<unsigned>(entry));
+                lines.emplace_back(line.data());
+            }
+        }
+    };
+    for (const Pdo& pdo : transmit_pdos_) {
+        look_at(pdo, Mapping::transmit);
+    }
+    for (const Pdo& pdo : receive_pdos_) {
+        look_at(pdo, Mapping::receive);
+    }
+    return lines;
 }
 
 void NodePdos::reset() {
@@ -203,8 +231,8 @@ void NodePdos::poll(Time now, std::vector<CanFrame>& out) {
         const CanFrame frame = assemble(pdo);
         if (due_by_event(pdo, frame, now)) {
             transmit(pdo, frame, now, out);
-        } else if (!pdo.event_at && pdo.event_time->number() != 0) {
-            pdo.event_at = now + pdo.event_time->number() * event_unit_us;
+        } else if (!pdo.event_at && number_of(pdo.event_time) != 0) {
+            pdo.event_at = now + number_of(pdo.event_time) * event_unit_us;
         }
     }
 }
@@ -236,7 +264,8 @@ AbortCode NodePdos::check_entry(std::uint64_t entry, Mapping direction, Dictiona
     if (object == nullptr) {
         return abort_no_object;
     }
-    const bool fits = object->mapping == direction && (entry & 0xFF) == object->value.size() * 8;
+    const bool mappable = object->mapping == direction || object->mapping == Mapping::both;
+    const bool fits = mappable && (entry & 0xFF) == object->value.size() * 8;
     return fits ? access_done : abort_not_mappable;
 }
 
@@ -248,7 +277,7 @@ AbortCode NodePdos::check_count(Pdo& pdo, Bytes& value, Mapping direction, bool 
     if (pdo.valid()) {
         return abort_device_state;
     }
-    if (value[0] > most_entries) {
+    if (value[0] > pdo.entries.size()) {
         return abort_value_too_high;
     }
     std::size_t size = 0;
@@ -260,7 +289,7 @@ AbortCode NodePdos::check_count(Pdo& pdo, Bytes& value, Mapping direction, bool 
         }
         size += object->value.size();
     }
-    return size > 8 ? abort_pdo_length : access_done;
+    return size > most_bytes ? abort_pdo_length : access_done;
 }
 
 // Looks up the mapped objects of `pdo`, whose entries have been checked.
@@ -268,9 +297,10 @@ void NodePdos::resolve(Pdo& pdo, Mapping direction) const {
     pdo.mapped.clear();
     pdo.size = 0;
     pdo.frame.reset();
-    for (std::size_t i = 0; i < pdo.mapped_count->number(); ++i) {
+    for (std::size_t i = 0; i < pdo.entries.size() && i < pdo.mapped_count->number(); ++i) {
         DictionaryObject* object = nullptr;
-        if (check_entry(pdo.entries[i]->number(), direction, object) == access_done) {
+        if (check_entry(pdo.entries[i]->number(), direction, object) == access_done &&
+            pdo.size + object->value.size() <= most_bytes) {
             pdo.mapped.push_back(object);
             pdo.size += object->value.size();
         }
@@ -302,8 +332,8 @@ void NodePdos::transmit(Pdo& pdo, const CanFrame& frame, Time now, std::vector<C
     out.push_back(frame);
     pdo.frame = frame;
     pdo.syncs = 0;
-    const Time inhibit_us = pdo.inhibit_time->number() * inhibit_unit_us;
-    const Time event_us = pdo.event_time->number() * event_unit_us;
+    const Time inhibit_us = number_of(pdo.inhibit_time) * inhibit_unit_us;
+    const Time event_us = number_of(pdo.event_time) * event_unit_us;
     pdo.not_before = now + inhibit_us;
     pdo.event_at = event_us == 0 ? std::nullopt : std::optional(now + event_us);
 }

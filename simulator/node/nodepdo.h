@@ -1,7 +1,7 @@
 /// @file
 /// The process data objects of a node (CiA 301, 7.2.2 and 7.5.2.35 to 7.5.2.38).
 ///
-/// Four TPDOs and four RPDOs, each with a communication object (which identifier, when) and a mapping object
+/// As many TPDOs and RPDOs as the node has objects for, each with a communication object (which identifier, when) and a mapping object
 /// (which objects, one after the other). They take effect as soon as they are written:
 ///
 /// | TPDO transmission type | sent                                                                      |
@@ -19,10 +19,10 @@
 #ifndef SIMULATOR_NODE_NODEPDO_H
 #define SIMULATOR_NODE_NODEPDO_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "simulator/node/canframe.h"
@@ -40,17 +40,16 @@ enum class RpdoResult {
 /// The PDOs of one node.
 class NodePdos {
 public:
-    /// Number of TPDOs, and of RPDOs.
-    static constexpr std::size_t count = 4;
-
-    /// Adds the communication and mapping objects to @p dictionary, with the default identifiers of @p node:
-    /// the first two of each kind map the digital (6000h, 6200h) and the analogue (6401h, 6411h) objects.
+    /// Finds the communication and mapping objects (1400h, 1600h, 1800h, 1A00h and on) in @p dictionary, and watches
+    /// what is written to them.
     ///
     /// @param dictionary     the node's objects, the mapped ones among them; outlives this object
-    /// @param node           node number, 1 to 127
     /// @param strict_counts  whether the number of mapped objects is refused when it comes in more than one
     ///                       byte
-    NodePdos(NodeDictionary& dictionary, std::uint8_t node, bool strict_counts);
+    NodePdos(NodeDictionary& dictionary, bool strict_counts);
+
+    /// What is mapped at first and cannot be served, a line each: "1A00: 60FD0020".
+    std::vector<std::string> unserved() const;
 
     /// Looks the mapped objects up anew, after the dictionary was reset.
     void reset();
@@ -77,7 +76,8 @@ private:
         DictionaryObject* inhibit_time = nullptr;  // in 100 us, TPDO only
         DictionaryObject* event_time = nullptr;    // in ms, TPDO only
         DictionaryObject* mapped_count = nullptr;
-        std::array<DictionaryObject*, 8> entries{};
+        std::vector<DictionaryObject*> entries;
+        std::uint16_t mapping_index = 0;
         std::vector<DictionaryObject*> mapped;
         std::size_t size = 0;            // of the mapped objects together, in bytes
         std::optional<CanFrame> frame;   // TPDO: as last sent; RPDO: waiting for SYNC
@@ -89,8 +89,9 @@ private:
         bool event_driven() const;
     };
 
-    void add_communication(Pdo& pdo, std::size_t number, Mapping direction, std::uint8_t node);
-    void add_mapping(Pdo& pdo, std::size_t number, Mapping direction, bool strict_counts);
+    void find_all(std::vector<Pdo>& pdos, Mapping direction, bool strict_counts);
+    void watch_communication(Pdo& pdo) const;
+    void watch_mapping(Pdo& pdo, Mapping direction, bool strict_counts);
     AbortCode check_entry(std::uint64_t entry, Mapping direction, DictionaryObject*& object) const;
     AbortCode check_count(Pdo& pdo, Bytes& value, Mapping direction, bool strict_counts) const;
     void resolve(Pdo& pdo, Mapping direction) const;
@@ -101,8 +102,8 @@ private:
     static bool due_by_event(const Pdo& pdo, const CanFrame& frame, Time now);
 
     NodeDictionary& dictionary_;
-    std::array<Pdo, count> transmit_pdos_;
-    std::array<Pdo, count> receive_pdos_;
+    std::vector<Pdo> transmit_pdos_;
+    std::vector<Pdo> receive_pdos_;
 };
 
 }  // namespace node_simulator

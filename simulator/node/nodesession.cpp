@@ -10,6 +10,8 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <stdexcept>
 #include <system_error>
 
 #include "simulator/node/nodeconsole.h"
@@ -54,6 +56,25 @@ std::unique_ptr<NodeLink> make_link(const NodeOptions& options) {
     return std::make_unique<UdpLink>(options.listen_port, options.peer);
 }
 
+// Reads a description, and tells what is wrong with it.
+std::shared_ptr<const DeviceDescription> read_description(const std::string& file) {
+    auto description = std::make_shared<DeviceDescription>();
+    const bool usable = description->load(file);
+    std::string reason = "nothing in it can be used";
+    for (const DescriptionFinding& finding : description->findings()) {
+        if (finding.severity == DescriptionFinding::Severity::error) {
+            reason = finding.text();
+            if (usable) {
+                std::fprintf(stderr, "node-simulator: %s\n", reason.c_str());
+            }
+        }
+    }
+    if (!usable) {
+        throw std::runtime_error(reason);
+    }
+    return description;
+}
+
 int signal_descriptor() {
     const sigset_t set = session_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
@@ -84,14 +105,35 @@ NodeSession::NodeSession(const NodeOptions& options)
     settings.faults = options_.faults;
     for (const std::uint8_t number : options_.nodes) {
         settings.node = number;
+        settings.description = description_of(number);
         bus_.add_node(settings);
+        for (const std::string& line : bus_.find(number)->left_out()) {
+            std::fprintf(stderr, "node-simulator: node %u does not serve %s\n", unsigned{number},
+                         line.c_str());
+        }
         settings.sync_period_us = 0;  // a bus has one producer
     }
     settings.node = 0;
+    settings.description = description_of(0);
     for (const std::uint32_t serial : options_.unconfigured) {
         settings.serial = serial;
         bus_.add_node(settings);
     }
+}
+
+// What describes the node of a number, 0 for those without one; null when nothing does.
+std::shared_ptr<const DeviceDescription> NodeSession::description_of(std::uint8_t node) {
+    std::shared_ptr<const DeviceDescription> found;
+    for (const NodeDescription& description : options_.descriptions) {
+        if (description.node == 0 || description.node == node) {
+            auto& read = descriptions_[description.file];
+            if (read == nullptr) {
+                read = read_description(description.file);
+            }
+            found = read;
+        }
+    }
+    return found;
 }
 
 NodeSession::~NodeSession() {

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,7 +27,8 @@ public:
     /// Opens the link and the log.
     ///
     /// @param options  what the command line asks for
-    /// @throws std::runtime_error  when the link cannot be opened or the log cannot be written
+    /// @throws std::runtime_error  when the link cannot be opened, a description cannot be used or the log cannot be
+    ///                             written
     explicit NodeSession(const NodeOptions& options);
 
     /// Ends the command if it still runs.
@@ -42,6 +44,7 @@ public:
     int run();
 
 private:
+    std::shared_ptr<const DeviceDescription> description_of(std::uint8_t node);
     void start_command();
     bool can_be_heard(Time now) const;
     void switch_on(Time now);
@@ -58,6 +61,7 @@ private:
     SimulatedBus bus_;
     std::unique_ptr<NodeLink> link_;
     Descriptor signals_;
+    std::map<std::string, std::shared_ptr<const DeviceDescription>> descriptions_;  // by the file's name
     program::File log_;
     Time started_;
     bool switched_on_ = false;

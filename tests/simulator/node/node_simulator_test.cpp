@@ -13,6 +13,7 @@
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/nodeprocess.h"
+#include "tests/support/temporaryfile.h"
 
 namespace {
 
@@ -170,4 +171,44 @@ TEST(NodeSimulator, PrintsItsHelp) {
     const ChildResult result = run({"--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, node_simulator::node_help());
+}
+
+TEST(NodeSimulator, PlaysWhatAFileDescribes) {
+    const TemporaryFile file;
+    file.write(
+        "[1000]\nDataType=7\nAccessType=ro\nDefaultValue=0x12345678\n[2000]\nDataType=0x22\nAccessType=rw\n"
+        "[2001]\nDataType=5\nDefaultValue=256\n");
+    LoopbackSocket master;
+    const NodeProcess node(NODE_SIMULATOR,
+                           {"--peer", peer_option(master), "--nodes", "1,2", "--eds", "2=" + file.path()});
+    EXPECT_EQ(master.receive(), boot_up);
+    EXPECT_EQ(master.receive(), datagram(make_frame(0x702, {0})));
+    master.send(node.port(), datagram(make_frame(0x602, {0x40, 0, 0x10, 0, 0, 0, 0, 0})));
+    EXPECT_EQ(master.receive(), datagram(make_frame(0x582, {0x43, 0, 0x10, 0, 0x78, 0x56, 0x34, 0x12})));
+    master.send(node.port(), read_device_type);
+    EXPECT_EQ(master.receive(), device_type);
+}
+
+TEST(NodeSimulator, NamesWhatItDoesNotServe) {
+    const TemporaryFile file;
+    file.write(
+        "[1000]\nDataType=7\nAccessType=ro\n[2000]\nParameterName=Odd\nDataType=0x22\nAccessType=rw\n"
+        "[2001]\nDataType=5\nAccessType=rw\nDefaultValue=256\n");
+    const ChildResult result = run({"--listen", "0", "--eds", file.path(), "--run", "true"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(
+        result.err.find("node-simulator: node 1 does not serve 2000 (Odd): no data type that has values\n"),
+        std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("node-simulator: " + file.path() + ":"), std::string::npos) << result.err;
+}
+
+TEST(NodeSimulator, RefusesAFileThatDescribesNothing) {
+    EXPECT_EQ(run({"--eds", "/nowhere/pump.eds"}).status, 2);
+    const TemporaryFile file;
+    file.write("nothing");
+    const ChildResult result = run({"--eds", file.path()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("node-simulator: " + file.path()), std::string::npos) << result.err;
 }

@@ -64,6 +64,18 @@ TEST(NodeOptions, TakeDevicesWithoutANodeNumber) {
     EXPECT_EQ(error_of({"--unconfigured", "4294967296"}), reason);
 }
 
+TEST(NodeOptions, TakeDescriptionsForAllNodesAndForOne) {
+    const auto [options, error] = parse({"--eds", "a=b.eds", "--eds=5=pump.dcf"});
+    EXPECT_EQ(error, "");
+    ASSERT_EQ(options.descriptions.size(), 2U);
+    EXPECT_EQ(options.descriptions[0].node, 0);
+    EXPECT_EQ(options.descriptions[0].file, "a=b.eds");
+    EXPECT_EQ(options.descriptions[1].node, 5);
+    EXPECT_EQ(options.descriptions[1].file, "pump.dcf");
+    EXPECT_EQ(error_of({"--eds", ""}), "--eds needs the name of a file");
+    EXPECT_EQ(error_of({"--eds", "5="}), "--eds needs the name of a file");
+}
+
 TEST(NodeOptions, TakeBlockSizes) {
     const auto [options, error] = parse({"--no-blocks", "--block-size=4,127,1"});
     EXPECT_EQ(error, "");
