@@ -2,8 +2,9 @@
 /// The PDOs of a node as its description has them, and names for the frames of a bus.
 ///
 /// A node's process data objects are described by two objects each (CiA 301, 7.5.2.35 to .38): the communication
-/// parameters (0x1400 on for what the node receives, 0x1800 on for what it transmits) with COB-ID and transmission type,
-/// and the mapping parameters (0x1600 on, 0x1A00 on), one word for each object in the frame: index, subindex, bits.
+/// parameters (0x1400 on for what the node receives, 0x1800 on for what it transmits) with COB-ID and transmission
+/// type, and the mapping parameters (0x1600 on, 0x1A00 on), one word for each object in the frame: index, subindex,
+/// bits.
 ///
 ///     unsigned short status = 0;
 ///     PDO tpdo;
@@ -109,9 +110,9 @@ public:
 
     /// What a frame is about.
     ///
-    /// For an SDO the name of the object, with its value when the frame holds all of it: "Identity object/Vendor-ID=497".
-    /// For a PDO the names of its objects and their values, as the description maps them: "Statusword=567, Torque=-3".
-    /// Segments name no object.
+    /// For an SDO the name of the object, with its value when the frame holds all of it: "Identity object/Vendor-
+    /// ID=497". For a PDO the names of its objects and their values, as the description maps them: "Statusword=567,
+    /// Torque=-3". Segments name no object.
     ///
     /// @param id      identifier, 11 bits
     /// @param length  number of bytes, 0 to 8
