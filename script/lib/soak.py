@@ -19,6 +19,7 @@ def parse_arguments(arguments):
     parser.add_argument("--seed", type=int, help="repeats a run (default: one at random)")
     parser.add_argument("--seconds", type=float, default=120, help="how long (default 120)")
     parser.add_argument("--deeds", type=int, help="how many deeds of the operator, instead of how long")
+    parser.add_argument("--kills", type=int, help="how many panels are killed (default: one for every six seconds)")
     parser.add_argument("--memory-allowance", type=int, metavar="KIB", help="allowed growth, instead of the usual one")
     parser.add_argument("--longest-gap", type=float, default=2, metavar="S",
                         help="time without a frame or a cycle that counts as a hang (default 2)")

@@ -18,6 +18,7 @@ sys.path.insert(0, os.path.join(ROOT, "script", "lib"))
 
 from drive import panel as on_panel  # noqa: E402
 from drive import process  # noqa: E402
+from drive.guard import guard_of, state_of, wait_for_end  # noqa: E402
 from drive.panel import Panel, pad_press  # noqa: E402
 from drive.screen import Screen  # noqa: E402
 from drive.vehicle import NEUTRAL, frame  # noqa: E402
@@ -28,21 +29,6 @@ PANEL = os.environ["PANEL"]
 POINT = (255, 70)
 DRIVING = frame(*pad_press(*POINT), "Q")
 LOST = "lineguard: does not answer any more, the panel goes on without it\n"
-
-
-def name_of(pid):
-    """The name of a process as the kernel knows it."""
-    with open(f"/proc/{pid}/comm") as file:
-        return file.read().strip()
-
-
-def state_of(pid):
-    """The state of a process, "" when there is none any more."""
-    try:
-        with open(f"/proc/{pid}/stat") as file:
-            return file.read().rsplit(")", 1)[1].split()[0]
-    except (FileNotFoundError, ProcessLookupError):
-        return ""
 
 
 class GuardTest(unittest.TestCase):
@@ -63,14 +49,8 @@ class GuardTest(unittest.TestCase):
         self.witness = stack.enter_context(Witness())
         self.panel = stack.enter_context(Panel(options.pop("program", PANEL), screen or self.screen, self.witness.line,
                                                **options))
-        self.guard = self.only_child(self.panel.child.pid)
-
-    def only_child(self, pid):
-        with open(f"/proc/{pid}/task/{pid}/children") as file:
-            children = [int(word) for word in file.read().split()]
-        guards = [child for child in children if name_of(child) == "lineguard"]
-        self.assertEqual(len(guards), 1)
-        return guards[0]
+        self.guard = guard_of(self.panel.child.pid)
+        self.assertIsNotNone(self.guard)
 
     def drive_off(self):
         self.panel.click(on_panel.OPEN_BUTTON)
@@ -84,14 +64,10 @@ class GuardTest(unittest.TestCase):
         self.start(*arguments, **options)
         self.drive_off()
 
-    def assert_guard_is_gone(self):
-        # A zombie is left to whoever has inherited it.
-        process.wait_until(lambda: state_of(self.guard) in ("", "Z"), "the guard's end")
-
     def assert_left_at_rest(self, frames=1):
         """The panel and its guard are gone, and the neutral frame came last, so many times."""
         self.panel.wait()
-        self.assert_guard_is_gone()
+        wait_for_end(self.guard)
         self.witness.wait_for_frame(NEUTRAL)
         self.assertEqual(len(self.witness.bytes()) % 4, 0)
         ends = self.witness.frames()
@@ -127,7 +103,7 @@ class OwnEnds(GuardTest):
         process.wait_until(lambda: self.panel.lamp(on_panel.RED_LAMP) == "on", "the red lamp")
         self.panel.signal(signal.SIGKILL)
         self.panel.wait()
-        self.assert_guard_is_gone()
+        wait_for_end(self.guard)
         self.assertEqual(self.witness.frames()[-1], DRIVING)
 
 
@@ -171,7 +147,7 @@ class ForeignEnds(GuardTest):
         self.start()
         self.panel.signal(signal.SIGKILL)
         self.panel.wait()
-        self.assert_guard_is_gone()
+        wait_for_end(self.guard)
         self.assertEqual(self.witness.bytes(), b"")
 
 
@@ -201,7 +177,7 @@ class LostScreen(GuardTest):
             self.panel.signal(number)
         own.end(signal.SIGTERM)
         self.panel.wait()
-        self.assert_guard_is_gone()
+        wait_for_end(self.guard)
         self.witness.wait_for_frame(NEUTRAL)
 
 

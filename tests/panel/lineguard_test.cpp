@@ -480,9 +480,10 @@ int play_process() {
     for (const QByteArray& line : contents(process, "smaps_rollup").split('\n')) {
         private_kib += line.startsWith("Private_") ? line.simplified().split(' ').value(1).toInt() : 0;
     }
-    // A sanitizer's own memory is none of it.
-    const bool is_light = private_kib <= 1024 || LINEGUARD_TEST_IS_SANITIZED;
-    std::printf("memory %s\n", is_light ? "at most 1 MiB" : std::to_string(private_kib).c_str());
+#ifdef LINEGUARD_TEST_IS_SANITIZED
+    private_kib = 0;
+#endif
+    std::printf("memory %s\n", private_kib <= 1024 ? "at most 1 MiB" : std::to_string(private_kib).c_str());
     return 0;
 }
 

@@ -71,6 +71,8 @@ class Panel(unittest.TestCase):
             self.assertGreater(figures["openings of the port"], 3)
             for kind in ("muted", "short", "split", "garbage", "delayed"):
                 self.assertGreater(figures["of these " + kind], 0, kind)
+            self.assertEqual(figures["panels killed at random"], 2)
+            self.assertEqual(figures["of these left the vehicle at rest"], 2)
             self.assertEqual(figures["reply bytes given to the line"] - figures["reply bytes taken by the panel"],
                              figures["reply bytes still on their way at a closing"])
             self.assertEqual(sorted(os.listdir(os.path.join(directory.name, "artefacts"))),
@@ -115,6 +117,15 @@ class Panel(unittest.TestCase):
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertRegex(done.stdout, "FAIL: .*(waited in vain for|does not answer)")
             self.assertNotIn("Traceback", done.stderr)
+
+    def test_a_panel_without_its_guard_is_found(self):
+        with tempfile.TemporaryDirectory(prefix="soak-") as directory:
+            kill = ("while kill -0 $$; do for child in $(cat /proc/$$/task/$$/children); do "
+                    "if grep -q lineguard /proc/$child/comm; then kill -KILL $child; exit; fi; done; sleep 0.01; done")
+            panel = write_script(directory, f"({kill}) 2>/dev/null &\nexec {shlex.quote(os.environ['SOAK_PANEL'])}\n")
+            done, _ = run_soak_in(directory, "panel", "--seed", "5", "--deeds", "1", "--kills", "1", "--panel", panel)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertIn("FAIL: the panel has no guard", done.stdout)
 
     def test_a_panel_that_does_not_come_up_is_told(self):
         done, directory, _ = run_soak("panel", "--deeds", "3", "--panel", "/bin/false")

@@ -12,18 +12,21 @@ from drive.screen import Screen
 from drive.vehicle import NEUTRAL, Vehicle, frame
 
 from .figures import Footprint, Report, Tail, growth
+from .kills import Kills
 from .ledger import Ledger, stray_frames
 
 RATE_MS = 10
 FAULT_PERCENT = 25
 
 # Resident memory may grow by this much, and by so much more for each line of the status view, which is the one thing in
-# the panel that grows by design: it keeps every message, at about 0.7 KiB. The first covers pages of libraries and of
-# the heap that are touched late, some 100 KiB; in a run of any length it is used once. A leak of a hundred bytes with
-# each frame is beyond both after two minutes.
+# the panel that grows by design: it keeps its last 1,000 messages, at about 0.7 KiB. The first covers pages of libraries
+# and of the heap that are touched late, some 100 KiB; in a run of any length it is used once. A leak of a hundred bytes
+# with each frame is beyond both after two minutes.
 MEMORY_ALLOWANCE_KIB = 384
 STATUS_LINE_KIB = 1
 STATUS_LINES_PER_OPENING = 3
+
+SECONDS_FOR_EACH_KILL = 6
 
 BAR_TOLERANCE = 3
 DRIVE_MODES = ((20, 170, 121, 22), (20, 190, 109, 22))
@@ -301,9 +304,9 @@ def _handle(rectangle, limits, grows, value):
     return (x + along, y + height // 2) if width > height else (x + width // 2, y + along)
 
 
-def _report(run, options, seconds):
+def _report(run, kills, options, seconds):
     ledger, report = run.ledger, Report(f"soak panel: seed {options.seed}, {seconds / 60:.1f} minutes")
-    report.problems = list(dict.fromkeys(ledger.problems + run.problems))
+    report.problems = list(dict.fromkeys(ledger.problems + run.problems + kills.problems))
     report.add("frames asked for", ledger.asked)
     report.add("frames sent", ledger.sent)
     report.add("frames received by the vehicle", ledger.received)
@@ -318,6 +321,9 @@ def _report(run, options, seconds):
     report.add("reply bytes taken by the panel", ledger.taken)
     report.add("reply bytes still on their way at a closing", ledger.given - ledger.taken)
     report.add("looks at the panel's widgets", run.looks)
+    report.add("panels killed at random", kills.count)
+    report.add("  of these drove", kills.drove)
+    report.add("  of these left the vehicle at rest", kills.at_rest)
     if run.start and run.end:
         report.add_footprints(run.start, run.end)
         allowance_kib = MEMORY_ALLOWANCE_KIB if options.memory_allowance is None else options.memory_allowance
@@ -327,6 +333,13 @@ def _report(run, options, seconds):
     if ledger.worst_gap_s > options.longest_gap:
         report.problems.append(f"no frame came for {ledger.worst_gap_s:.3f} s")
     return report
+
+
+def _number_of_kills(options):
+    """As asked, or such that they take about a fifth of the run."""
+    if options.kills is not None:
+        return options.kills
+    return max(2, round(options.seconds / SECONDS_FOR_EACH_KILL)) if not options.deeds else 2
 
 
 def run(options):
@@ -347,4 +360,7 @@ def run(options):
                 panel_run.picture()
             finally:
                 panel_run.close()
-    return _report(panel_run, options, time.monotonic() - begin)
+        kills = Kills(options.panel, screen, options.seed)
+        if panel_run.end:
+            kills.run(_number_of_kills(options))
+    return _report(panel_run, kills, options, time.monotonic() - begin)
