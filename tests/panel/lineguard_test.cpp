@@ -25,6 +25,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -42,7 +43,12 @@ const std::string driving_frame("\x9c\x50\x2fQ", 4);
 
 // A near end of a line, as `serial` opens it.
 int open_near_end(const PseudoTerminal& terminal) {
-    return ::open(terminal.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int line = ::open(terminal.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    termios attributes = {};
+    tcgetattr(line, &attributes);
+    cfmakeraw(&attributes);
+    tcsetattr(line, TCSANOW, &attributes);
+    return line;
 }
 
 // What the far end has received by now.
@@ -73,13 +79,6 @@ std::size_t fill(int line, const PseudoTerminal& terminal) {
 bool is_filling_then_rest(const std::string& bytes) {
     const std::size_t rest = bytes.find_first_not_of('x');
     return rest != std::string::npos && bytes.substr(rest) == neutral_frame;
-}
-
-void make_raw(int line) {
-    termios attributes = {};
-    tcgetattr(line, &attributes);
-    cfmakeraw(&attributes);
-    tcsetattr(line, TCSANOW, &attributes);
 }
 
 // The guard's work in a thread of the test, and the other end of its socket.
@@ -234,7 +233,6 @@ void LineGuardTest::endWithoutALineSendsNothing() {
 void LineGuardTest::endWithALineSendsTheNeutralFrame() {
     const PseudoTerminal terminal;
     const int line = open_near_end(terminal);
-    make_raw(line);
     GuardAtWork guard;
     guard.tell_opened(line);
     ::close(line);
@@ -257,7 +255,6 @@ void LineGuardTest::lineThatWasClosedGetsNothing() {
 void LineGuardTest::lineThatWasOpenedAgainGetsTheFrame() {
     const PseudoTerminal terminal;
     const int line = open_near_end(terminal);
-    make_raw(line);
     GuardAtWork guard;
     guard.tell_opened(line);
     guard.tell_closed();
@@ -271,7 +268,6 @@ void LineGuardTest::lineThatWasOpenedAgainGetsTheFrame() {
 void LineGuardTest::ofSeveralLinesTheNewestIsHeldOnly() {
     const PseudoTerminal terminal;
     const int line = open_near_end(terminal);
-    make_raw(line);
     std::array<int, 2> earlier = {};
     QCOMPARE(pipe2(earlier.data(), O_CLOEXEC), 0);
     GuardAtWork guard;
@@ -290,7 +286,6 @@ void LineGuardTest::unreadAnswerHidesNothingThatWasTold() {
     for (int i = 0; i < 50; i++) {
         const PseudoTerminal terminal;
         const int line = open_near_end(terminal);
-        make_raw(line);
         GuardAtWork guard;
         guard.tell_opened(line);
         guard.tell_closed();
@@ -304,7 +299,6 @@ void LineGuardTest::unreadAnswerHidesNothingThatWasTold() {
 void LineGuardTest::fullQueueIsDiscardedForTheFrame() {
     const PseudoTerminal terminal;
     const int line = open_near_end(terminal);
-    make_raw(line);
     const std::size_t queued = fill(line, terminal);
     GuardAtWork guard;
     guard.tell_opened(line);
@@ -319,7 +313,6 @@ void LineGuardTest::fullQueueIsDiscardedForTheFrame() {
 void LineGuardTest::stoppedFlowIsGivenUp() {
     const PseudoTerminal terminal;
     const int line = open_near_end(terminal);
-    make_raw(line);
     fcntl(line, F_SETFL, fcntl(line, F_GETFL) & ~O_NONBLOCK);
     tcflow(line, TCOOFF);
     GuardAtWork guard;
@@ -336,7 +329,6 @@ void LineGuardTest::flowThatGoesOnGetsTheFrame() {
     for (int i = 0; i < 20; i++) {
         const PseudoTerminal terminal;
         const int line = open_near_end(terminal);
-        make_raw(line);
         tcflow(line, TCOOFF);
         GuardAtWork guard;
         guard.tell_opened(line);
@@ -583,8 +575,7 @@ void wait_for_frame(ControlThread& link) {
 }
 
 // The neutral frames at the end of what arrived.
-std::string neutral_tail(const PseudoTerminal& terminal) {
-    const std::string bytes = received(terminal);
+std::string neutral_tail(const std::string& bytes) {
     std::string tail;
     while (bytes.size() > tail.size() && bytes.substr(bytes.size() - tail.size() - 4, 4) == neutral_frame) {
         tail += neutral_frame;
@@ -593,8 +584,7 @@ std::string neutral_tail(const PseudoTerminal& terminal) {
 }
 
 // The different frames that arrived, in their order.
-std::string distinct_frames(const PseudoTerminal& terminal) {
-    const std::string bytes = received(terminal);
+std::string distinct_frames(const std::string& bytes) {
     std::string text;
     for (std::size_t at = 0; at < bytes.size(); at += 4) {
         const std::string frame = bytes.substr(at, 4);
@@ -608,7 +598,6 @@ std::string distinct_frames(const PseudoTerminal& terminal) {
 int play_killed_owner() {
     const PseudoTerminal terminal;
     const int line = open_near_end(terminal);
-    make_raw(line);
     Owner([&](const auto& ready) {
         LineGuard guard;
         guard.hold(line);
@@ -693,11 +682,14 @@ int play_stopped_guard() {
 }
 
 int play_no_descriptors() {
-    const rlimit none = {0, 0};
+    rlimit usual = {};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none = {0, usual.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
     LineGuard guard;
     guard.hold(1);
     guard.release();
+    setrlimit(RLIMIT_NOFILE, &usual);
     std::printf("%d, %s", guard.descriptor(), guard.look() ? "there" : "lost");
     return 0;
 }
@@ -712,6 +704,21 @@ int play_closed_outputs() {
                : 1;
 }
 
+// Kills a process with a guarded link when `live` is through; returns all that came over the line.
+std::string sent_until_killed(
+    const std::function<void(std::unique_ptr<ControlThread>& link, const PseudoTerminal& terminal)>& live) {
+    const PseudoTerminal terminal;
+    Owner([&](const auto& ready) {
+        LineGuard guard;
+        auto link = std::make_unique<ControlThread>(terminal.path(), &guard);
+        live(link, terminal);
+        ready();
+        live_on();
+    }).end();
+    return received(terminal);
+}
+
+// The 300 ms after the opening are still to come when it is killed.
 int play_killed_at_opening() {
     const PseudoTerminal terminal;
     Owner([&](const auto& ready) {
@@ -719,58 +726,40 @@ int play_killed_at_opening() {
         ControlThread link(terminal.path(), &guard);
         QObject::connect(&link, &ControlThread::LahetaTeksti, &link, [&] { ready(); });
         drive(link);
-        live_on();
     }).end();
     std::printf("%s", hexadecimal(received(terminal)).c_str());
     return 0;
 }
 
 int play_killed_after_closing() {
-    const PseudoTerminal terminal;
-    Owner([&](const auto& ready) {
-        LineGuard guard;
-        ControlThread link(terminal.path(), &guard);
-        drive(link);
-        wait_for_frame(link);
-        link.SuljePortti();
-        ready();
-        live_on();
-    }).end();
-    std::printf("%s", distinct_frames(terminal).c_str());
+    const std::string bytes = sent_until_killed([](auto& link, const auto& /*terminal*/) {
+        drive(*link);
+        wait_for_frame(*link);
+        link->SuljePortti();
+    });
+    std::printf("%s", distinct_frames(bytes).c_str());
     return 0;
 }
 
 int play_killed_after_destruction() {
-    const PseudoTerminal terminal;
-    Owner([&](const auto& ready) {
-        LineGuard guard;
-        {
-            ControlThread link(terminal.path(), &guard);
-            drive(link);
-            wait_for_frame(link);
-        }
-        ready();
-        live_on();
-    }).end();
-    std::printf("%s", hexadecimal(neutral_tail(terminal)).c_str());
+    const std::string bytes = sent_until_killed([](auto& link, const auto& /*terminal*/) {
+        drive(*link);
+        wait_for_frame(*link);
+        link.reset();
+    });
+    std::printf("%s", hexadecimal(neutral_tail(bytes)).c_str());
     return 0;
 }
 
 // The line takes nothing when the link is ended.
 int play_full_line() {
-    const PseudoTerminal terminal;
-    Owner([&](const auto& ready) {
-        LineGuard guard;
-        ControlThread link(terminal.path(), &guard);
-        drive(link, 1'000'000);
-        wait_for_frame(link);
+    const std::string bytes = sent_until_killed([](auto& link, const auto& terminal) {
+        drive(*link, 1'000'000);
+        wait_for_frame(*link);
         fill(open_near_end(terminal), terminal);
-        link.LopetaYhteys();
+        link->LopetaYhteys();
         std::fflush(stdout);
-        ready();
-        live_on();
-    }).end();
-    const std::string bytes = received(terminal);
+    });
     const bool drove = bytes.compare(0, 4, driving_frame) == 0;
     std::printf("%s",
                 drove && is_filling_then_rest(bytes.substr(4)) ? "at rest" : hexadecimal(bytes).c_str());
