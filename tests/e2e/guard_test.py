@@ -22,7 +22,7 @@ from drive.guard import guard_of, state_of, wait_for_end  # noqa: E402
 from drive.panel import Panel, pad_press  # noqa: E402
 from drive.screen import Screen  # noqa: E402
 from drive.vehicle import NEUTRAL, frame  # noqa: E402
-from drive.witness import Witness  # noqa: E402
+from drive.witness import Witness, split  # noqa: E402
 
 PANEL = os.environ["PANEL"]
 
@@ -64,14 +64,13 @@ class GuardTest(unittest.TestCase):
         self.start(*arguments, **options)
         self.drive_off()
 
-    def assert_left_at_rest(self, frames=1):
-        """The panel and its guard are gone, and the neutral frame came last, so many times."""
+    def assert_left_at_rest(self):
+        """The panel and its guard are gone, and the neutral frame came last, once."""
         self.panel.wait()
         wait_for_end(self.guard)
-        self.witness.wait_for_frame(NEUTRAL)
-        self.assertEqual(len(self.witness.bytes()) % 4, 0)
-        ends = self.witness.frames()
-        self.assertEqual(ends[-1 - frames :], [DRIVING] + [NEUTRAL] * frames)
+        data = self.witness.finish()
+        self.assertEqual(len(data) % 4, 0)
+        self.assertEqual(split(data)[-2:], [DRIVING, NEUTRAL])
 
 
 class OwnEnds(GuardTest):
@@ -104,7 +103,7 @@ class OwnEnds(GuardTest):
         self.panel.signal(signal.SIGKILL)
         self.panel.wait()
         wait_for_end(self.guard)
-        self.assertEqual(self.witness.frames()[-1], DRIVING)
+        self.assertEqual(split(self.witness.finish())[-1], DRIVING)
 
 
 class ForeignEnds(GuardTest):
@@ -148,7 +147,7 @@ class ForeignEnds(GuardTest):
         self.panel.signal(signal.SIGKILL)
         self.panel.wait()
         wait_for_end(self.guard)
-        self.assertEqual(self.witness.bytes(), b"")
+        self.assertEqual(self.witness.finish(), b"")
 
 
 class LostScreen(GuardTest):
@@ -178,7 +177,7 @@ class LostScreen(GuardTest):
         own.end(signal.SIGTERM)
         self.panel.wait()
         wait_for_end(self.guard)
-        self.witness.wait_for_frame(NEUTRAL)
+        self.assertEqual(split(self.witness.finish())[-1], NEUTRAL)
 
 
 class GoesOn(GuardTest):

@@ -7,6 +7,14 @@ import tty
 from . import process
 
 
+_END = b"the end of what came over the line"
+
+
+def split(data):
+    """The whole frames in some bytes."""
+    return [data[at : at + 4] for at in range(0, len(data) - len(data) % 4, 4)]
+
+
 class Witness:
     """A pseudo-terminal whose far end is read all the time. Its near end stays open, so that nothing gets lost."""
 
@@ -38,8 +46,13 @@ class Witness:
 
     def frames(self):
         """All whole frames so far."""
-        data = self.bytes()
-        return [data[at : at + 4] for at in range(0, len(data) - len(data) % 4, 4)]
+        return split(self.bytes())
+
+    def finish(self):
+        """All bytes, to the last one: for when nobody else writes any more. Ends the witness's account."""
+        os.write(self._near_end, _END)
+        process.wait_until(lambda: self.bytes().endswith(_END), "the end of what came over the line")
+        return self.bytes()[: -len(_END)]
 
     def wait_for_frame(self, expected):
         """Waits until the frame that came last is the expected one."""

@@ -9,7 +9,7 @@ from drive import panel as on_panel
 from drive.guard import guard_of, wait_for_end
 from drive.panel import Panel, pad_press
 from drive.vehicle import NEUTRAL, frame
-from drive.witness import Witness
+from drive.witness import Witness, split
 
 LONGEST_WAIT_S = 0.4  # an opening takes 0.3 s of it
 PAD_X, PAD_Y = (150, 375), (10, 265)
@@ -71,9 +71,9 @@ class Kills:
 
     def _judge(self, stage, witness):
         """Whole frames, the neutral one last; or no frame at all, if the port was not open yet."""
-        data = witness.bytes()
+        data = witness.finish()
         self.count += 1
-        self.drove += any(frame != NEUTRAL for frame in witness.frames())
+        self.drove += any(sent != NEUTRAL for sent in split(data))
         if len(data) % 4 == 0 and (not data or data[-4:] == NEUTRAL):
             self.at_rest += 1
         else:
