@@ -82,8 +82,10 @@ class Program:
 
     def compile(self, directory):
         source, program = os.path.join(directory, "program.cpp"), os.path.join(directory, "program")
-        text = re.sub(r"\b5000\b", 'port_of("MASTER_PORT")', self.block.text)
-        text = re.sub(r"\b5001\b", 'port_of("NODE_PORT")', text)
+        text = self.block.text
+        if self.way.startswith("run with node-simulator"):
+            text = re.sub(r"\b5000\b", 'port_of("MASTER_PORT")', text)
+            text = re.sub(r"\b5001\b", 'port_of("NODE_PORT")', text)
         with open(source, "w", encoding="utf-8") as file:
             file.write(PRELUDE + f'#line {self.block.line + 1} "{self.page}"\n' + text)
         # The old kind of run path holds for the dlopen(3) of every library of the process.
