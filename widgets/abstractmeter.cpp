@@ -1,6 +1,7 @@
 #include "widgets/abstractmeter.h"
 
 #include <QEvent>
+#include <QPainter>
 #include <QStringBuilder>
 #include <algorithm>
 #include <cmath>
@@ -105,8 +106,7 @@ void AbstractMeter::setValue(int value) {
     if (value == m_value) {
         return;
     }
-    m_value = value;
-    update();
+    storeValue(value);
     tellValueChanged(*this);
     // Each overload emits its own type first.
     Q_EMIT valueChanged(value);
@@ -117,11 +117,22 @@ void AbstractMeter::setValue(double value) {
     if (value == m_value) {
         return;
     }
-    m_value = value;
-    update();
+    storeValue(value);
     tellValueChanged(*this);
     Q_EMIT valueChanged(value);
     Q_EMIT valueChanged(truncated(value));
+}
+
+void AbstractMeter::storeValue(double value) {
+    const QRect before = isVisible() ? valueArea() : QRect();
+    m_value = value;
+    if (isVisible()) {
+        update(before | valueArea());
+    }
+}
+
+QRect AbstractMeter::valueArea() {
+    return rect();
 }
 
 bool AbstractMeter::calcMaxMin() {
@@ -137,6 +148,16 @@ const QFont& AbstractMeter::valueTextFont() {
         m_valueTextFont = {m_valueFont, font(), m_valueFont.resolve(font())};
     }
     return m_valueTextFont.completed;
+}
+
+const Typesetter& AbstractMeter::setValueText(const QPaintDevice* device) {
+    m_valueSetter.set(valueText(), valueTextFont(), device);
+    return m_valueSetter;
+}
+
+const Typesetter& AbstractMeter::setNumber(double number, const QPainter& painter) {
+    m_numberSetter.set(numberText(number), painter.font(), painter.device());
+    return m_numberSetter;
 }
 
 QString AbstractMeter::numberText(double number) {

@@ -15,6 +15,7 @@
 #include <QFont>
 #include <QString>
 
+#include "widgets/typesetter.h"
 #include "widgets/widgetwithbackground.h"
 
 /// A gauge without a face: all but the painting.
@@ -126,8 +127,21 @@ protected:
     /// @return true when the drawn scale changed
     bool calcMaxMin();
 
+    /// Tells what of the widget shows the value: a change of the value repaints this, as it was before and as it
+    /// is then. The whole widget here; a subclass that paints the value on a part of it may name that part.
+    ///
+    /// @return in the widget's coordinates
+    virtual QRect valueArea();
+
     /// @return the font of the value text, its unset attributes those of the widget's font
     const QFont& valueTextFont();
+
+    /// @return the value text, set in its font; holds until the next call
+    /// @param device  what the text is drawn on
+    const Typesetter& setValueText(const QPaintDevice* device);
+
+    /// @return @p number as the scales show it, set in the painter's font; holds until the next call
+    const Typesetter& setNumber(double number, const QPainter& painter);
 
     /// @return @p number as the scales show it: six significant digits, shortest form, decimal point
     static QString numberText(double number);
@@ -151,6 +165,8 @@ protected:
     QString m_suffix;            ///< text after the value
 
 private:
+    void storeValue(double value);
+
     /// A font completed by another, kept because looking a new font up costs as much as drawing the text.
     struct CompletedFont {
         QFont font;
@@ -158,6 +174,8 @@ private:
         QFont completed;
     };
     CompletedFont m_valueTextFont;
+    Typesetter m_valueSetter;
+    Typesetter m_numberSetter;
 };
 
 #endif

@@ -54,19 +54,36 @@ void Led::changeEvent(QEvent* event) {
 }
 
 void Led::paintEvent(QPaintEvent*) {
-    {
-        QPainter painter(this);
-        initCoordinateSystem(painter);
-        painter.setBrush(isLit() ? m_color : withSaturation(m_color, off_saturation));
-        // The outline stays the foreground colour's thin line: panels are drawn for lamps with a dark edge.
-        [[maybe_unused]] const QPen outline(withSaturation(m_color, outline_saturation), 3.0);
-        // One pixel at any size: in logical units a small lamp's edge would be too thin to see.
-        QPen edge = painter.pen();
-        edge.setWidth(0);
-        painter.setPen(edge);
-        painter.drawEllipse(-149, -149, 299, 299);
+    if (size().isEmpty()) {
+        return;
     }
-    drawBackground();
+    QPainter painter(this);
+    const QPixmap& highlight = background(painter);
+    const Look look = {isLit() ? m_color : withSaturation(m_color, off_saturation), painter.pen().color(),
+                       highlight.cacheKey()};
+    Picture& picture = m_pictures[isLit() ? 1 : 0];
+    if (picture.look != look) {
+        picture = {look, drawn(look, highlight)};
+    }
+    drawPixels(painter, picture.pixmap);
+}
+
+/// The disc in the colours of @p look under @p highlight.
+QPixmap Led::drawn(const Look& look, const QPixmap& highlight) {
+    QPixmap pixmap(highlight.size());
+    pixmap.setDevicePixelRatio(highlight.devicePixelRatio());
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    initCoordinateSystem(painter);
+    painter.setBrush(look.fill);
+    // The outline stays the foreground colour's thin line: panels are drawn for lamps with a dark edge.
+    [[maybe_unused]] const QPen outline(withSaturation(m_color, outline_saturation), 3.0);
+    // One pixel at any size: in logical units a small lamp's edge would be too thin to see.
+    painter.setPen(QPen(look.edge, 0));
+    painter.drawEllipse(-149, -149, 299, 299);
+    painter.resetTransform();
+    drawPixels(painter, highlight);
+    return pixmap;
 }
 
 void Led::paintBackground(QPainter& painter) {

@@ -8,13 +8,16 @@
 #define WIDGETS_LED_H
 
 #include <QColor>
+#include <QPixmap>
+#include <array>
 
 #include "widgets/widgetwithbackground.h"
 
 /// A round indicator lamp.
 ///
-/// The disc is painted each time, with an edge one pixel wide in the widget's foreground colour; the cached
-/// "background" is the highlight, which is laid over it. The drawing stands in a logical square of 330 × 330
+/// The disc has an edge one pixel wide in the widget's foreground colour; the cached "background" is the
+/// highlight, which is laid over it. Both together are kept as two pictures, of the lamp on and of the lamp
+/// off, since a lamp that blinks shows the same two in turn. The drawing stands in a logical square of 330 × 330
 /// units with its origin at the centre, scaled to the smaller side of the widget.
 class Led : public WidgetWithBackground {
     Q_OBJECT
@@ -49,7 +52,7 @@ protected:
     /// Tells accessibility clients when enabling or disabling switched the lamp.
     void changeEvent(QEvent* event) override;
 
-    /// Draws the disc, and the highlight over it.
+    /// Draws the disc, and the highlight over it, or copies them if they look as they did before.
     void paintEvent(QPaintEvent* event) override;
 
     /// Draws the highlight.
@@ -61,6 +64,22 @@ protected:
     void initCoordinateSystem(QPainter& painter);
 
 private:
+    /// All that a picture of the lamp depends on.
+    struct Look {
+        QColor fill;
+        QColor edge;
+        qint64 highlight =
+            0;  ///< tells one painting of the highlight, of one size and pixel ratio, from another
+        bool operator==(const Look&) const = default;
+    };
+    struct Picture {
+        Look look;
+        QPixmap pixmap;
+    };
+
+    QPixmap drawn(const Look& look, const QPixmap& highlight);
+
+    std::array<Picture, 2> m_pictures;  ///< of the lamp off and on
     bool m_checked = true;
     QColor m_color = Qt::red;
 };

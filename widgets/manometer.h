@@ -10,12 +10,14 @@
 #ifndef WIDGETS_MANOMETER_H
 #define WIDGETS_MANOMETER_H
 
+#include <QTransform>
+
 #include "widgets/abstractmeter.h"
 
 /// A dial gauge.
 ///
 /// The rim, the face, the bands, the ticks and the numbers are the cached background; a new value costs a
-/// copy of it, the needle and the text. The value text is red from `critical` on.
+/// copy of what of it lies under the needle and the text, before and after, and these two. The value text is red from `critical` on.
 class ManoMeter : public AbstractMeter {
     Q_OBJECT
 
@@ -32,10 +34,19 @@ protected:
     /// Draws the dial. Ends the process with the assertion "m_max-m_min != 0" when the scale has no extent.
     void paintBackground(QPainter& painter) override;
 
+    /// @return what the needle and the value text cover
+    QRect valueArea() override;
+
     /// Turns antialiasing on and sets the logical coordinates up.
     ///
     /// @param painter  open, in the widget's coordinates
     void initCoordinateSystem(QPainter& painter);
+
+private:
+    QTransform coordinates() const;
+    bool isOnTheDial(const QRect& area) const;
+    double needleDegrees() const;
+    QPointF valueTextOrigin(const Typesetter& text) const;
 };
 
 #endif

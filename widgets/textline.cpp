@@ -13,8 +13,20 @@ TextLine::TextLine(const QString& text, const QFont& font, const QPaintDevice* d
 }
 
 QSize TextLine::size() const {
+    return {qCeil(extent().width()), qCeil(extent().height())};
+}
+
+QSizeF TextLine::extent() const {
     const QTextLine line = m_layout.lineAt(0);
-    return {qCeil(line.naturalTextWidth()), qCeil(line.height())};
+    return {line.naturalTextWidth(), line.ascent() + line.descent()};
+}
+
+double TextLine::ascent() const {
+    return m_layout.lineAt(0).ascent();
+}
+
+QList<QGlyphRun> TextLine::glyphRuns() const {
+    return m_layout.lineAt(0).glyphRuns();
 }
 
 void TextLine::draw(QPainter& painter, const QPointF& origin) const {

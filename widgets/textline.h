@@ -7,7 +7,10 @@
 #ifndef WIDGETS_TEXTLINE_H
 #define WIDGETS_TEXTLINE_H
 
+#include <QGlyphRun>
+#include <QList>
 #include <QSize>
+#include <QSizeF>
 #include <QString>
 #include <QTextLayout>
 
@@ -26,6 +29,15 @@ public:
     /// @return what QFontMetrics::size() tells for the text with Qt::TextSingleLine: width and height in
     ///         logical units, rounded up
     QSize size() const;
+
+    /// @return width and height in logical units, not rounded
+    QSizeF extent() const;
+
+    /// @return distance of the baseline from the line's upper edge, in logical units
+    double ascent() const;
+
+    /// @return the glyphs of the line
+    QList<QGlyphRun> glyphRuns() const;
 
     /// Draws the text in the painter's pen.
     ///

@@ -2,6 +2,7 @@
 
 #include <QImage>
 #include <QLinearGradient>
+#include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QRadialGradient>
@@ -10,7 +11,6 @@
 #include <cmath>
 
 #include "widgets/assertion.h"
-#include "widgets/textline.h"
 
 namespace {
 
@@ -151,16 +151,50 @@ void fillInStrips(QPainter& painter, const QRectF& area) {
     painter.drawRects(strips.constData(), static_cast<int>(strips.size()));
 }
 
-void drawFluid(QPainter& painter, const QColor& color, double fraction) {
+// The rectangle around the bulb's fluid, and that around all fluid with the column at its highest.
+constexpr QRectF bulb_area(-10, 257.5, 20, 20);
+constexpr QRectF fluid_area(-10, fluid_bottom - fluid_highest, 20, 277.5 - (fluid_bottom - fluid_highest));
+
+/// All below @p y, where a line of text stands whose upper edge is there.
+QRectF below(double y) {
+    constexpr double far = 1e6;
+    return {-far, y, 2 * far, far};
+}
+
+/// Tells whether something of @p area, in the painter's coordinates, is to be painted. Labels of the panel reach
+/// over the empty space beside the glass, and change more often than the value.
+bool isAskedFor(const QRectF& area, const QPainter& painter, const QPaintEvent& event) {
+    constexpr int smooth_edge = 2;
+    const QRect pixels = painter.transform().mapRect(area).toAlignedRect();
+    return event.rect().intersects(pixels.adjusted(-smooth_edge, -smooth_edge, smooth_edge, smooth_edge));
+}
+
+/// Draws the column of @p height, and the bulb's fluid over its lower end.
+void drawFluid(QPainter& painter, const QColor& color, int height) {
     QRadialGradient bulb(QPointF(0, 267), 10, QPointF(-5, 262));
     setFluidColors(bulb, color);
-
-    const int height = columnHeight(fraction);
     painter.setPen(Qt::NoPen);
     painter.setBrush(columnBrush(painter, color));
     fillInStrips(painter, QRectF(-column_radius, fluid_bottom - height, 2 * column_radius, height));
     painter.setBrush(bulb);
-    painter.drawEllipse(QRectF(-10, 257.5, 20, 20));
+    painter.drawEllipse(bulb_area);
+}
+
+/// What the fluid covers when the column is at its highest, in whole pixels of the device.
+QRect fluidPixels(const QTransform& device) {
+    return device.mapRect(fluid_area).toAlignedRect();
+}
+
+/// The fluid in @p color with the column at its highest.
+QImage fluidImage(const QTransform& device, const QColor& color) {
+    const QRect pixels = fluidPixels(device);
+    QImage image(pixels.size(), QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setTransform(device * QTransform::fromTranslate(-pixels.x(), -pixels.y()));
+    drawFluid(painter, color, fluid_highest);
+    return image;
 }
 
 }  // namespace
@@ -185,26 +219,52 @@ ThermoMeter::ThermoMeter(QWidget* parent) : AbstractMeter(parent) {
     GAUGES_ASSERT_AS(unit, m_max - m_min != 0, "m_max-m_min != 0");
 }
 
-void ThermoMeter::paintEvent(QPaintEvent*) {
-    {
-        QPainter painter(this);
-        initCoordinateSystem(painter);
-        QColor color = Qt::blue;
-        if (m_nominal <= m_value) {
-            color = QColor(0, 200, 0);
-        }
-        if (m_critical <= m_value) {
-            color = Qt::red;
-            painter.setPen(color);
-        }
-        if (m_valueOffset != 0) {
-            const TextLine text(valueText(), valueTextFont(), painter.device());
-            const int left = -(text.size().width() / 2);
-            text.draw(painter, QPointF(left, m_valueOffset + text.size().height()));
-        }
-        drawFluid(painter, color, (m_value - m_min) / (m_max - m_min));
+void ThermoMeter::paintEvent(QPaintEvent* event) {
+    QPainter painter(this);
+    const QTransform unscaled = painter.transform();
+    initCoordinateSystem(painter);
+    QColor color = Qt::blue;
+    if (m_nominal <= m_value) {
+        color = QColor(0, 200, 0);
     }
-    drawBackground();
+    if (m_critical <= m_value) {
+        color = Qt::red;
+        painter.setPen(color);
+    }
+    if (m_valueOffset != 0 && isAskedFor(below(m_valueOffset), painter, *event)) {
+        const Typesetter& text = setValueText(painter.device());
+        const int left = -(text.size().width() / 2);
+        text.draw(painter, QPointF(left, m_valueOffset + text.size().height()));
+    }
+    if (isAskedFor(fluid_area, painter, *event)) {
+        paintFluid(painter, color, columnHeight((m_value - m_min) / (m_max - m_min)));
+    }
+    painter.setTransform(unscaled);
+    drawBackground(painter);
+}
+
+// A fluid of one colour is always the same but for the column's upper edge: it is drawn once, and its rows are
+// copied from below the edge down. Only the row of pixels that the edge cuts is filled each time.
+void ThermoMeter::paintFluid(QPainter& painter, const QColor& color, int height) {
+    const QTransform device = painter.deviceTransform();
+    const double top = (fluid_bottom - height) * device.m22() + device.dy();
+    const double bulb_top = bulb_area.top() * device.m22() + device.dy();
+    if (!keepsRows(device) || std::floor(top) >= std::floor(bulb_top)) {
+        drawFluid(painter, color, height);
+        return;
+    }
+    if (m_fluid.device != device || m_fluid.color != color) {
+        m_fluid = {device, color, columnBrush(painter, color), fluidImage(device, color)};
+    }
+    const QRect pixels = fluidPixels(device);
+    const int whole_rows = qCeil(top);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(m_fluid.column);
+    painter.drawRect(
+        QRectF(-column_radius, fluid_bottom - height, 2 * column_radius, (whole_rows - top) / device.m22()));
+    painter.setTransform(QTransform::fromTranslate(pixels.x(), pixels.y()) * device.inverted(), true);
+    const QRectF rows(0, whole_rows - pixels.y(), pixels.width(), pixels.bottom() + 1 - whole_rows);
+    painter.drawImage(rows, m_fluid.image, rows);
 }
 
 void ThermoMeter::paintBackground(QPainter& painter) {
@@ -216,8 +276,7 @@ void ThermoMeter::paintBackground(QPainter& painter) {
     }
     painter.setFont(m_digitFont);
     for (int i = 0; i <= interval_count; ++i) {
-        const TextLine text(numberText(m_min + (m_max - m_min) * i / interval_count), painter.font(),
-                            painter.device());
+        const Typesetter& text = setNumber(m_min + (m_max - m_min) * i / interval_count, painter);
         text.draw(painter,
                   QPointF(m_digitOffset, scale_bottom - interval_height * i + text.size().width() / 4.0));
     }

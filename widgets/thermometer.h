@@ -9,6 +9,11 @@
 #ifndef WIDGETS_THERMOMETER_H
 #define WIDGETS_THERMOMETER_H
 
+#include <QBrush>
+#include <QColor>
+#include <QImage>
+#include <QTransform>
+
 #include "widgets/abstractmeter.h"
 
 /// A bar gauge.
@@ -36,6 +41,18 @@ protected:
     ///
     /// @param painter  open, in the widget's coordinates
     void initCoordinateSystem(QPainter& painter);
+
+private:
+    void paintFluid(QPainter& painter, const QColor& color, int height);
+
+    /// The fluid with its column at the highest, and all that it depends on.
+    struct Fluid {
+        QTransform device;  ///< from logical coordinates to pixels
+        QColor color;
+        QBrush column;
+        QImage image;
+    };
+    Fluid m_fluid;
 };
 
 #endif

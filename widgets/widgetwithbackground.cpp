@@ -37,19 +37,38 @@ void WidgetWithBackground::drawBackground() {
         return;
     }
     QPainter painter(this);
+    drawBackground(painter);
+}
+
+void WidgetWithBackground::drawBackground(QPainter& painter) {
+    drawPixels(painter, background(painter));
+}
+
+const QPixmap& WidgetWithBackground::background(const QPainter& painter) {
     const qreal ratio = pixelRatio(painter);
-    if (m_modified || !isBackgroundCurrent(ratio)) {
+    if (size().isEmpty()) {
+        m_pixmap = std::make_unique<QPixmap>();
+    } else if (m_modified || !isBackgroundCurrent(ratio)) {
         m_pixmap = makePixmap(size(), ratio);
         m_modified = true;
         repaintBackground();
         m_painted_size = size();
         m_modified = false;
     }
-    // Pixel by pixel: in logical coordinates the painter would scale the pixmap by the ratio and back, at
-    // many times the cost.
+    return *m_pixmap;
+}
+
+void WidgetWithBackground::drawPixels(QPainter& painter, const QPixmap& pixmap) {
+    // In logical coordinates the painter would scale the pixmap by the ratio and back, at many times the cost.
+    const qreal ratio = pixmap.devicePixelRatio();
+    const QRectF pixels = pixmap.rect();
+    if (ratio == 1) {
+        painter.drawPixmap(pixels, pixmap, pixels);
+        return;
+    }
     painter.scale(1 / ratio, 1 / ratio);
-    const QRectF pixels = m_pixmap->rect();
-    painter.drawPixmap(pixels, *m_pixmap, pixels);
+    painter.drawPixmap(pixels, pixmap, pixels);
+    painter.scale(ratio, ratio);
 }
 
 void WidgetWithBackground::repaintBackground() {

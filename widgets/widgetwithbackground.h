@@ -45,6 +45,23 @@ protected:
     /// @pre called from the widget's paint event
     void drawBackground();
 
+    /// Copies the background as drawBackground() does, with the caller's painter: a painter less to open.
+    ///
+    /// @param painter  newly opened on the widget, its transformation not touched yet
+    void drawBackground(QPainter& painter);
+
+    /// @return the background for the device that @p painter paints on, painted first if it is out of date;
+    ///         null while the widget is empty
+    /// @param painter  newly opened on the widget, its transformation not touched yet
+    const QPixmap& background(const QPainter& painter);
+
+    /// Copies @p pixmap to the widget's upper left corner, pixel by pixel where the painter neither turns nor
+    /// mirrors.
+    ///
+    /// @param painter  newly opened on the widget, its transformation not touched yet
+    /// @param pixmap   of the pixel ratio that background() has for the painter
+    static void drawPixels(QPainter& painter, const QPixmap& pixmap);
+
     /// Paints the still part of the picture.
     ///
     /// @param painter  open on the transparent pixmap, in the widget's coordinates, whatever the device's

@@ -56,6 +56,8 @@ private Q_SLOTS:
     void setColorEmitsNothing();
     void settersRepaintTheHighlight();
     void switchingByEnablingKeepsTheHighlight();
+    void looksAsIfNewAfterEachChange_data();
+    void looksAsIfNewAfterEachChange();
     void isPaleUnlessCheckedAndEnabled_data();
     void isPaleUnlessCheckedAndEnabled();
     void aDisabledGreenLampIsPaleGreen();
@@ -177,6 +179,43 @@ void LedTest::switchingByEnablingKeepsTheHighlight() {
     led.setEnabled(true);
     rendered(led);
     QCOMPARE(led.backgrounds, 1);
+}
+
+void LedTest::looksAsIfNewAfterEachChange_data() {
+    QTest::addColumn<QByteArray>("change");
+    for (const char* change : {"size", "palette", "color", "translucent", "unchecked", "disabled", "ratio"}) {
+        QTest::newRow(change) << QByteArray(change);
+    }
+}
+
+void LedTest::looksAsIfNewAfterEachChange() {
+    QFETCH(QByteArray, change);
+    const auto apply = [&change](Led& led) {
+        QPalette palette;
+        palette.setColor(QPalette::WindowText, Qt::darkMagenta);
+        change == "size"          ? led.resize(31, 44)
+        : change == "palette"     ? led.setPalette(palette)
+        : change == "color"       ? led.setColor(Qt::blue)
+        : change == "translucent" ? led.setColor(QColor(255, 0, 0, 99))
+        : change == "unchecked"   ? led.setChecked(false)
+        : change == "disabled"    ? led.setEnabled(false)
+                                  : void();
+    };
+    const double ratio = change == "ratio" ? 2 : 1;
+    Led led;
+    led.resize(21, 21);
+    for (const bool lit : {true, false, true}) {  // both of its pictures are there
+        led.setEnabled(lit);
+        rendered(led);
+    }
+    const QImage before = rendered(led);
+    apply(led);
+    Led fresh;
+    fresh.resize(21, 21);
+    apply(fresh);
+    const QImage after = rendered(led, ratio);
+    QCOMPARE(after, rendered(fresh, ratio));
+    QVERIFY(after != before);
 }
 
 void LedTest::isPaleUnlessCheckedAndEnabled_data() {

@@ -2,9 +2,11 @@
 
 #include <QApplication>
 #include <QFontMetrics>
+#include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QTranslator>
 #include <QtTest>
 #include <cmath>
@@ -185,6 +187,12 @@ private Q_SLOTS:
     void zeroOffsetHidesTheValue();
     void theValueFollowsTheWidgetsFont();
     void scalesToTheSmallerSide();
+    void aChangeOfTheValueRepaintsWhatShowsIt_data();
+    void aChangeOfTheValueRepaintsWhatShowsIt();
+    void aChangeOfTheValueLeavesTheRest();
+    void paintedInPiecesItIsTheSame();
+    void theValueTextFollowsEachChange_data();
+    void theValueTextFollowsEachChange();
     void aValueKeepsTheBackground();
     void textsAndFontsRepaintTheBackground();
     void isCachedAndSharpAtRatioTwo();
@@ -766,6 +774,122 @@ void ManoMeterTest::scalesToTheSmallerSide() {
     const QImage middle_of_tall = rendered(tall).copy(0, 100, 101, 101);
     QCOMPARE(middle_of_wide, middle_of_tall);
     QVERIFY(isBlack(colorAt(rendered(wide), coordinates(wide), QPointF(0, 0))));
+}
+
+void ManoMeterTest::aChangeOfTheValueRepaintsWhatShowsIt_data() {
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<double>("offset");
+    QTest::newRow("the panel's") << QSize(121, 121) << -100.0;
+    QTest::newRow("large, off the square") << QSize(400, 300) << -100.0;
+    QTest::newRow("text above") << QSize(121, 121) << 90.0;
+    QTest::newRow("no text") << QSize(121, 121) << 0.0;
+    QTest::newRow("text beside the dial") << QSize(200, 400) << -190.0;
+}
+
+void ManoMeterTest::aChangeOfTheValueRepaintsWhatShowsIt() {
+    QFETCH(QSize, size);
+    QFETCH(double, offset);
+    Dial dial;
+    dial.resize(size);
+    dial.setValueOffset(offset);
+    QFont italic = dial.valueFont();
+    italic.setItalic(true);
+    dial.setValueFont(italic);
+    dial.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dial));
+    constexpr double no_number = std::numeric_limits<double>::quiet_NaN();
+    for (const double value : {0.0, 1.0, 40.0, 80.5, 160.0, 219.9, 220.0, 319.0, -1234567.0, 77777.7,
+                               no_number, 12.0, std::numeric_limits<double>::infinity(), 200.0}) {
+        dial.setValue(value);
+        QCoreApplication::processEvents();
+        const QImage shown = dial.screen()->grabWindow(dial.winId()).toImage();
+        dial.repaint();
+        QVERIFY2(shown == dial.screen()->grabWindow(dial.winId()).toImage(), QByteArray::number(value));
+    }
+}
+
+void ManoMeterTest::aChangeOfTheValueLeavesTheRest() {
+    class Watched : public Dial {
+    public:
+        QRegion painted;
+
+    protected:
+        void paintEvent(QPaintEvent* event) override {
+            painted |= event->region();
+            Dial::paintEvent(event);
+        }
+    };
+    Watched dial;
+    dial.resize(121, 121);
+    dial.setValue(100);
+    dial.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dial));
+    QTRY_VERIFY(!dial.painted.isEmpty());
+    for (const double value : {101.0, 160.0, 270.0}) {
+        dial.painted = QRegion();
+        dial.setValue(value);
+        QTRY_VERIFY(!dial.painted.isEmpty());
+        QVERIFY(!dial.painted.intersects(QRect(0, 0, 10, 121)));
+        QVERIFY(!dial.painted.intersects(QRect(110, 110, 11, 11)));
+    }
+}
+
+void ManoMeterTest::paintedInPiecesItIsTheSame() {
+    Dial dial;
+    dial.resize(121, 121);
+    dial.setValue(111);
+    QImage whole(dial.size(), QImage::Format_RGB32);
+    whole.fill(Qt::yellow);
+    QImage pieces = whole;
+    dial.render(&whole, QPoint(), QRegion(), QWidget::RenderFlags());
+    for (int y = 0; y < 121; y += 17) {
+        for (int x = 0; x < 121; x += 13) {
+            const QRect piece(x, y, 13, 17);
+            dial.render(&pieces, piece.topLeft(), piece & dial.rect(), QWidget::RenderFlags());
+        }
+    }
+    QCOMPARE(pieces, whole);
+}
+
+void ManoMeterTest::theValueTextFollowsEachChange_data() {
+    QTest::addColumn<QByteArray>("change");
+    for (const char* change :
+         {"size", "palette", "font", "widget's font", "prefix", "suffix", "ratio", "enabled", "offset"}) {
+        QTest::newRow(change) << QByteArray(change);
+    }
+}
+
+void ManoMeterTest::theValueTextFollowsEachChange() {
+    QFETCH(QByteArray, change);
+    const auto apply = [&change](Dial& dial) {
+        QFont font(QStringLiteral("Bitstream Charter"), 22);
+        QPalette palette;
+        palette.setColor(QPalette::WindowText, Qt::darkMagenta);
+        palette.setColor(QPalette::Disabled, QPalette::WindowText, Qt::darkCyan);
+        change == "size"            ? dial.resize(222, 200)
+        : change == "palette"       ? dial.setPalette(palette)
+        : change == "font"          ? dial.setValueFont(font)
+        : change == "widget's font" ? dial.setFont(font)
+        : change == "prefix"        ? dial.setPrefix(QStringLiteral("n "))
+        : change == "suffix"        ? dial.setSuffix(QStringLiteral(" [V]"))
+        : change == "enabled"       ? dial.setEnabled(false)
+        : change == "offset"        ? dial.setValueOffset(-80)
+                                    : void();
+    };
+    const double ratio = change == "ratio" ? 2 : 1;
+    Dial dial;
+    for (int value = 0; value < 200; value += 3) {
+        dial.setValue(value);
+        rendered(dial);
+    }
+    const QImage before = rendered(dial);
+    apply(dial);
+    Dial fresh;
+    fresh.setValue(198);
+    apply(fresh);
+    const QImage after = rendered(dial, ratio);
+    QCOMPARE(after, rendered(fresh, ratio));
+    QVERIFY(after != before);
 }
 
 void ManoMeterTest::aValueKeepsTheBackground() {

@@ -132,6 +132,9 @@ private Q_SLOTS:
     void isRedFromCriticalOnBelowNominalToo();
     void theFluidIsShadedToBothSides_data();
     void theFluidIsShadedToBothSides();
+    void looksAsIfNewAfterEachChange_data();
+    void looksAsIfNewAfterEachChange();
+    void paintedInPiecesItIsTheSame();
     void drawsTheGlass();
     void theGlassIsOneOutlineUnderTheTicks_data();
     void theGlassIsOneOutlineUnderTheTicks();
@@ -303,6 +306,63 @@ void ThermoMeterTest::theFluidIsShadedToBothSides() {
     QVERIFY(difference(rendered(meter, ratio), fluid(meter, QColor(0, 200, 0), 122, ratio)) <= 3);
     meter.setValue(80);
     QVERIFY(difference(rendered(meter, ratio), fluid(meter, QColor(255, 0, 0), 234, ratio)) <= 3);
+}
+
+void ThermoMeterTest::looksAsIfNewAfterEachChange_data() {
+    QTest::addColumn<QByteArray>("change");
+    for (const char* change :
+         {"size", "width", "palette", "font", "nominal", "critical", "ratio", "fine ratio"}) {
+        QTest::newRow(change) << QByteArray(change);
+    }
+}
+
+void ThermoMeterTest::looksAsIfNewAfterEachChange() {
+    QFETCH(QByteArray, change);
+    const auto apply = [&change](ThermoMeter& meter) {
+        QPalette palette;
+        palette.setColor(QPalette::WindowText, Qt::darkMagenta);
+        change == "size"       ? meter.resize(50, 177)
+        : change == "width"    ? meter.resize(47, 131)
+        : change == "palette"  ? meter.setPalette(palette)
+        : change == "font"     ? meter.setValueFont(QFont(QStringLiteral("Bitstream Charter"), 22))
+        : change == "nominal"  ? meter.setNominal(3)
+        : change == "critical" ? meter.setCritical(4)
+                               : void();
+    };
+    const double ratio = change == "ratio" ? 2 : change == "fine ratio" ? 1.25 : 1;
+    ThermoMeter meter;
+    meter.resize(40, 131);
+    meter.setValue(12.5);
+    const QImage before = rendered(meter);
+    QCOMPARE(rendered(meter), before);
+    apply(meter);
+    ThermoMeter fresh;
+    fresh.resize(40, 131);
+    fresh.setValue(12.5);
+    apply(fresh);
+    const QImage after = rendered(meter, ratio);
+    QCOMPARE(after, rendered(fresh, ratio));
+    QVERIFY(after != before);
+}
+
+void ThermoMeterTest::paintedInPiecesItIsTheSame() {
+    for (const double offset : {270.0, 100.0, -5.0}) {
+        ThermoMeter meter;
+        meter.resize(40, 131);
+        meter.setValueOffset(offset);
+        meter.setValue(33);
+        QImage whole(meter.size(), QImage::Format_RGB32);
+        whole.fill(Qt::yellow);
+        QImage pieces = whole;
+        meter.render(&whole, QPoint(), QRegion(), QWidget::RenderFlags());
+        for (int y = 0; y < 131; y += 11) {
+            for (int x = 0; x < 40; x += 3) {
+                const QRect piece(x, y, 3, 11);
+                meter.render(&pieces, piece.topLeft(), piece & meter.rect(), QWidget::RenderFlags());
+            }
+        }
+        QCOMPARE(pieces, whole);
+    }
 }
 
 void ThermoMeterTest::drawsTheGlass() {
