@@ -148,6 +148,7 @@ private:
 
     void LuoYhteydet();
     void NimeaMittarit();
+    void KevennaPiirtoa();
     void TallennaPaikka(const QMouseEvent* event);
     bool OnOhjauslevylla() const;
     void Ohjaa(int SuuntaLuku);

@@ -183,6 +183,8 @@ private Q_SLOTS:
     void emptyReadPutsTheReceiveLampOut();
     void otherDisplaysAreLeftAlone();
     void sendLampChangesWithEachFrame();
+    void eachReportShowsAllThatARepaintShows();
+    void unchangedNumbersAreNotPaintedAgain();
 
     // Port state
     void statusTextsAreAppended();
@@ -773,6 +775,47 @@ void DialogTest::crossShowsThroughThePad() {
     release(QPoint(220, 80));
     QVERIFY(cross_stands_at(QPoint(220, 80)));
     QVERIFY(!cross_stands_at(QPoint(200, 60)));
+}
+
+// With all panes shown, and the cross over a label and a lamp: what lies under them is painted with them.
+void DialogTest::eachReportShowsAllThatARepaintShows() {
+    show();
+    get<QCheckBox>("Ohj2Check")->setChecked(true);
+    get<QCheckBox>("Navigointi_Check")->setChecked(true);
+    QCoreApplication::processEvents();
+    const auto screen = [this] { return dialog_->screen()->grabWindow(dialog_->winId()).toImage(); };
+    const auto* const lamp = get<QWidget>("ReceiveLed");
+    for (const QPoint& at : {lamp->mapTo(dialog_.get(), QPoint(3, 3)),
+                             get<QWidget>("Nopeus_MSB")->mapTo(dialog_.get(), QPoint(5, 8))}) {
+        press(at);
+        release(at);
+        for (int i = 0; i < 40; ++i) {
+            const auto byte = [i](int step) { return (i / 2) * step % 256; };
+            report({byte(31), byte(97), byte(3), byte(41), byte(0), byte(53), 0, byte(7), byte(11), byte(13),
+                    byte(17), byte(19)},
+                   i % 5);
+            dialog_->VilkutaLed();
+            QCoreApplication::processEvents();
+            const QImage shown = screen();
+            dialog_->repaint();
+            QVERIFY2(shown == screen(), QByteArray::number(i));
+        }
+    }
+}
+
+void DialogTest::unchangedNumbersAreNotPaintedAgain() {
+    show();
+    get<QCheckBox>("Ohj2Check")->setChecked(true);
+    QCoreApplication::processEvents();
+    report({0x7F, 1, 2, 3, 4, 5, 0, 6}, 13);
+    QCoreApplication::processEvents();
+    PaintCounter same(get<QLabel>("Jannite_MSB"));
+    PaintCounter dial(get<QWidget>("Nopeus_manometer"));
+    PaintCounter changed(get<QLabel>("Virta_MSB"));
+    report({0x7F, 1, 2, 3, 4, 77, 0, 6}, 13);
+    QTRY_COMPARE(changed.count, 1);
+    QCOMPARE(same.count, 0);
+    QCOMPARE(dial.count, 0);
 }
 
 void DialogTest::crossFollowsThePositionOnTheScreen() {
