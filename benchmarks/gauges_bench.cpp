@@ -38,9 +38,21 @@ void makeWindow(QWidget& widget) {
     widget.winId();
 }
 
-/// Paints @p widget, and only it, as a repaint of its window does.
-void paint(QWidget& widget, QImage& screen) {
-    widget.render(&screen, QPoint(), QRegion(), QWidget::RenderFlags());
+/// Paints @p area of @p widget, and only of it, as a repaint of its window does.
+void paint(QWidget& widget, const QRect& area, QImage& screen) {
+    widget.render(&screen, area.topLeft(), area, QWidget::RenderFlags());
+}
+
+/// Changes the value of @p meter and paints what shows it, before and after, or all of it with its background
+/// drawn anew.
+template <typename Meter>
+void change(Meter& meter, double value, bool redraw, QImage& screen) {
+    const QRect before = meter.valueArea();
+    meter.setValue(value);
+    if (redraw) {
+        meter.updateWithBackground();
+    }
+    paint(meter, redraw ? meter.rect() : before | meter.valueArea(), screen);
 }
 
 /// The panel's speed dial.
@@ -54,6 +66,7 @@ public:
         setSuffix(QStringLiteral(" [rpm]"));
     }
     using ManoMeter::updateWithBackground;
+    using ManoMeter::valueArea;
 };
 
 void runDial(int count, qreal ratio, bool redraw) {
@@ -61,11 +74,7 @@ void runDial(int count, qreal ratio, bool redraw) {
     makeWindow(dial);
     QImage screen = makeScreen(dial_size, ratio);
     for (int i = 0; i < count; ++i) {
-        dial.setValue(i * 7 % 2500);
-        if (redraw) {
-            dial.updateWithBackground();
-        }
-        paint(dial, screen);
+        change(dial, i * 7 % 2500, redraw, screen);
     }
 }
 
@@ -74,6 +83,7 @@ class Battery : public ThermoMeter {
 public:
     Battery() { resize(thermometer_size); }
     using ThermoMeter::updateWithBackground;
+    using ThermoMeter::valueArea;
 };
 
 void runThermometer(int count, qreal ratio, bool redraw) {
@@ -81,11 +91,7 @@ void runThermometer(int count, qreal ratio, bool redraw) {
     makeWindow(battery);
     QImage screen = makeScreen(thermometer_size, ratio);
     for (int i = 0; i < count; ++i) {
-        battery.setValue(i * 7 % 800 / 10.0);
-        if (redraw) {
-            battery.updateWithBackground();
-        }
-        paint(battery, screen);
+        change(battery, i * 7 % 800 / 10.0, redraw, screen);
     }
 }
 
@@ -98,7 +104,7 @@ void runLamp(int count) {
     QImage screen = makeScreen(lamp_size, 1);
     for (int i = 0; i < count; ++i) {
         lamp.setEnabled(i % 2 == 0);
-        paint(lamp, screen);
+        paint(lamp, lamp.rect(), screen);
     }
 }
 
