@@ -121,6 +121,8 @@ foreach(component doc panel)
                               ${pages} ${${component}_guides})
     install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${key}_PACKAGE_NAME}/html
             COMPONENT ${component})
+    install(FILES debian/guides.${component} RENAME ${CPACK_DEBIAN_${key}_PACKAGE_NAME}.guides
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc-base COMPONENT ${component})
 endforeach()
 
 # The examples that are no tools show the library's use.

@@ -307,8 +307,8 @@ private:
         std::uint32_t entry = 0;   ///< position in its entries
     };
 
-    Entry* find_entry(std::uint16_t index, std::uint8_t subindex);
-    void index_names();
+    NODEVIK_LOCAL Entry* find_entry(std::uint16_t index, std::uint8_t subindex);
+    NODEVIK_LOCAL void index_names();
 
     std::string file_;
     bool is_dcf_ = false;

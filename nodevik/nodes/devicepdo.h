@@ -85,8 +85,8 @@ struct NODEVIK_EXPORT DescribedPdo {
 private:
     enum class Variable : std::uint8_t { signed_integer, unsigned_integer, any_integer, real };
 
-    std::string map_variable(PDO& pdo, std::string_view name, void* variable, std::size_t size,
-                             Variable kind) const;
+    NODEVIK_LOCAL std::string map_variable(PDO& pdo, std::string_view name, void* variable, std::size_t size,
+                                           Variable kind) const;
 };
 
 /// The PDOs that a node has after power-on, or that its DCF wants: by direction, receive first, and number.
@@ -121,8 +121,9 @@ public:
     std::string names(unsigned int id, unsigned int length, const unsigned char* data) const;
 
 private:
-    std::string pdo_names(const DescribedPdo& pdo, unsigned int length, const unsigned char* data) const;
-    std::string sdo_names(unsigned int id, const unsigned char* data) const;
+    NODEVIK_LOCAL std::string pdo_names(const DescribedPdo& pdo, unsigned int length,
+                                        const unsigned char* data) const;
+    NODEVIK_LOCAL std::string sdo_names(unsigned int id, const unsigned char* data) const;
 
     std::array<const DeviceDescription*, 128> nodes_ = {};
     std::map<unsigned int, DescribedPdo>

@@ -163,9 +163,9 @@ public:
     void frame_passed(const ObservedFrame& frame) override;
 
 private:
-    class Job;
+    class NODEVIK_LOCAL Job;
 
-    void finish(unsigned int node);
+    NODEVIK_LOCAL void finish(unsigned int node);
 
     ObservedDriver* driver_;
     SdoClient* sdo_;

@@ -209,15 +209,15 @@ private:
         bool toggle = false;                  // of the next answer
     };
 
-    void begin(unsigned int number, const Watch& watch);
-    void note_state(unsigned int number, const ObservedFrame& frame);
-    void note_boot_up(unsigned int number, std::uint64_t now_ns);
-    void note_emergency(unsigned int number, const ObservedFrame& frame);
-    static bool check_toggle(Watch& watch, bool toggle);
-    void alive(unsigned int number);
-    void lose(unsigned int number);
-    void enter(unsigned int number, NodeState state);
-    void ask(unsigned int number, std::uint64_t now_ns);
+    NODEVIK_LOCAL void begin(unsigned int number, const Watch& watch);
+    NODEVIK_LOCAL void note_state(unsigned int number, const ObservedFrame& frame);
+    NODEVIK_LOCAL void note_boot_up(unsigned int number, std::uint64_t now_ns);
+    NODEVIK_LOCAL void note_emergency(unsigned int number, const ObservedFrame& frame);
+    NODEVIK_LOCAL static bool check_toggle(Watch& watch, bool toggle);
+    NODEVIK_LOCAL void alive(unsigned int number);
+    NODEVIK_LOCAL void lose(unsigned int number);
+    NODEVIK_LOCAL void enter(unsigned int number, NodeState state);
+    NODEVIK_LOCAL void ask(unsigned int number, std::uint64_t now_ns);
 
     ObservedDriver* driver;
     NodeListener* listener = nullptr;

@@ -286,50 +286,52 @@ public:
 
 private:
     struct Course;
-    struct Transfer;
+    struct NODEVIK_LOCAL Transfer;
     enum class Answer : unsigned char;
 
-    Transfer* begin(const SdoObject& object, SdoCallback& callback, SdoOptions& options);
-    void begin_read(Transfer& t);
-    void begin_write(Transfer& t);
-    SdoResult wait(const SdoObject& object, int started, const SdoResult& result, const bool& ended);
+    NODEVIK_LOCAL Transfer* begin(const SdoObject& object, SdoCallback& callback, SdoOptions& options);
+    NODEVIK_LOCAL void begin_read(Transfer& t);
+    NODEVIK_LOCAL void begin_write(Transfer& t);
+    NODEVIK_LOCAL SdoResult wait(const SdoObject& object, int started, const SdoResult& result,
+                                 const bool& ended);
 
-    void send_initiate(Transfer& t);
-    void request_segment(Transfer& t);
-    void send_segment(Transfer& t);
-    void begin_block(Transfer& t, unsigned int size);
-    void send_block_segments(Transfer& t);
-    void confirm_segments(Transfer& t);
-    void send(Transfer& t, const std::array<unsigned char, 8>& frame);
-    bool write(const Transfer& t, std::array<unsigned char, 8>& frame);
+    NODEVIK_LOCAL void send_initiate(Transfer& t);
+    NODEVIK_LOCAL void request_segment(Transfer& t);
+    NODEVIK_LOCAL void send_segment(Transfer& t);
+    NODEVIK_LOCAL void begin_block(Transfer& t, unsigned int size);
+    NODEVIK_LOCAL void send_block_segments(Transfer& t);
+    NODEVIK_LOCAL void confirm_segments(Transfer& t);
+    NODEVIK_LOCAL void send(Transfer& t, const std::array<unsigned char, 8>& frame);
+    NODEVIK_LOCAL bool write(const Transfer& t, std::array<unsigned char, 8>& frame);
 
-    void take(Transfer& t, const unsigned char* frame);
-    Answer judge_initiate(const Transfer& t, const unsigned char* frame) const;
-    Answer judge_segment(const Transfer& t, const unsigned char* frame, unsigned char specifier) const;
-    Answer judge_wrong(const Transfer& t, const unsigned char* frame) const;
-    bool accept(Transfer& t, const unsigned char* frame, Answer answer);
-    void reject(Transfer& t, const unsigned char* frame, Answer answer);
-    void take_abort(Transfer& t, const unsigned char* frame);
-    void take_upload_answer(Transfer& t, const unsigned char* frame);
-    void take_upload_segment(Transfer& t, const unsigned char* frame);
-    void take_download_answer(Transfer& t);
-    void take_download_confirmation(Transfer& t);
-    void take_block_upload_answer(Transfer& t, const unsigned char* frame);
-    void take_block_segment(Transfer& t, const unsigned char* frame);
-    void take_block_upload_end(Transfer& t, const unsigned char* frame);
-    void take_block_download_answer(Transfer& t, const unsigned char* frame);
-    void take_block_confirmation(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL Answer judge_initiate(const Transfer& t, const unsigned char* frame) const;
+    NODEVIK_LOCAL Answer judge_segment(const Transfer& t, const unsigned char* frame,
+                                       unsigned char specifier) const;
+    NODEVIK_LOCAL Answer judge_wrong(const Transfer& t, const unsigned char* frame) const;
+    NODEVIK_LOCAL bool accept(Transfer& t, const unsigned char* frame, Answer answer);
+    NODEVIK_LOCAL void reject(Transfer& t, const unsigned char* frame, Answer answer);
+    NODEVIK_LOCAL void take_abort(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_upload_answer(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_upload_segment(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_download_answer(Transfer& t);
+    NODEVIK_LOCAL void take_download_confirmation(Transfer& t);
+    NODEVIK_LOCAL void take_block_upload_answer(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_block_segment(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_block_upload_end(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_block_download_answer(Transfer& t, const unsigned char* frame);
+    NODEVIK_LOCAL void take_block_confirmation(Transfer& t, const unsigned char* frame);
 
-    bool expect(Transfer& t, std::uint64_t size);
-    bool deliver(Transfer& t, const unsigned char* bytes, std::size_t count);
-    bool report_progress(Transfer& t);
-    bool tell_progress(Transfer& t);
-    bool ask_by_segments(Transfer& t);
-    void abort(Transfer& t, SdoOutcome outcome, std::uint32_t code);
+    NODEVIK_LOCAL bool expect(Transfer& t, std::uint64_t size);
+    NODEVIK_LOCAL bool deliver(Transfer& t, const unsigned char* bytes, std::size_t count);
+    NODEVIK_LOCAL bool report_progress(Transfer& t);
+    NODEVIK_LOCAL bool tell_progress(Transfer& t);
+    NODEVIK_LOCAL bool ask_by_segments(Transfer& t);
+    NODEVIK_LOCAL void abort(Transfer& t, SdoOutcome outcome, std::uint32_t code);
     void refuse(Transfer& t, std::uint32_t code) { abort(t, SdoOutcome::aborted_by_client, code); }
-    void finish(Transfer& t, SdoOutcome outcome, std::uint32_t code);
-    void look_after(Transfer& t);
-    void time_out(Transfer& t);
+    NODEVIK_LOCAL void finish(Transfer& t, SdoOutcome outcome, std::uint32_t code);
+    NODEVIK_LOCAL void look_after(Transfer& t);
+    NODEVIK_LOCAL void time_out(Transfer& t);
 
     ObservedDriver* driver;
     std::unique_ptr<Transfer[]> transfers;  // by node number

@@ -46,9 +46,8 @@ PRELUDE = """#include <cstdlib>
 inline unsigned port_of(const char* name) { return static_cast<unsigned>(std::atoi(std::getenv(name))); }
 """
 WITH_PORTS = """MASTER_PORT=$1 NODE_PORT=$2; export MASTER_PORT NODE_PORT; shift 2
-"$@"; echo "ports $MASTER_PORT $NODE_PORT"
+"$@"; status=$?; echo "ports $MASTER_PORT $NODE_PORT"; exit $status
 """
-
 
 KEYS = {"ESC": 1, "F1": 59, "F2": 60, "F3": 61, "UP": 103, "DOWN": 108}  # linux/input-event-codes.h
 INPUT_EVENT = struct.Struct("llHHi")

@@ -63,7 +63,8 @@ class Abi(unittest.TestCase):
         dump = self.dump("changed", header, source)
         for version in ("1.2.3", "1.2.4", "1.3.0"):
             self.assertEqual(self.compare(version, dump),
-                             ("what programs of version 1.2.3 use has gone or changed: version 2.0.0 is due", 1))
+                             ("abi-compare: what programs of version 1.2.3 use has gone or changed: "
+                              "version 2.0.0 is due", 1))
         self.assertEqual(self.compare("2.0.0", dump), ("version 2.0.0 is not bound to the interface of 1.2.3", 0))
 
     def test_the_same_may_be_any_version(self):
@@ -79,7 +80,7 @@ class Abi(unittest.TestCase):
     def test_an_addition_needs_a_minor_version(self):
         dump = self.dump("added", HEADER + "SHOWN int weigh();\n", SOURCE + "int weigh() { return 1; }\n")
         self.assertEqual(self.compare("1.2.4", dump),
-                         ("there is more than in version 1.2.3: version 1.3.0 is due", 1))
+                         ("abi-compare: there is more than in version 1.2.3: version 1.3.0 is due", 1))
         self.assertEqual(self.compare("1.3.0", dump), ("version 1.3.0 keeps the interface of 1.2.3", 0))
 
     def test_a_function_that_goes_needs_a_major_version(self):

@@ -1,6 +1,7 @@
 """A shared library shows what its installed headers declare for its users, all of it and nothing else.
 
-LIBRARY names the shared library, HEADERS its installed headers, separated by colons.
+LIBRARY names the shared library, HEADERS its installed headers, separated by colons, and BASE_HEADERS those of the
+libraries that it builds on: what is inline there may be exported once more.
 """
 
 import os
@@ -35,6 +36,9 @@ class Header:
                 shown = not end.startswith("private")
             elif end == ";":
                 self.note(scope, head, shown)
+            elif head.count("(") > head.count(")"):  # a default argument
+                self.skip_braces()
+                self.rest = head + self.rest
             elif (opened := CLASS_HEAD.match(head)) and "(" not in head:
                 inner = scope + opened.group(1)
                 self.classes.add(inner)
@@ -63,6 +67,8 @@ class Header:
     def note(self, scope, head, shown):
         """Takes the name that a declaration introduces, unless nobody has to link against it."""
         head = re.sub(r"\[\[.*?\]\]|\b(?:NODEVIK_EXPORT|NODEVIK_LOCAL|virtual|explicit)\b", "", head).strip()
+        while head != (head := re.sub(r"<[^<>]*>", "", head)):  # arguments of templates
+            pass
         is_data = not self.is_function(head)
         if (NOT_LINKED_AGAINST.match(head) and not is_data) or re.search(r"= ?(?:0|delete|default)$", head):
             return
@@ -73,10 +79,10 @@ class Header:
             name = name.group(1)
         else:
             words = head.partition("=")[0].strip()
-            if not re.match(r"(?:static|extern|inline static) ", words) or "constexpr " in words:
+            if not re.match(r"(?:static|extern|inline static) ", words):
                 return
             name = re.search(r"(\w+)\s*(?:\[.*\])?$", words).group(1)
-            if "inline " in words:
+            if "inline " in words or "constexpr " in words:
                 self.inline.add(scope + name)
                 return
         (self.shown if shown else self.private).add(scope + name.replace(" ", ""))
@@ -89,6 +95,10 @@ def exported():
     return [line.split(maxsplit=2)[2] for line in lines]
 
 
+def headers(variable):
+    return [path for path in os.environ[variable].split(":") if path]
+
+
 def plain(symbol):
     return re.sub(r"\[abi:\w+\]", "", FOR_A_CLASS.sub("", symbol).partition("(")[0])
 
@@ -97,13 +107,14 @@ class Exports(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.classes, cls.shown, cls.private, cls.inline = set(), set(), set(), set()
-        for path in os.environ["HEADERS"].split(":"):
+        for path in headers("HEADERS") + headers("BASE_HEADERS"):
             with open(path, encoding="utf-8") as file:
                 header = Header(file.read())
             cls.classes |= header.classes
-            cls.shown |= header.shown
-            cls.private |= header.private
             cls.inline |= header.inline
+            if path in headers("HEADERS"):
+                cls.shown |= header.shown
+                cls.private |= header.private
         cls.symbols = exported()
 
     def test_the_headers_are_understood(self):
@@ -150,7 +161,9 @@ class Reading(unittest.TestCase):
             int values[2]{};
         protected:
             void inherited(int a = sizeof(int));
+            void listed(std::vector<int> values = {}, int more = 1);
             std::function<void()> hook{};
+            std::function<void(int)> other;
         private:
             void hidden();
             static constexpr int limit = f(2);
@@ -161,9 +174,9 @@ class Reading(unittest.TestCase):
         header = Header(self.TEXT)
         self.assertEqual(header.classes, {"Plain", "Thing"})
         self.assertEqual(header.shown, {"counter", "ends", "room::inside", "Thing::Thing", "Thing::~Thing",
-                                        "Thing::operator=", "Thing::shared", "Thing::inherited"})
+                                        "Thing::operator=", "Thing::shared", "Thing::inherited", "Thing::listed"})
         self.assertEqual(header.private, {"Thing::hidden"})
-        self.assertEqual(header.inline, {"Thing::common"})
+        self.assertEqual(header.inline, {"Thing::common", "Thing::limit"})
 
 
 if __name__ == "__main__":
