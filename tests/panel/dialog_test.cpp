@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
@@ -220,6 +221,7 @@ private Q_SLOTS:
     void closeWithoutAnOpenPortIsHarmless();
     void setPointsBeforeTheFirstOpenArriveWithTheTimer();
     void statusViewKeepsItsLastThousandLines();
+    void textsFitIntoTheirPlaces();
     void panelIsLightOnADarkDesktop();
     void panelStaysLightWhenTheDesktopTurnsDark();
     void destructionWhileDrivingBringsTheVehicleToRest();
@@ -1285,6 +1287,29 @@ void DialogTest::statusViewKeepsItsLastThousandLines() {
     const QStringList lines = status().split(QLatin1Char('\n'));
     for (int i = 0; i < lines.size(); i++) {
         QCOMPARE(lines[i].toInt(), written - static_cast<int>(lines.size()) + 1 + i);
+    }
+}
+
+// Run once more by itself at other scales of the screen. The headings are higher than their labels, of which the
+// rest is empty: two pixels of a descender are all that they may lack.
+void DialogTest::textsFitIntoTheirPlaces() {
+    show();
+    for (int i = 0; i < 2; i++) {
+        dialog_->VastaanotaArvot(255, 255, 255, 255, 255, 255, 255, 255, 0, 0, 0, 128, 0, 100);
+    }
+    constexpr int missing = 2;
+    for (const QLabel* const label : dialog_->findChildren<QLabel*>()) {
+        const QFontMetrics metrics(label->font(), label);
+        const QRect ink = metrics.tightBoundingRect(label->text());
+        const int baseline = (label->height() - metrics.height()) / 2 + metrics.ascent();
+        const bool fits = metrics.horizontalAdvance(label->text()) <= label->width() &&
+                          baseline + ink.top() >= -missing &&
+                          baseline + ink.bottom() < label->height() + missing;
+        QVERIFY2(fits, qPrintable(label->objectName() + QLatin1Char(' ') + label->text()));
+    }
+    for (const QAbstractButton* const button : dialog_->findChildren<QAbstractButton*>()) {
+        const QSize hint = button->sizeHint();
+        QVERIFY2(hint.width() <= button->width(), qPrintable(button->text()));
     }
 }
 
