@@ -163,6 +163,10 @@ public:
     /// @param d      the variable; it need not be aligned
     void mapbitref(unsigned int cobid, unsigned int pos, unsigned int size, void* d);
 
+    /// @}
+    /// @name Variable mapping to whole bytes by the variable's type
+    /// @{
+
     /// Maps a variable to whole bytes by its own type, as the forms of PDO do.
     /// @param cobid  COB-ID, 0x181 to 0x3FF
     /// @param pos    first byte, 0 to 7
@@ -190,6 +194,10 @@ public:
     }
     void mapcopy(unsigned int cobid, unsigned int pos, int* v) { mapref(cobid, pos, PDO::int4, v); }
     void mapcopy(unsigned int cobid, unsigned int pos, unsigned int* v) { mapref(cobid, pos, PDO::uint4, v); }
+
+    /// @}
+    /// @name Variable mapping to one bit by the variable's type
+    /// @{
 
     /// Maps a variable to one bit by its own type, as the forms of PDO do.
     /// @param cobid  COB-ID, 0x181 to 0x3FF

@@ -95,8 +95,8 @@ public:
 
 protected:
     FrameObserver() = default;
-    FrameObserver(const FrameObserver&) = default;
-    FrameObserver& operator=(const FrameObserver&) = default;
+    FrameObserver(const FrameObserver&) = default;             ///< there is nothing to copy
+    FrameObserver& operator=(const FrameObserver&) = default;  ///< there is nothing to copy
     ~FrameObserver() = default;
 };
 
