@@ -15,7 +15,9 @@ Document::Document(std::string text) : text_(std::move(text)) {
     }
     lines_.reserve(static_cast<std::size_t>(std::count(rest.begin(), rest.end(), '\n')) + 1);
     for (unsigned int number = 1; !rest.empty(); ++number) {
-        const std::size_t length = std::min(rest.find_first_of("\r\n"), rest.size());
+        const auto* end =
+            std::find_if(rest.begin(), rest.end(), [](char c) { return c == '\n' || c == '\r'; });
+        const auto length = static_cast<std::size_t>(end - rest.begin());
         const std::string_view line = rest.substr(0, length);
         rest.remove_prefix(length);
         const bool crlf = rest.substr(0, 2) == "\r\n";

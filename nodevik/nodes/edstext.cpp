@@ -116,6 +116,9 @@ std::size_t find_word(std::string_view text, std::string_view word) {
 }
 
 bool is_key(std::string_view key, std::string_view word) {
+    if (key.empty() || lower(key.front()) != word.front()) {
+        return false;  // nearly always, and so first
+    }
     if (key.size() == word.size()) {
         return same_word(key, word);
     }

@@ -50,9 +50,18 @@ constexpr std::array rows = {
     Row{ObjectDataType::domain, Kind::octets, 0, "DOMAIN", "domain"},
 };
 
+/// Where the row of each data type stands; 0, the row of none, for numbers that are no type.
+constexpr auto places = [] {
+    std::array<std::uint8_t, static_cast<std::size_t>(ObjectDataType::unsigned64) + 1> result = {};
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        result[static_cast<std::size_t>(rows[i].type)] = static_cast<std::uint8_t>(i);
+    }
+    return result;
+}();
+
 const Row& row_of(ObjectDataType type) {
-    const auto* row = std::find_if(rows.begin(), rows.end(), [&](const Row& r) { return r.type == type; });
-    return row == rows.end() ? rows.front() : *row;
+    const auto number = static_cast<std::size_t>(type);
+    return rows[number < places.size() ? places[number] : 0];
 }
 
 ObjectParse refused(std::string reason) {
