@@ -202,9 +202,9 @@ void compare_kinds() {
         };
         return seconds_of([&] {
             if (is_read) {
-                client.sdo.start_read({1, 0x2001, 0}, data.data(), data.size(), ended, options);
+                client.sdo.start_read({1, 0x2006, 0}, data.data(), data.size(), ended, options);
             } else {
-                client.sdo.start_write({1, 0x2001, 0}, data.data(), data.size(), ended, options);
+                client.sdo.start_write({1, 0x2006, 0}, data.data(), data.size(), ended, options);
             }
             client.finish();
         });

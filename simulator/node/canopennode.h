@@ -82,7 +82,8 @@ struct SentFrame {
 /// | 1017h       | r/w    | producer heartbeat time (ms)                                               |
 /// | 1018h       | r      | identity: vendor, product, revision, serial number                         |
 /// | 1020h       | r/w    | date and time of the configuration                                         |
-/// | 2000h, 2001h| r/w    | a text of up to 10,000 bytes and a domain of up to 1,000,000                |
+/// | 2000h, 2001h| r/w    | a text and bytes, of up to 10,000 each                                     |
+/// | 2006h       | r/w    | a domain of up to 1,000,000 bytes                                          |
 /// | 2002h       | r/w    | subindices 1 to 8: numbers of 1 to 8 bytes                                 |
 /// | 2003h       | w      | a number that can only be written (4 bytes)                                |
 /// | 2004h       | r/w    | a number from 10 to 100 (1 byte)                                           |
