@@ -123,7 +123,8 @@ std::uint64_t NodeWatch::next_deadline(std::uint64_t now_ns) const {
 }
 
 void NodeWatch::frame_passed(const ObservedFrame& frame) {
-    if (frame.direction != ObservedFrame::Direction::received || frame.extended || frame.remote) {
+    if (frame.direction != ObservedFrame::Direction::received || frame.extended || frame.remote ||
+        frame.error) {
         return;
     }
     const unsigned int number = frame.identifier & highest_node;
@@ -183,7 +184,7 @@ void NodeWatch::note_state(unsigned int number, const ObservedFrame& frame) {
     }
     const std::uint64_t now_ns = frame.monotonic_time_ns();
     NodeStatus& status = nodes[number];
-    if (state != static_cast<unsigned int>(status.state) && !is_state(state)) {
+    if (state == 0 || (state != static_cast<unsigned int>(status.state) && !is_state(state))) {
         // No news; but a node that says something strange in time is not silent.
         ++ignored_frames.unknown_states;
         if (is_watched && watch.factor == 0 && watch.deadline != no_deadline) {

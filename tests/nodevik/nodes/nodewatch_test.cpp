@@ -450,6 +450,27 @@ TEST_F(Watching, ExtendedFramesAndRemoteRequestsTellNothing) {
     EXPECT_EQ(watch.ignored().wrong_length, 0U);
 }
 
+// Its identifier is a set of error classes: 0x88, a protocol violation, would be an emergency of node 8.
+TEST_F(Watching, ErrorFramesOfTheControllerTellNothing) {
+    const std::array<unsigned char, 8> details{0, 0, 0x04, 0x0A, 0, 0, 0, 0};
+    ObservedFrame frame(ObservedFrame::Direction::received, 0x088, 8, details.data());
+    frame.error = true;
+    watch.frame_passed(frame);
+    frame.identifier = 0x188;
+    watch.frame_passed(frame);
+    EXPECT_TRUE(diary.lines.empty());
+    EXPECT_EQ(watch.node(8).emergencies, 0U);
+    EXPECT_EQ(watch.node(8).tpdos[0], 0U);
+    EXPECT_EQ(watch.node(8).heard_ns, 0U);
+}
+
+TEST_F(Watching, AToggleBitWithoutAStateIsAnUnknownState) {
+    hear(1, 0x706, {0x00});
+    hear(2, 0x706, {0x80});
+    EXPECT_EQ(watch.ignored().unknown_states, 1U);
+    EXPECT_EQ(watch.node(6).heard_ns, 1 * ms);
+}
+
 TEST_F(Watching, AWatchWithoutAListenerKeepsItsTable) {
     watch.set_listener(nullptr);
     watch.expect_heartbeat(5, 100);
