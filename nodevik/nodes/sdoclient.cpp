@@ -219,7 +219,8 @@ bool SdoClient::refuses_blocks(unsigned int node) const {
 
 void SdoClient::frame_passed(const ObservedFrame& frame) {
     constexpr unsigned int error_control_id = 0x700;
-    if (frame.direction != ObservedFrame::Direction::received || frame.extended || frame.remote) {
+    if (frame.direction != ObservedFrame::Direction::received || frame.extended || frame.remote ||
+        frame.error) {
         return;
     }
     Transfer& t = transfers[frame.identifier & highest_node];
@@ -231,7 +232,7 @@ void SdoClient::frame_passed(const ObservedFrame& frame) {
         return;
     }
     if (t.state == Transfer::State::idle) {
-        ++dropped_frames.unexpected;
+        dropped_frames.unexpected += frame.identifier != id ? 1 : 0;  // a node 0 cannot be
     } else if (frame.length != sdo::frame_size) {
         ++dropped_frames.malformed;
     } else {
@@ -549,7 +550,9 @@ void SdoClient::take_abort(Transfer& t, const unsigned char* frame) {
     const std::uint32_t code = sdo::load_le32(&frame[4]);
     const bool is_first_answer = t.state == State::block_upload || t.state == State::block_download;
     const std::uint32_t key = sdo::object_key(frame);
-    if (t.late_possible && key == t.late_key && key != t.key) {
+    const bool refuses_too_late = t.asked_again && code == sdo::specifier_wrong &&
+                                  (t.state == State::upload || t.state == State::download);
+    if (t.late_possible && key == t.late_key && (key != t.key || refuses_too_late)) {
         t.late_possible = false;
         ++dropped_frames.foreign;
         return;
@@ -571,7 +574,10 @@ inline void SdoClient::take_upload_answer(Transfer& t, const unsigned char* fram
     t.refuses_blocks = t.refuses_blocks || t.asked_again;
     if ((frame[0] & sdo::expedited) != 0) {
         const bool tells_size = (frame[0] & sdo::size_told) != 0;
-        const std::size_t size = tells_size ? 4 - (frame[0] >> 2 & 3U) : 4;
+        // Without a size the type decides how many of the four bytes count: whoever gave room knows it.
+        const std::size_t size = tells_size          ? 4 - (frame[0] >> 2 & 3U)
+                                 : t.sink != nullptr ? 4
+                                                     : std::clamp<std::uint64_t>(t.room_size, 1, 4);
         if (t.sink == nullptr && size <= t.room_size) {
             // What most programs do most of the time: a number that fits into its room.
             t.total = size;

@@ -70,7 +70,7 @@ enum class SdoOutcome : unsigned char {
 struct NODEVIK_EXPORT SdoResult {
     SdoOutcome outcome = SdoOutcome::cancelled;
     SdoObject object;              ///< what was read or written
-    std::uint32_t abort_code = 0;  ///< the abort that passed, whoever sent it; 0 if none did
+    std::uint32_t abort_code = 0;  ///< of the node's abort, or of the one meant for the node; 0 without one
     std::uint64_t bytes = 0;       ///< data bytes that were delivered or confirmed
     bool by_blocks = false;        ///< it went as a block transfer
 
@@ -166,7 +166,8 @@ struct SdoOptions {
     std::function<void(std::uint64_t bytes, std::uint64_t total)> progress;
 };
 
-/// Called once when a transfer has ended. It may start the next one, also with the same node.
+/// Called once when a transfer has ended. It may start the next one, also with the same node, and cancel others. It does
+/// not destroy the client.
 ///
 /// A function object of up to two pointers (a lambda that captures `this`, say) needs no memory.
 using SdoCallback = std::function<void(const SdoResult& result)>;
@@ -210,7 +211,8 @@ public:
     /// Reads an object into memory.
     /// @param object   what to read
     /// @param room     takes the bytes, least significant one first for numbers; it lives until the end
-    /// @param size     bytes of room; a longer object aborts the transfer with 0x05040005
+    /// @param size     bytes of room; a longer object aborts the transfer with 0x05040005. An answer of up to four bytes
+    ///                 that does not tell how many is as long as the room
     /// @param callback called at the end, may be empty
     /// @param options  how to transfer
     int start_read(const SdoObject& object, void* room, std::size_t size, SdoCallback callback,

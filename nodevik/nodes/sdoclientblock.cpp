@@ -74,6 +74,7 @@ void SdoClient::send_block_segments(Transfer& t) {
     while (t.sent < t.block_size && !t.last_passed) {
         if (pace_frames != 0 && burst == pace_frames) {
             t.wake = now + pace_ns;
+            t.deadline = t.wake + t.timeout_ns;  // the pause is not the node's
             return;
         }
         const std::size_t offset = t.sent * sdo::segment_bytes;
@@ -158,16 +159,18 @@ void SdoClient::take_block_segment(Transfer& t, const unsigned char* frame) {
     const unsigned int number = frame[0] & 0x7FU;
     const bool is_last = (frame[0] & sdo::last_segment) != 0;
     const bool is_next = number == t.good + 1 && number <= t.block_size;
+    const std::uint64_t confirm_at = now + t.timeout_ns * confirm_after_tenths / 10;
     if (!is_next && (judge_wrong(t, frame) == Answer::doubled || (number != 0 && number <= t.good))) {
         ++dropped_frames.doubled;
+        t.wake = std::min(t.wake, confirm_at);  // it may have been the last of a sub-block, sent again
         return;
     }
     if (number == 0 || number > t.block_size) {
         refuse(t, sdo::sequence_wrong);
         return;
     }
+    accept(t, frame, Answer::right);  // whether it is kept or not: the same one once more is doubled
     if (is_next) {
-        accept(t, frame, Answer::right);
         std::copy_n(&frame[1], sdo::segment_bytes, t.buffer.data() + t.count);
         t.count += sdo::segment_bytes;
         t.good = number;
@@ -175,10 +178,10 @@ void SdoClient::take_block_segment(Transfer& t, const unsigned char* frame) {
     } else {
         ++dropped_frames.out_of_order;
     }
-    if (number > t.highest) {
-        t.highest = number;
+    if (is_next || number > t.highest) {
+        t.highest = std::max(t.highest, number);
         t.deadline = now + t.timeout_ns;
-        t.wake = now + t.timeout_ns * confirm_after_tenths / 10;
+        t.wake = confirm_at;
     }
     if (is_last || number == t.block_size) {
         confirm_segments(t);
@@ -212,12 +215,7 @@ void SdoClient::confirm_segments(Transfer& t) {
     if (t.last_passed) {
         t.state = Transfer::State::block_upload_end;
     }
-    const std::uint64_t deadline = t.deadline;
-    const bool asked_by_time = t.wake <= now;
     send(t, frame);
-    if (asked_by_time) {
-        t.deadline = deadline;  // the node's time has run since its last segment
-    }
 }
 
 /// The end of the data: how long the last segment was, and the CRC of all.

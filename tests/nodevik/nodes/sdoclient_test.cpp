@@ -242,6 +242,17 @@ TEST_F(Sdo, AnExpeditedAnswerWithoutASizeHasFourBytes) {
     EXPECT_EQ(upload(room).bytes, 4U);
 }
 
+TEST_F(Sdo, AnExpeditedAnswerWithoutASizeIsAsLongAsTheRoom) {
+    node.objects[key_2000_01] = bytes_of(4);
+    node.tamper = [](unsigned int, Answers& answers) { answers[0][0] = 0x42; };
+    Bytes room(2);
+    const SdoResult result = upload(room);
+    EXPECT_TRUE(result.ok());
+    EXPECT_EQ(result.bytes, 2U);
+    EXPECT_EQ(room, bytes_of(2));
+    EXPECT_EQ(sent.size(), 1U);
+}
+
 TEST_F(Sdo, ExpeditedDownloadsTellTheirLength) {
     for (const auto& [size, first] : {std::pair<std::size_t, const char*>{1, "2F 00 20 01 10 00 00 00"},
                                       {2, "2B 00 20 01 10 11 00 00"},
@@ -570,6 +581,18 @@ TEST_F(Sdo, ALateAnswerToTheBlockRequestDoesNotDisturbTheSegments) {
     EXPECT_EQ(sdo.dropped().foreign, 1U);
 }
 
+TEST_F(Sdo, ALateRefusalOfTheBlockRequestDoesNotEndTheSegments) {
+    node.knows_blocks = false;
+    node.refusal = 0;
+    node.tamper = [this](unsigned int first, Answers& answers) {
+        if (first == 1) {
+            answers.insert(answers.begin(), {0x80, 0x00, 0x20, 0x01, 0x01, 0x00, 0x04, 0x05});
+        }
+    };
+    EXPECT_TRUE(download(bytes_of(200)).ok());
+    EXPECT_EQ(sdo.dropped().foreign, 1U);
+}
+
 TEST_F(Sdo, ANodeThatIsGoneIsNotTakenForOneWithoutBlocks) {
     nodes.erase(5);
     EXPECT_EQ(download(bytes_of(200)).outcome, SdoOutcome::timed_out);
@@ -673,6 +696,8 @@ TEST_F(Sdo, SegmentsArePacedInTime) {
 TEST_F(Sdo, APausedSubBlockDoesNotTimeOut) {
     sdo.set_pace(1, 400'000);
     EXPECT_TRUE(download(bytes_of(35), by(SdoMode::block)).ok());
+    sdo.set_pace(1, 900'000);
+    EXPECT_TRUE(download(bytes_of(35), by(SdoMode::block)).ok()) << "the time-out is the node's";
 }
 
 TEST_F(Sdo, TheLastSegmentOfASubBlockMayBeLost) {
@@ -688,6 +713,69 @@ TEST_F(Sdo, TheLastSegmentOfASubBlockMayBeLost) {
     EXPECT_EQ(room, bytes_of(50));
     EXPECT_GE(clock.now_us - start_us, 350'000U) << "what came is confirmed after 7 tenths of the time-out";
     EXPECT_LT(clock.now_us - start_us, 400'000U);
+}
+
+TEST_F(Sdo, TheNodeHasItsWholeTimeAfterAConfirmationThatTheTimeBrought) {
+    node.objects[key_2000_01] = bytes_of(50);
+    node.tamper = [this](unsigned int first, Answers& answers) {
+        if (first == 2) {
+            answers.pop_back();
+        } else if (first == 7) {
+            for (const auto& answer : answers) {
+                say_late(answer, 400'000);
+            }
+            answers.clear();
+        }
+    };
+    Bytes room(50);
+    EXPECT_TRUE(upload(room, blocks_of(5)).ok());
+    EXPECT_EQ(room, bytes_of(50));
+}
+
+// The number of a segment that came again is higher than those that are still to come.
+TEST_F(Sdo, EverySegmentBeginsTheTimeAgainAlsoAfterALateOne) {
+    node.objects[key_2000_01] = bytes_of(70);
+    node.tamper = [this](unsigned int first, Answers& answers) {
+        if (first == 6) {
+            say({0x03, 0x1E, 0x1F, 0x20, 0x21, 0x22, 0x23, 0x24});  // of the sub-block before
+            for (std::size_t i = 0; i < answers.size(); ++i) {
+                say_late(answers[i], 300'000 * (i + 1));
+            }
+            answers.clear();
+        }
+    };
+    Bytes room(70);
+    EXPECT_TRUE(upload(room, blocks_of(4)).ok());
+    EXPECT_EQ(room, bytes_of(70));
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), "A2 01 04 00 00 00 00 00"), 0) << "none before its end";
+}
+
+TEST_F(Sdo, ADoubledLastSegmentBehindALostOneIsPassedOver) {
+    node.objects[key_2000_01] = bytes_of(20);
+    node.tamper = [](unsigned int first, Answers& answers) {
+        if (first == 2) {
+            answers[1] = answers[2];
+        }
+    };
+    Bytes room(20);
+    EXPECT_TRUE(upload(room, blocks_of(4)).ok());
+    EXPECT_EQ(room, bytes_of(20));
+    EXPECT_EQ(sdo.dropped().doubled, 1U);
+    EXPECT_EQ(sdo.dropped().out_of_order, 1U);
+}
+
+TEST_F(Sdo, ASubBlockWhoseFirstSegmentIsLostTwiceIsRepeatedTwice) {
+    node.objects[key_2000_01] = bytes_of(14);
+    unsigned int lost = 0;
+    node.tamper = [&lost](unsigned int, Answers& answers) {
+        if (answers[0][0] == 0x01 && lost < 2) {
+            ++lost;
+            answers.erase(answers.begin());
+        }
+    };
+    Bytes room(14);
+    EXPECT_TRUE(upload(room, blocks_of(4)).ok());
+    EXPECT_EQ(room, bytes_of(14));
 }
 
 TEST_F(Sdo, LengthsThatDoNotHoldAbort) {
@@ -971,7 +1059,7 @@ TEST_F(Sdo, FramesThatAreNotAboutTheTransferAreCountedAndDropped) {
     EXPECT_EQ(sdo.dropped().unexpected, 2U);
 }
 
-TEST_F(Sdo, ExtendedFramesAndRemoteRequestsAreNoAnswers) {
+TEST_F(Sdo, ExtendedFramesRemoteRequestsAndErrorFramesAreNoAnswers) {
     node.tamper = [](unsigned int, Answers& answers) { answers.clear(); };
     Ends ends;
     sdo.start_write({5, 0x2000, 1}, "\1", 1, ends.keep());
@@ -982,10 +1070,19 @@ TEST_F(Sdo, ExtendedFramesAndRemoteRequestsAreNoAnswers) {
     frame.extended = false;
     frame.remote = true;
     sdo.frame_passed(frame);
-    EXPECT_TRUE(ends.results.empty());
     frame.remote = false;
+    frame.error = true;
+    sdo.frame_passed(frame);
+    EXPECT_TRUE(ends.results.empty());
+    frame.error = false;
     sdo.frame_passed(frame);
     EXPECT_TRUE(ends.only().ok());
+}
+
+TEST_F(Sdo, NodeZeroHasNoAnswers) {
+    bus.queue(0x580, {0x43, 0, 0x10, 0, 9, 9, 9, 9});
+    driver.read_all();
+    EXPECT_EQ(sdo.dropped().unexpected, 0U);
 }
 
 TEST_F(Sdo, ALateAnswerToAnEarlierRequestDoesNotDisturbTheNext) {
