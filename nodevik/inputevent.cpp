@@ -341,7 +341,7 @@ void read_device(int descriptor) {
         if (entry.revents == POLLIN) {
             entry.revents = 0;
             read_device(entry.fd);
-        } else if (entry.revents != 0) {
+        } else if ((entry.revents & (POLLHUP | POLLNVAL)) != 0) {
             entry.fd = -1;  // the device is gone; poll would return for it at once, for ever
         }
     }

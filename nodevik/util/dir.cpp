@@ -60,7 +60,7 @@ bool is_self_or_parent(const char* name) {
 const dirent* next_entry(DIR* stream, int& pending_error) {
     errno = 0;
     const dirent* entry = readdir(stream);
-    if (entry != nullptr) {
+    if (entry != nullptr && errno == 0) {
         errno = pending_error;
     }
     pending_error = 0;

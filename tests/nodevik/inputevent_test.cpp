@@ -23,6 +23,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -62,6 +63,8 @@ int asked_policy = -1;
 int asked_priority = -1;
 std::atomic<int> failing_polls = 0;  // how many of the next calls of the reader fail
 std::atomic<int> failing_reads = 0;
+std::atomic<short> played_revents =
+    0;  // what the next call of the reader finds on the first device, beside POLLIN
 
 EmulatedDevice* device_of(int descriptor) {
     for (auto& [path, device] : devices) {
@@ -191,7 +194,11 @@ int poll(pollfd* entries, nfds_t count, int limit_ms) {
         errno = EINTR;
         return -1;
     }
-    return real<int(pollfd*, nfds_t, int)>("poll")(entries, count, limit_ms);
+    const int ready = real<int(pollfd*, nfds_t, int)>("poll")(entries, count, limit_ms);
+    if (limit_ms < 0 && ready > 0 && entries[0].revents == POLLIN) {
+        entries[0].revents = static_cast<short>(POLLIN | played_revents.exchange(0));
+    }
+    return ready;
 }
 
 ssize_t read(int descriptor, void* target, size_t size) {
@@ -861,6 +868,34 @@ TEST_F(InputEvent, ADeviceThatVanishesLeavesTheOthersRunning) {
         require(key(K_Q) == 1);
     });
     EXPECT_EQ(result.status, 7) << result.err;
+}
+
+TEST_F(InputEvent, ADeviceInTroubleForOnceIsPassedOverForThatTurnOnly) {
+    for (const short trouble : std::initializer_list<short>{POLLERR, POLLPRI}) {
+        const ChildResult result = in_child([trouble] {
+            played_revents = trouble;
+            eventinit();
+            send(EV_KEY, KEY_A, 1);
+            settle();
+            require(played_revents == 0 && key(K_A) == 1);
+        });
+        EXPECT_EQ(result.status, 7) << result.err;
+    }
+}
+
+TEST_F(InputEvent, ADeviceThatHungUpIsLeftOutForGood) {
+    for (const short trouble : std::initializer_list<short>{POLLHUP, POLLNVAL}) {
+        devices["/dev/input/event1"].types = {EV_KEY};
+        const ChildResult result = in_child([trouble] {
+            played_revents = trouble;
+            eventinit();
+            send(EV_KEY, KEY_A, 1);
+            wait_until([] { return played_revents == 0; });
+            settle("/dev/input/event1");
+            require(keydown(K_A) == 0);
+        });
+        EXPECT_EQ(result.status, 7) << result.err;
+    }
 }
 
 TEST_F(InputEvent, TheLastEventsOfADeviceThatIsGoneAreNotTaken) {

@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 
 int failing_opendir = 0;       // errno that the next opendir fails with
 int failing_readdir = -1;      // after how many entries readdir fails
+int readdir_remark = 0;        // errno that each entry leaves beside itself
 unsigned int played_mode = 0;  // what stat tells of every name without a slash
 
 // A directory tree of the test's own; the working directory is restored behind it.
@@ -37,6 +38,7 @@ protected:
     ~Dir() override {
         failing_opendir = 0;
         failing_readdir = -1;
+        readdir_remark = 0;
         played_mode = 0;
         fs::current_path(before_);
         fs::remove_all(root_);
@@ -119,7 +121,11 @@ extern "C" dirent* readdir(DIR* stream) {
     }
     using Function = dirent* (*)(DIR*);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "readdir"));
-    return real(stream);
+    dirent* const entry = real(stream);
+    if (entry != nullptr && readdir_remark != 0) {
+        errno = readdir_remark;
+    }
+    return entry;
 }
 
 TEST_F(Dir, StartsEmpty) {
@@ -330,6 +336,22 @@ TEST_F(Dir, AFailedReadIsReportedAndKeepsWhatCame) {
     });
     EXPECT_EQ(result.status, 7);
     EXPECT_EQ(result.err, "Error reading directory: Input/output error\n");
+}
+
+TEST_F(Dir, AnErrorBesideAnEntryIsReportedAndTheEntryKept) {
+    fs::create_symlink("nowhere", root_ / "dangling");
+    const ChildResult result = run_in_child([this] {
+        readdir_remark = EOVERFLOW;
+        const bool kept = cd(root_) == 1 && listing.count() == 1 && listing[0] == "dangling";
+        std::exit(kept ? 7 : 8);
+    });
+    EXPECT_EQ(result.status, 7);
+    std::string expected;
+    for (int entry = 0; entry < 3;
+         ++entry) {  // ".", ".." and the link, whose missing status is the older error
+        expected += "Error reading directory: Value too large for defined data type\n";
+    }
+    EXPECT_EQ(result.err, expected);
 }
 
 TEST_F(Dir, ListsTheKindAndTheName) {
