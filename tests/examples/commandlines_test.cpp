@@ -203,6 +203,17 @@ TEST(ControlLoopCommandLine, HasAllItsWordsInTheirRanges) {
     refuses(with(line, 3, {"", "0", "10000001", "x"}));
 }
 
+TEST(ControlLoopDownloadCommandLine, HasAllItsWordsInTheirRanges) {
+    const auto refuses = [](const std::vector<Words>& lines) {
+        expect_refused(CONTROL_LOOP_DOWNLOAD, "MASTER_PORT NODE_PORT [BYTES]", lines);
+    };
+    const Words line{"5000", "5001", "1000"};
+    refuses(with(line, 0, no_ports));
+    refuses(with(line, 1, no_ports));
+    refuses(with(line, 2, {"", "0", "1000001", "-1", "1x"}));
+    refuses({{}, {"5000"}, {"5000", "5001", "1", "1"}});
+}
+
 TEST(PlotFeedCommandLine, HasAllItsWordsInTheirRanges) {
     const auto refuses = [](const std::vector<Words>& lines) {
         expect_refused(PLOT_FEED, "PORT [SAMPLES [SAMPLES_PER_SECOND]]", lines);

@@ -229,6 +229,40 @@ TEST(ControlLoop, RunsOneMillisecondPeriodsUnlessToldOtherwise) {
     EXPECT_EQ(read_report(result.out).cycles, 5000U);
 }
 
+// Times are not judged here: the machine is not ours alone.
+TEST(ControlLoopDownload, KeepsItsCycleWhileALongObjectIsWritten) {
+    const std::string log_path =
+        testing::TempDir() + "control_loop_download." + std::to_string(getpid()) + ".log";
+    const ChildResult result =
+        run_program({NODE_SIMULATOR, "--listen", "0", "--nodes", "1,2", "--log", log_path, "--run",
+                     CONTROL_LOOP_DOWNLOAD, "{master}", "{node}", "20000"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(contains(result.out, "Done, 20000 bytes by blocks; ")) << result.out;
+    unsigned before = 0;
+    unsigned meanwhile = 0;
+    const std::size_t report = std::min(result.out.find("before the transfer"), result.out.size());
+    std::sscanf(result.out.c_str() + report, "before the transfer: %u cycles", &before);
+    const std::size_t second = std::min(result.out.find("meanwhile: "), result.out.size());
+    std::sscanf(result.out.c_str() + second, "meanwhile: %u cycles", &meanwhile);
+    EXPECT_GE(before, 1000U);
+    // 20000 bytes in segments of 7 bytes, at most 5 of them a cycle.
+    constexpr unsigned fewest_meanwhile = 20000 / 7 / 5;
+    EXPECT_GE(meanwhile, fewest_meanwhile);
+
+    std::ifstream log(log_path);
+    unsigned syncs = 0;
+    unsigned inputs = 0;
+    for (std::string line; std::getline(log, line);) {
+        syncs += contains(line, " in  080 ") ? 1 : 0;
+        inputs += contains(line, " out 181 ") ? 1 : 0;
+    }
+    // What is sent while the last confirmation is on its way may find the simulator gone.
+    EXPECT_GE(syncs, 1000 + fewest_meanwhile) << "one in each cycle";
+    EXPECT_LE(syncs, before + meanwhile);
+    EXPECT_GE(inputs, 1000 + fewest_meanwhile) << "and each was answered";
+    std::remove(log_path.c_str());
+}
+
 TEST(ControlLoop, RunsAsAnOrdinaryProcessWhenRealtimeSchedulingIsRefused) {
     Words without_the_right{"prlimit", "--rtprio=0"};
     if (geteuid() == 0) {
