@@ -280,6 +280,7 @@ void CanopenNode::boot(Time now) {
     pdos_->reset();
     guard_toggle_ = 0;
     guarded_until_.reset();
+    guarding_lost_ = false;
     std::fill(watched_.begin(), watched_.end(), Watched());
     next_heartbeat_.reset();
     next_sync_.reset();
@@ -330,6 +331,9 @@ void CanopenNode::guard(Time now) {
         return;
     }
     send(make_frame(guarding_base + settings_.node, {static_cast<unsigned>(state_) | guard_toggle_}), true);
+    if (std::exchange(guarding_lost_, false)) {
+        find_contact();
+    }
     guard_toggle_ ^= 0x80;
     const Time life_us = number(0x100C, 0) * number(0x100D, 0) * 1000;
     guarded_until_ = life_us == 0 ? std::nullopt : std::optional(now + life_us);
@@ -341,6 +345,7 @@ void CanopenNode::watch_guarding(Time now) {
         return;
     }
     guarded_until_.reset();
+    guarding_lost_ = true;
     lose_contact();
 }
 
@@ -349,6 +354,13 @@ void CanopenNode::lose_contact() {
     raise_emergency(code_guarding_lost, {});
     if (state_ == NmtState::operational) {
         enter(NmtState::pre_operational);
+    }
+}
+
+// It is heard again: the error is over, unless there are others.
+void CanopenNode::find_contact() {
+    if (number(0x1001, 0) == contact_bits) {
+        raise_emergency(0, {});
     }
 }
 
@@ -366,8 +378,8 @@ void CanopenNode::hear_heartbeat(const CanFrame& frame, Time now) {
         Watched& watched = watched_[i];
         const bool booted = frame.data[0] == 0;
         watched.lost_at = booted ? std::nullopt : std::optional(now + time_us);
-        if (!booted && std::exchange(watched.lost, false) && number(0x1001, 0) == contact_bits) {
-            raise_emergency(0, {});
+        if (!booted && std::exchange(watched.lost, false)) {
+            find_contact();
         }
     }
 }

@@ -167,6 +167,7 @@ private:
     void hear_heartbeat(const CanFrame& frame, Time now);
     void watch_heartbeats(Time now);
     void lose_contact();
+    void find_contact();
     AbortCode check_consumer(std::size_t place, std::uint64_t wanted);
     void beat(Time now);
     void produce_sync(Time now);
@@ -188,6 +189,7 @@ private:
     std::vector<Watched> watched_;  // by its place in 1016h
     unsigned guard_toggle_ = 0;
     std::optional<Time> guarded_until_;   // end of the life time, once guarding has begun
+    bool guarding_lost_ = false;          // the life time has passed
     std::optional<Time> next_heartbeat_;  // none while there is no heartbeat
     std::optional<Time> next_sync_;       // none while the node produces none
     std::vector<SentFrame> out_;

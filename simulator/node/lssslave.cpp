@@ -112,7 +112,9 @@ void LssSlave::switch_global(unsigned mode) {
 }
 
 std::optional<CanFrame> LssSlave::switch_selective(std::size_t part, std::uint32_t number) {
-    const bool in_turn = !in_configuration_ && part == selected_parts_ && identity_[part] == number;
+    // The first number begins anew, wherever an earlier selection broke off.
+    const bool in_turn =
+        !in_configuration_ && (part == 0 || part == selected_parts_) && identity_[part] == number;
     selected_parts_ = in_turn ? part + 1 : 0;
     if (selected_parts_ != identity_.size()) {
         return std::nullopt;
@@ -123,7 +125,7 @@ std::optional<CanFrame> LssSlave::switch_selective(std::size_t part, std::uint32
 }
 
 std::optional<CanFrame> LssSlave::identify(std::size_t part, std::uint32_t number) {
-    bool fits = part == identified_parts_;
+    bool fits = part == 0 || part == identified_parts_;
     switch (part) {
         case 0:
         case 1:

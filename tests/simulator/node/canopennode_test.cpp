@@ -181,6 +181,9 @@ TEST_F(Node, AGuardedNodeReportsAMasterThatFellSilent) {
     EXPECT_TRUE(wait_until(1299 * ms).empty());
     EXPECT_EQ(wait_until(1300 * ms), Frames{make_frame(0x85, {0x30, 0x81, 0x11, 0, 0, 0, 0, 0})});
     EXPECT_EQ(node.state(), NmtState::pre_operational);
+    EXPECT_EQ(guard(), (Frames{make_frame(0x705, {0xFF}), make_frame(0x85, {0, 0, 0, 0, 0, 0, 0, 0})}))
+        << "the master is there again";
+    EXPECT_EQ(guard(), Frames{make_frame(0x705, {0x7F})});
 }
 
 TEST_F(Node, TellsItsIdentity) {

@@ -89,6 +89,15 @@ TEST_F(Lss, AFrameInBetweenEndsTheSelection) {
     EXPECT_EQ(ask_number(0x43, identity[3]), Answer{});
 }
 
+TEST_F(Lss, ASelectionOrIdentificationThatBrokeOffMayBeginAgain) {
+    ask_number(0x40, identity[0]);
+    ask_number(0x41, identity[1]);
+    EXPECT_EQ(select(identity), answer({0x44}));
+    ask({0x04, 0});
+    ask_number(0x46, identity[0]);
+    EXPECT_EQ(identify({identity[0], identity[1], 0, 0xFFFFFFFF, 0, 0xFFFFFFFF}), answer({0x4F}));
+}
+
 TEST_F(Lss, IsSwitchedTogetherWithAllOthers) {
     configure();
     EXPECT_EQ(ask({0x5E}), answer({0x5E, 0xFF}));
