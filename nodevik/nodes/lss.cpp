@@ -104,6 +104,7 @@ Lss::Lss(ObservedDriver& observed) : driver(&observed) {
 }
 
 Lss::~Lss() {
+    closing = true;
     cancel();
     driver->remove_observer(*this);
 }
@@ -297,7 +298,7 @@ void Lss::frame_passed(const ObservedFrame& frame) {
 
 // Begins a service, unless one is under way.
 bool Lss::begin(Task next, Callback& end) {
-    if (busy()) {
+    if (busy() || closing) {
         return false;
     }
     task = next;

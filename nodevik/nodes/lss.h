@@ -130,7 +130,7 @@ public:
     /// Node number of a node that has none.
     static constexpr unsigned int no_node = 255;
 
-    /// Called once when a service has ended. It may start the next one.
+    /// Called once when a service has ended. It may start the next one, and does not destroy the master.
     using Callback = std::function<void(const LssResult& result)>;
 
     /// Tells the number that a node shall have: 1 to 127; 0 ends the assignment.
@@ -287,6 +287,7 @@ private:
     LssResult result;
 
     Task task = Task::none;
+    bool closing = false;
     std::uint64_t now = 0;
     Frame frame_out{};
     bool waits_to_send = false;  // the driver has not taken it yet

@@ -389,6 +389,20 @@ TEST_F(LssMaster, EndsWhatIsUnderWayWhenItGoes) {
     EXPECT_EQ(driver.observer_count(), 1U);
 }
 
+TEST_F(LssMaster, BeginsNothingWhileItGoes) {
+    int begun = 0;
+    {
+        Lss other(driver);
+        other.start_store([&](const LssResult& ended) {
+            results.push_back(ended);
+            begun = other.start_switch_all(false, note());
+        });
+    }
+    EXPECT_EQ(outcome(), LssOutcome::cancelled);
+    EXPECT_EQ(begun, -1);
+    EXPECT_EQ(wire.written, Frames{request({0x17})});
+}
+
 TEST_F(LssMaster, WaitsForProgramsWithoutALoop) {
     answer_to(request({0x5E}), {answer({0x5E, 7})});
     lss.start_inquire_node();
