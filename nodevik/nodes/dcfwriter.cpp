@@ -189,7 +189,7 @@ void DcfWriter::write_changed(const eds::Section& section, std::vector<Change> c
 
 void DcfWriter::write_line(const eds::Line& line, std::vector<Change>& changes, std::vector<bool>& done) {
     const auto change = std::find_if(changes.begin(), changes.end(), [&](const Change& c) {
-        return line.is_key && eds::same_word(line.key, c.key);
+        return line.is_key && eds::is_key(line.key, c.key);
     });
     if (change == changes.end()) {
         write(line.text);

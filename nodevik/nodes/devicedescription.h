@@ -84,8 +84,8 @@ struct NODEVIK_EXPORT DescriptionFinding {
     Severity severity = Severity::error;
     std::string file;       ///< as load() got it
     unsigned int line = 0;  ///< from 1; 0 when it is about the whole file
-    std::string section;    ///< without brackets; empty outside of sections
-    std::string key;        ///< empty when it is about the whole section
+    std::string section;    ///< without brackets, its first 255 bytes; empty outside of sections
+    std::string key;        ///< its first 255 bytes; empty when it is about the whole section
     std::string reason;     ///< what it is, in words that follow the key: "does not fit UNSIGNED8"
 
     /// In one line: `file:line: [section] key: reason`, without what is empty.

@@ -197,8 +197,10 @@ bool EdsReader::read() {
 
 void EdsReader::tell(Severity severity, unsigned int line, std::string_view section, std::string_view key,
                      std::string reason) {
-    description_.findings_.push_back(
-        {severity, description_.file_, line, eds::utf8(section), eds::utf8(key), std::move(reason)});
+    // A line may be of any length, and be spoken of very often.
+    constexpr std::size_t most = 255;
+    description_.findings_.push_back({severity, description_.file_, line, eds::utf8(section.substr(0, most)),
+                                      eds::utf8(key.substr(0, most)), std::move(reason)});
 }
 
 void EdsReader::tell(Severity severity, const Section& section, const Line& line, std::string reason) {
@@ -767,7 +769,16 @@ ObjectDataType EdsReader::defined_type(std::uint64_t number) {
     if (type != ObjectDataType::none || number < 0x40 || number > 0xFFFF) {
         return type;
     }
-    const std::uint32_t place = place_of(static_cast<std::uint16_t>(number), 1);
+    const auto [known, is_new] =
+        defined_types_.try_emplace(static_cast<std::uint16_t>(number), ObjectDataType::none);
+    if (is_new) {
+        known->second = look_up_type(known->first);
+    }
+    return known->second;
+}
+
+ObjectDataType EdsReader::look_up_type(std::uint16_t number) const {
+    const std::uint32_t place = place_of(number, 1);
     const auto part = std::lower_bound(parts_.begin(), parts_.end(), place,
                                        [](const Part& p, std::uint32_t wanted) { return p.place < wanted; });
     if (part == parts_.end() || part->place != place || part->kind != Part::Kind::member) {

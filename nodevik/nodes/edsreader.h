@@ -107,6 +107,7 @@ private:
     ObjectDataType type_of(const eds::Section& section, const ObjectKeys& keys, ObjectCode code,
                            const Entry& entry);
     ObjectDataType defined_type(std::uint64_t number);
+    ObjectDataType look_up_type(std::uint16_t number) const;
     void check_member_count(const Object& object, const eds::Section& section, const ObjectKeys& keys);
     void add_compact_members(Object& object, const eds::Section& section, const ObjectKeys& keys);
     void read_compact_texts(Object& object, const Part& part);
@@ -135,6 +136,7 @@ private:
         std::string_view key;
     };
     std::map<std::uint16_t, Listed> listed_;
+    std::unordered_map<std::uint16_t, ObjectDataType> defined_types_;  // that were looked up
 
     std::unordered_set<std::string> unknown_keys_;
     std::size_t foreign_lines_ = 0;

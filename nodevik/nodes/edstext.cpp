@@ -116,7 +116,7 @@ std::size_t find_word(std::string_view text, std::string_view word) {
 }
 
 bool is_key(std::string_view key, std::string_view word) {
-    if (key.empty() || lower(key.front()) != word.front()) {
+    if (key.empty() || lower(key.front()) != lower(word.front())) {
         return false;  // nearly always, and so first
     }
     if (key.size() == word.size()) {
@@ -127,7 +127,7 @@ bool is_key(std::string_view key, std::string_view word) {
         if (is_blank(c)) {
             continue;
         }
-        if (at == word.size() || lower(c) != word[at]) {
+        if (at == word.size() || lower(c) != lower(word[at])) {
             return false;
         }
         ++at;

@@ -38,7 +38,7 @@ bool same_word(std::string_view left, std::string_view right);
 std::size_t find_word(std::string_view text, std::string_view word);
 
 /// Tells whether a key is a word of a table, blanks and the case of ASCII letters aside.
-/// @param word  in small letters, without blanks
+/// @param word  without blanks
 bool is_key(std::string_view key, std::string_view word);
 
 /// A value without the comment behind it: from a blank and a semicolon on.

@@ -114,7 +114,8 @@ NODEVIK_EXPORT ObjectParse parse_object(ObjectDataType type, std::string_view te
 /// Tells whether a text speaks of the node's number, `$NODEID` in any case.
 NODEVIK_EXPORT bool object_text_has_node_id(std::string_view text);
 
-/// Makes a text of a value; parse_object() makes the same value of it.
+/// Makes a text of a value; parse_object() makes the same value of it, but of a string that is changed here or has blanks
+/// or a pair of quotes at its ends.
 ///
 /// Numbers are decimal, BOOLEAN 0 or 1, REAL with as many digits as tell it from its neighbours, octet strings and
 /// domains pairs of hexadecimal digits. Of a string, zero bytes at its end are left out and bytes that are no UTF-8 are

@@ -60,6 +60,15 @@ TEST(Dcf, ReplacesAndTakesAwayAValue) {
     EXPECT_EQ(dcf(description), "[1017]\nParameterName=H\nDataType=6\nAccessType=rw\nFactor=1\n");
 }
 
+TEST(Dcf, AKeyWithABlankIsTheSameKey) {
+    auto description = read("[1017]\nParameterName=H\nDataType=6\nAccessType=rw\nParameter Value=7\n");
+    EXPECT_EQ(description.entry(0x1017, 0)->parameter_text, "7");
+    EXPECT_EQ(description.set_value(0x1017, 0, "9"), "");
+    EXPECT_EQ(dcf(description), "[1017]\nParameterName=H\nDataType=6\nAccessType=rw\nParameter Value=9\n");
+    EXPECT_EQ(description.set_value(0x1017, 0, ""), "");
+    EXPECT_EQ(dcf(description), "[1017]\nParameterName=H\nDataType=6\nAccessType=rw\n");
+}
+
 TEST(Dcf, RefusesValuesThatDoNotFit) {
     auto description = read(variable + "[2000]\nParameterName=s\nDataType=9\nAccessType=rw\n");
     EXPECT_EQ(description.set_value(0x1017, 0, "5001"), "is above the high limit 5000");

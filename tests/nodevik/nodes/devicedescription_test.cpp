@@ -740,6 +740,16 @@ TEST(DeviceDescription, CopiesAreWhole) {
     EXPECT_EQ(copy.entry(0x2000, 1)->name, "Current");
 }
 
+TEST(DeviceDescription, FindingsCutVeryLongNames) {
+    const std::string blanks(5000, ' ');
+    const auto description = read("[2000" + blanks + "sub1]\nDataType=5\nDataType" + blanks + "=5\n");
+    ASSERT_FALSE(description.findings().empty());
+    for (const DescriptionFinding& finding : description.findings()) {
+        EXPECT_LE(finding.text().size(), 600U);
+    }
+    EXPECT_NE(description.entry(0x2000, 1), nullptr);
+}
+
 // 100,000 lines of each kind that needs a look at what came before: this ends only if the cost is not quadratic.
 TEST(DeviceDescription, ReadsAHundredThousandLinesOfAnything) {
     std::string sections, keys, numbers, foreign, members, unknown;
@@ -757,6 +767,14 @@ TEST(DeviceDescription, ReadsAHundredThousandLinesOfAnything) {
         const auto description = read(text);
         EXPECT_EQ(description.objects().size(), 1U);
     }
+    // Many objects of a type whose definition is a long section.
+    std::string defined = "[A0]\nObjectType=5\n[A0sub1]\n" + unknown + "DefaultValue=7\n";
+    for (unsigned int index = 0x1000; index < 0x10000; ++index) {
+        constexpr char digits[] = "0123456789ABCDEF";
+        defined += std::string("[") + digits[index >> 12] + digits[index >> 8 & 15] +
+                   digits[index >> 4 & 15] + digits[index & 15] + "]\nDataType=0xA0\n";
+    }
+    EXPECT_EQ(read(defined).entry(0xFFFF, 0)->type, Type::unsigned32);
 }
 
 }  // namespace
