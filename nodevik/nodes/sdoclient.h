@@ -311,6 +311,7 @@ private:
     NODEVIK_LOCAL Answer judge_segment(const Transfer& t, const unsigned char* frame,
                                        unsigned char specifier) const;
     NODEVIK_LOCAL Answer judge_wrong(const Transfer& t, const unsigned char* frame) const;
+    NODEVIK_LOCAL Answer judge_block_end(const Transfer& t, const unsigned char* frame) const;
     NODEVIK_LOCAL bool accept(Transfer& t, const unsigned char* frame, Answer answer);
     NODEVIK_LOCAL void reject(Transfer& t, const unsigned char* frame, Answer answer);
     NODEVIK_LOCAL void take_abort(Transfer& t, const unsigned char* frame);

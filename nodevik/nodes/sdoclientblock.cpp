@@ -210,17 +210,29 @@ void SdoClient::confirm_segments(Transfer& t) {
     frame[0] = sdo::confirm_block_segments;
     frame[1] = static_cast<unsigned char>(t.good);
     frame[2] = static_cast<unsigned char>(t.block_size);
-    t.good = 0;
-    t.highest = 0;
     if (t.last_passed) {
         t.state = Transfer::State::block_upload_end;
+    } else {
+        t.good = 0;
+        t.highest = 0;
     }
     send(t, frame);
 }
 
+/// What a frame is while the end of a block is waited for. It may be a segment of the last sub-block once more: by its
+/// number the very last one can look like the end.
+SdoClient::Answer SdoClient::judge_block_end(const Transfer& t, const unsigned char* frame) const {
+    const unsigned int number = frame[0] & 0x7FU;
+    const Answer as_segment = judge_wrong(t, frame);
+    if (as_segment != Answer::doubled && (frame[0] & 0xE3) == 0xC1) {
+        return Answer::right;
+    }
+    return number != 0 && number <= t.good ? Answer::doubled : as_segment;
+}
+
 /// The end of the data: how long the last segment was, and the CRC of all.
 void SdoClient::take_block_upload_end(Transfer& t, const unsigned char* frame) {
-    if (!accept(t, frame, (frame[0] & 0xE3) == 0xC1 ? Answer::right : judge_wrong(t, frame))) {
+    if (!accept(t, frame, judge_block_end(t, frame))) {
         return;
     }
     const std::size_t size = sdo::segment_bytes - (frame[0] >> 2 & 7U);

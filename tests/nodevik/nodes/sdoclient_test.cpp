@@ -764,6 +764,39 @@ TEST_F(Sdo, ADoubledLastSegmentBehindALostOneIsPassedOver) {
     EXPECT_EQ(sdo.dropped().out_of_order, 1U);
 }
 
+// Byte 0 of a last segment with the number 65 is that of the end of the block.
+TEST_F(Sdo, ADoubledLastSegmentIsNotTheEndOfTheBlock) {
+    for (std::size_t segments = 60; segments <= 100; ++segments) {
+        const Bytes data = bytes_of(7 * segments);
+        node.objects[key_2000_01] = data;
+        node.tamper = [](unsigned int, Answers& answers) {
+            if (answers.size() > 1) {
+                answers.push_back(answers.back());
+            }
+        };
+        Bytes room(data.size());
+        SdoOptions options = blocks_of(127);
+        options.crc = segments % 2 == 0;
+        EXPECT_TRUE(upload(room, options).ok()) << segments;
+        EXPECT_EQ(room, data) << segments;
+    }
+    EXPECT_EQ(sdo.dropped().doubled, 41U);
+}
+
+TEST_F(Sdo, ALateSegmentBeforeTheEndOfTheBlockIsPassedOver) {
+    node.objects[key_2000_01] = bytes_of(20);
+    node.tamper = [this](unsigned int first, Answers& answers) {
+        if (first == 5) {
+            say({0x02, 0x17, 0x18, 0x19, 0x1A, 0x1B, 0x1C, 0x1D});
+            say(answers[0]);
+            answers.clear();
+        }
+    };
+    Bytes room(20);
+    EXPECT_TRUE(upload(room, blocks_of(4)).ok());
+    EXPECT_EQ(sdo.dropped().doubled, 1U);
+}
+
 TEST_F(Sdo, ASubBlockWhoseFirstSegmentIsLostTwiceIsRepeatedTwice) {
     node.objects[key_2000_01] = bytes_of(14);
     unsigned int lost = 0;
