@@ -81,12 +81,12 @@ struct NODEVIK_EXPORT DescriptionFinding {
         warning,  ///< odd, but taken
         error     ///< not usable, passed over
     };
-    Severity severity = Severity::error;
-    std::string file;       ///< as load() got it
-    unsigned int line = 0;  ///< from 1; 0 when it is about the whole file
-    std::string section;    ///< without brackets, its first 255 bytes; empty outside of sections
-    std::string key;        ///< its first 255 bytes; empty when it is about the whole section
-    std::string reason;     ///< what it is, in words that follow the key: "does not fit UNSIGNED8"
+    Severity severity = Severity::error;  ///< how bad it is
+    std::string file;                     ///< as load() got it
+    unsigned int line = 0;                ///< from 1; 0 when it is about the whole file
+    std::string section;  ///< without brackets, its first 255 bytes; empty outside of sections
+    std::string key;      ///< its first 255 bytes; empty when it is about the whole section
+    std::string reason;   ///< what it is, in words that follow the key: "does not fit UNSIGNED8"
 
     /// In one line: `file:line: [section] key: reason`, without what is empty.
     std::string text() const;
@@ -97,12 +97,12 @@ class NODEVIK_EXPORT DeviceDescription {
 public:
     /// One value of a node: a variable, or a member of an array or record.
     struct NODEVIK_EXPORT Entry {
-        std::uint16_t index = 0;
-        std::uint8_t subindex = 0;
-        ObjectDataType type = ObjectDataType::none;
-        ObjectAccess access = ObjectAccess::unknown;
-        bool pdo_mapping = false;    ///< can be mapped into a PDO
-        bool is_domain = false;      ///< a DOMAIN, of any length
+        std::uint16_t index = 0;                      ///< of its object
+        std::uint8_t subindex = 0;                    ///< within the object
+        ObjectDataType type = ObjectDataType::none;   ///< DataType; none when it is not known
+        ObjectAccess access = ObjectAccess::unknown;  ///< AccessType
+        bool pdo_mapping = false;                     ///< can be mapped into a PDO
+        bool is_domain = false;                       ///< a DOMAIN, of any length
         std::uint32_t flags = 0;     ///< ObjFlags: bit 0 not written on download, bit 1 not read on scan
         unsigned int line = 0;       ///< where its section begins; 0 when it has none of its own
         std::string name;            ///< ParameterName, UTF-8
@@ -150,12 +150,12 @@ public:
         /// The list of the file that names it.
         enum class List : std::uint8_t { none, mandatory, optional, manufacturer };
 
-        std::uint16_t index = 0;
-        ObjectCode code = ObjectCode::variable;
-        List list = List::none;
-        unsigned int line = 0;       ///< where its section begins; 0 when it has none of its own
-        std::string name;            ///< ParameterName, UTF-8
-        std::vector<Entry> entries;  ///< by rising subindex, with gaps where the file has them
+        std::uint16_t index = 0;                 ///< where it stands in the dictionary
+        ObjectCode code = ObjectCode::variable;  ///< ObjectType; told by its members when it is missing
+        List list = List::none;                  ///< the list that names it
+        unsigned int line = 0;                   ///< where its section begins; 0 when it has none of its own
+        std::string name;                        ///< ParameterName, UTF-8
+        std::vector<Entry> entries;              ///< by rising subindex, with gaps where the file has them
 
         /// Tells whether it is one value, without members.
         bool is_single() const { return code != ObjectCode::array && code != ObjectCode::record; }
@@ -163,38 +163,50 @@ public:
 
     /// Section FileInfo, texts as they stand.
     struct FileInfo {
-        std::string file_name, file_version, file_revision, eds_version, description;
-        std::string creation_time, creation_date, created_by;
-        std::string modification_time, modification_date, modified_by;
-        std::string last_eds;  ///< of a DCF: the EDS that it was made from
+        std::string file_name;          ///< FileName
+        std::string file_version;       ///< FileVersion
+        std::string file_revision;      ///< FileRevision
+        std::string eds_version;        ///< EDSVersion: of the form that the file keeps, "4.0"
+        std::string description;        ///< Description
+        std::string creation_time;      ///< CreationTime, "hh:mmAM"
+        std::string creation_date;      ///< CreationDate, "mm-dd-yyyy"
+        std::string created_by;         ///< CreatedBy
+        std::string modification_time;  ///< ModificationTime, "hh:mmAM"
+        std::string modification_date;  ///< ModificationDate, "mm-dd-yyyy"
+        std::string modified_by;        ///< ModifiedBy
+        std::string last_eds;           ///< of a DCF: the EDS that it was made from
     };
 
     /// Section DeviceInfo.
     struct DeviceInfo {
-        std::string vendor_name, product_name, order_code;
-        std::optional<std::uint32_t> vendor_number, product_number, revision_number;
-        std::vector<unsigned int> baud_rates_kbit;  ///< rising
-        bool simple_boot_up_master = false;
-        bool simple_boot_up_slave = false;
-        bool dynamic_channels = false;
-        bool group_messaging = false;
-        bool lss = false;  ///< can be given its node number by LSS (CiA 305)
+        std::string vendor_name;                       ///< VendorName
+        std::string product_name;                      ///< ProductName
+        std::string order_code;                        ///< OrderCode
+        std::optional<std::uint32_t> vendor_number;    ///< VendorNumber, as in 0x1018:1
+        std::optional<std::uint32_t> product_number;   ///< ProductNumber, as in 0x1018:2
+        std::optional<std::uint32_t> revision_number;  ///< RevisionNumber, as in 0x1018:3
+        std::vector<unsigned int> baud_rates_kbit;     ///< that it can do, in kbit/s, rising: of 10 to 1000
+        bool simple_boot_up_master = false;            ///< SimpleBootUpMaster
+        bool simple_boot_up_slave = false;             ///< SimpleBootUpSlave
+        bool dynamic_channels = false;                 ///< DynamicChannelsSupported
+        bool group_messaging = false;                  ///< GroupMessaging: multiplexed PDOs
+        bool lss = false;                              ///< can be given its node number by LSS (CiA 305)
         unsigned int granularity =
             0;  ///< smallest part of a PDO that can be mapped, in bits; 0 when none can
-        unsigned int receive_pdos = 0;
-        unsigned int transmit_pdos = 0;
-        unsigned int compact_pdo = 0;  ///< mask of PDO parameters that exist without a section
+        unsigned int receive_pdos = 0;   ///< NrOfRXPDO, 0 to 512
+        unsigned int transmit_pdos = 0;  ///< NrOfTXPDO, 0 to 512
+        unsigned int compact_pdo = 0;    ///< mask of PDO parameters that exist without a section
     };
 
     /// Section DeviceComissioning (so spelled there) of a DCF.
     struct Commissioning {
-        unsigned int node_id = 0;  ///< 1 to 127; 0 when it is not told
-        std::string node_name;
-        unsigned int baud_rate_kbit = 0;
-        std::uint32_t net_number = 0;
-        std::string network_name;
-        bool canopen_manager = false;
-        std::optional<std::uint32_t> lss_serial_number;
+        unsigned int node_id = 0;         ///< 1 to 127; 0 when it is not told
+        std::string node_name;            ///< NodeName, the node's in the plant
+        unsigned int baud_rate_kbit = 0;  ///< Baudrate, in kbit/s, to 65535; 0 when it is not told
+        std::uint32_t net_number = 0;     ///< NetNumber, the bus's; 0 when it is not told
+        std::string network_name;         ///< NetworkName, the bus's in the plant
+        bool canopen_manager = false;     ///< CANopenManager: the node manages the bus
+        std::optional<std::uint32_t> lss_serial_number;  ///< LSS_SerialNumber, as in 0x1018:4
     };
 
     /// What a DCF tells about its making.

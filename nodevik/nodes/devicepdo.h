@@ -40,23 +40,23 @@ struct NODEVIK_EXPORT DescribedPdo {
 
     /// An object that is mapped into the frame.
     struct Item {
-        std::uint16_t index = 0;
-        std::uint8_t subindex = 0;
+        std::uint16_t index = 0;    ///< of the object; a place holder's is its data type, 1 to 7
+        std::uint8_t subindex = 0;  ///< of the entry in that object
         unsigned int bits = 0;      ///< length in the frame
         unsigned int position = 0;  ///< first bit in the frame
         const DeviceDescription::Entry* entry =
             nullptr;  ///< null when the file has none, as for place holders
     };
 
-    const DeviceDescription* description = nullptr;
-    Direction direction = Direction::transmit;
-    unsigned int number = 0;   ///< 1 to 512
-    std::uint32_t cob_id = 0;  ///< as the node's object has it, flags in bits 29 to 31
-    bool valid = false;        ///< bit 31 is clear, and there is a COB-ID
-    std::uint8_t transmission_type = 255;
-    std::vector<Item> items;  ///< in the frame's order
-    unsigned int bits = 0;    ///< length of all items
-    std::string fault;        ///< why the mapping is not usable: too long, an entry missing; else empty
+    const DeviceDescription* description = nullptr;  ///< of the node
+    Direction direction = Direction::transmit;       ///< which way it goes
+    unsigned int number = 0;                         ///< 1 to 512
+    std::uint32_t cob_id = 0;                        ///< as the node's object has it, flags in bits 29 to 31
+    bool valid = false;                              ///< bit 31 is clear, and there is a COB-ID
+    std::uint8_t transmission_type = 255;  ///< when it passes (CiA 301, 7.5.2.35 and .37); 255 when not told
+    std::vector<Item> items;               ///< in the frame's order
+    unsigned int bits = 0;                 ///< length of all items
+    std::string fault;  ///< why the mapping is not usable: too long, an entry missing; else empty
 
     /// Fills COB-ID, transmission type, mapping list and length of a master's PDO; variables that are mapped stay.
     /// @return why it was not filled; empty when it was

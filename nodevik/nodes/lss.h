@@ -86,9 +86,9 @@ NODEVIK_EXPORT const char* lss_words(LssOutcome outcome);
 
 /// The end of a service.
 struct LssResult {
-    LssOutcome outcome = LssOutcome::cancelled;
-    LssIdentity identity;   ///< of the node that was found or asked
-    unsigned int node = 0;  ///< asked for the node number: 1 to 127, or Lss::no_node
+    LssOutcome outcome = LssOutcome::cancelled;  ///< how it has ended
+    LssIdentity identity;                        ///< of the node that was found or asked
+    unsigned int node = 0;                       ///< asked for the node number: 1 to 127, or Lss::no_node
     unsigned int answers =
         0;  ///< answers to the last question; of start_assign() the nodes that have their number
     unsigned char error = 0;     ///< refused: the node's error code; 255 says that `specific` tells it

@@ -55,17 +55,17 @@ NODEVIK_EXPORT const char* configuration_result_name(ConfigurationResult result)
 
 /// A value that a node is to have.
 struct ConfigurationValue {
-    std::uint16_t index = 0;
-    std::uint8_t subindex = 0;
-    ObjectBytes bytes;
+    std::uint16_t index = 0;    ///< of the object in the node's dictionary
+    std::uint8_t subindex = 0;  ///< of the entry in that object
+    ObjectBytes bytes;          ///< as an SDO carries them, least significant first
 };
 
 /// An object of a report.
 struct ConfigurationItem {
-    std::uint16_t index = 0;
-    std::uint8_t subindex = 0;
-    ObjectBytes bytes;  ///< what it is to be
-    ConfigurationResult result = ConfigurationResult::not_reached;
+    std::uint16_t index = 0;    ///< of the object in the node's dictionary
+    std::uint8_t subindex = 0;  ///< of the entry in that object
+    ObjectBytes bytes;          ///< what it is to be
+    ConfigurationResult result = ConfigurationResult::not_reached;  ///< what became of it
     std::uint32_t abort_code = 0;  ///< of a refusal; 0 when there was no abort
     std::string reason;            ///< of a refusal, in words
 };
@@ -81,13 +81,13 @@ enum class ConfigurationOutcome : std::uint8_t {
 
 /// What became of a node.
 struct ConfigurationReport {
-    unsigned int node = 0;
-    ConfigurationOutcome outcome = ConfigurationOutcome::cancelled;
-    std::vector<ConfigurationItem> items;  ///< as they were asked for
-    std::string reason;                    ///< what went wrong, in words; empty when nothing did
-    std::uint32_t abort_code = 0;          ///< of what went wrong, if there was an abort
-    bool restored = false;                 ///< 0x1011 was written and the node came back
-    bool stored = false;                   ///< 0x1010 was written
+    unsigned int node = 0;                                           ///< the node's number, 1 to 127
+    ConfigurationOutcome outcome = ConfigurationOutcome::cancelled;  ///< how it has ended
+    std::vector<ConfigurationItem> items;                            ///< as they were asked for
+    std::string reason;            ///< what went wrong, in words; empty when nothing did
+    std::uint32_t abort_code = 0;  ///< of what went wrong, if there was an abort
+    bool restored = false;         ///< 0x1011 was written and the node came back
+    bool stored = false;           ///< 0x1010 was written
     bool put_back_failed = false;  ///< a PDO could not be put back: it is switched off, or changed in part
 };
 

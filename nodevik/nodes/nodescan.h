@@ -117,9 +117,9 @@ enum class NodeScanOutcome : unsigned char {
 
 /// The end of a scan.
 struct NodeScanResult {
-    NodeScanOutcome outcome = NodeScanOutcome::cancelled;
-    unsigned int found = 0;      ///< nodes that were found
-    unsigned int answering = 0;  ///< of these, nodes that answered
+    NodeScanOutcome outcome = NodeScanOutcome::cancelled;  ///< how it has ended
+    unsigned int found = 0;                                ///< nodes that were found
+    unsigned int answering = 0;                            ///< of these, nodes that answered
 
     /// Whether it went to its end.
     bool ok() const { return outcome == NodeScanOutcome::done; }

@@ -73,10 +73,10 @@ struct NODEVIK_EXPORT NodeEmergency {
 
 /// What is known of a node.
 struct NodeStatus {
-    static constexpr std::size_t kept_emergencies = 8;
+    static constexpr std::size_t kept_emergencies = 8;  ///< how many emergencies are kept, the last ones
 
-    NodeState state = NodeState::unknown;
-    bool is_lost = false;           ///< it was watched and has fallen silent
+    NodeState state = NodeState::unknown;  ///< as it told last; unknown when it told none, or is lost
+    bool is_lost = false;                  ///< it was watched and has fallen silent
     bool in_trouble = false;        ///< its last emergency has left something wrong; a boot-up clears it
     std::uint64_t heard_ns = 0;     ///< its last good frame, ObservedFrame::monotonic_time_ns(); 0 none yet
     std::uint64_t boot_ups = 0;     ///< boot-up messages
@@ -119,8 +119,8 @@ public:
 
 protected:
     NodeListener() = default;
-    NodeListener(const NodeListener&) = default;
-    NodeListener& operator=(const NodeListener&) = default;
+    NodeListener(const NodeListener&) = default;             ///< there is nothing to copy
+    NodeListener& operator=(const NodeListener&) = default;  ///< there is nothing to copy
     ~NodeListener() = default;
 };
 

@@ -68,8 +68,8 @@ enum class SdoOutcome : unsigned char {
 
 /// The end of a transfer.
 struct NODEVIK_EXPORT SdoResult {
-    SdoOutcome outcome = SdoOutcome::cancelled;
-    SdoObject object;              ///< what was read or written
+    SdoOutcome outcome = SdoOutcome::cancelled;  ///< how it has ended
+    SdoObject object;                            ///< what was read or written
     std::uint32_t abort_code = 0;  ///< of the node's abort, or of the one meant for the node; 0 without one
     std::uint64_t bytes = 0;       ///< data bytes that were delivered or confirmed
     bool by_blocks = false;        ///< it went as a block transfer
@@ -103,8 +103,8 @@ public:
 
 protected:
     SdoSource() = default;
-    SdoSource(const SdoSource&) = default;
-    SdoSource& operator=(const SdoSource&) = default;
+    SdoSource(const SdoSource&) = default;             ///< there is nothing to copy
+    SdoSource& operator=(const SdoSource&) = default;  ///< there is nothing to copy
     ~SdoSource() = default;
 };
 
@@ -128,8 +128,8 @@ public:
 
 protected:
     SdoSink() = default;
-    SdoSink(const SdoSink&) = default;
-    SdoSink& operator=(const SdoSink&) = default;
+    SdoSink(const SdoSink&) = default;             ///< there is nothing to copy
+    SdoSink& operator=(const SdoSink&) = default;  ///< there is nothing to copy
     ~SdoSink() = default;
 };
 
@@ -142,6 +142,7 @@ enum class SdoMode : unsigned char {
 
 /// How a transfer goes. The defaults suit a node in its usual state.
 struct SdoOptions {
+    /// Which kind of transfer is used for what does not fit into one frame.
     SdoMode mode = SdoMode::automatic;
 
     /// Longest wait for each answer, in milliseconds. It begins again with every frame of the transfer.
