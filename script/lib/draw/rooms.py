@@ -15,6 +15,7 @@ ROOMS = (
     ("program/", "program", "what the programs beside the panel share"),
     ("simulator/vehicle/", "simulator/vehicle", "the vehicle's end of the serial line"),
     ("simulator/node/", "simulator/node", "CANopen nodes behind UDP or on a CAN interface"),
+    ("tools/", "tools", "one command for a bus"),
     ("examples/", "examples", "short programs that use the library"),
     ("docs/gallery/", "docs/gallery", "what the guides' pictures need"),
 )

@@ -1,0 +1,388 @@
+// The program nodevik against node-simulator over UDP. What was sent is told by the simulator's log, and what is
+// printed by the program's two outputs.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <sstream>
+#include <thread>
+
+#include "tests/support/childprocess.h"
+#include "tests/support/loopbacksocket.h"
+#include "tests/support/nodeprocess.h"
+#include "tests/support/pseudoterminal.h"
+#include "tests/support/temporaryfile.h"
+
+namespace {
+
+const char* const description_text =
+    "[DeviceInfo]\nVendorName=maker\n"
+    "[MandatoryObjects]\nSupportedObjects=1\n1=0x1000\n"
+    "[1000]\nParameterName=Device type\nObjectType=7\nDataType=7\nAccessType=ro\nDefaultValue=0x191\n"
+    "[ManufacturerObjects]\nSupportedObjects=4\n1=0x2000\n2=0x2001\n3=0x2002\n4=0x2003\n"
+    "[2000]\nParameterName=Speed\nObjectType=7\nDataType=3\nAccessType=rw\nLowLimit=-100\nHighLimit=100\n"
+    "[2001]\nParameterName=Inputs\nObjectType=8\nSubNumber=3\n"
+    "[2001sub0]\nParameterName=Count\nObjectType=7\nDataType=5\nAccessType=ro\nDefaultValue=2\n"
+    "[2001sub1]\nParameterName=First\nObjectType=7\nDataType=5\nAccessType=rw\nDefaultValue=7\n"
+    "[2001sub2]\nParameterName=Second\nObjectType=7\nDataType=5\nAccessType=rw\nDefaultValue=8\n"
+    "[2002]\nParameterName=Program\nObjectType=2\nDataType=15\nAccessType=rw\n"
+    "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
+
+constexpr const char* marker = "7f0";  // a frame of the test's own
+
+std::string datagram(unsigned id, const std::string& data) {
+    std::string bytes(16, '\0');
+    bytes[0] = static_cast<char>(id & 0xFF);
+    bytes[1] = static_cast<char>(id >> 8);
+    bytes[4] = static_cast<char>(data.size());
+    bytes.replace(8, data.size(), data);
+    return bytes;
+}
+
+// A simulator with nodes 5 and 6, and what it has heard.
+class Command : public testing::Test {
+protected:
+    Command() {
+        description_.write(description_text);
+        node_ = std::make_unique<NodeProcess>(
+            NODE_SIMULATOR, std::vector<std::string>{"--nodes", "5,6", "--log", log_.path(), "--eds",
+                                                     "6=" + description_.path()});
+    }
+
+    std::string bus() const { return "127.0.0.1:" + std::to_string(node_->port()); }
+
+    std::vector<std::string> words(const std::vector<std::string>& more) const {
+        std::vector<std::string> result{NODEVIK, "--udp", bus()};
+        result.insert(result.end(), more.begin(), more.end());
+        return result;
+    }
+
+    ChildResult run(const std::vector<std::string>& more) const { return run_program(words(more)); }
+
+    // Every frame that the simulator has received up to now: identifier, length, data.
+    std::vector<std::string> heard() {
+        const LoopbackSocket own;
+        own.send(node_->port(), datagram(0x7F0, ""));
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (std::chrono::steady_clock::now() < limit) {
+            std::vector<std::string> frames;
+            std::istringstream lines(log_.content());
+            for (std::string line; std::getline(lines, line);) {
+                if (const std::size_t at = line.find(" in  "); at != std::string::npos) {
+                    const std::string frame = line.substr(at + 5);
+                    if (frame.rfind(marker, 0) == 0) {
+                        return frames;
+                    }
+                    frames.push_back(frame);
+                }
+            }
+            std::this_thread::yield();
+        }
+        return {"the simulator is silent"};
+    }
+
+    const std::string& description() const { return description_.path(); }
+
+private:
+    TemporaryFile log_;
+    TemporaryFile description_;
+    std::unique_ptr<NodeProcess> node_;
+};
+
+void expect_done(const ChildResult& result, const std::string& out) {
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, out);
+    EXPECT_EQ(result.err, "");
+}
+
+void expect_failure(const ChildResult& result, int status, const std::string& err) {
+    EXPECT_EQ(result.status, status);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "nodevik: " + err + "\n");
+}
+
+using Frames = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(Command, ReadsAnEntryAndSendsNothingElse) {
+    expect_done(run({"sdo", "read", "5", "0x1018:2", "--segments"}), "0x1018:2  01040000  1025\n");
+    EXPECT_EQ(heard(), (Frames{"605 8 40 18 10 02 00 00 00 00"}));
+}
+
+TEST_F(Command, ReadsByAType) {
+    expect_done(run({"sdo", "read", "5", "0x1018:2", "--type", "u32"}), "0x1018:2  1025\n");
+    expect_done(run({"sdo", "read", "5", "0x1008", "--type", "str"}), "0x1008:0  node-simulator\n");
+    expect_done(run({"sdo", "read", "5", "0x1009:0", "--type", "oct"}), "simulated hardware");
+    expect_done(run({"sdo", "read", "5", "0x100A:0", "--type", "hex"}), "0x100A:0  312E30\n");
+}
+
+TEST_F(Command, ReadsEveryEntryOfAnObjectThatHasSubindices) {
+    expect_done(run({"sdo", "read", "5", "0x1018", "--type", "u32"}),
+                "0x1018:0  4\n0x1018:1  0\n0x1018:2  1025\n0x1018:3  65536\n0x1018:4  5\n");
+    for (const std::string& frame : heard()) {
+        EXPECT_EQ(frame.rfind("605 8 a4 18 10 0", 0), 0U) << frame;
+    }
+}
+
+TEST_F(Command, ReadsOneValueOfAnObjectThatHasNone) {
+    expect_done(run({"sdo", "read", "5", "0x1001"}), "0x1001:0  00  0\n");
+    expect_done(run({"sdo", "write", "5", "0x100D", "3", "--type", "u8"}), "");
+    expect_done(run({"sdo", "read", "5", "0x100D"}), "0x100D:0  03  3\n");
+}
+
+TEST_F(Command, ReadsByTheNamesAndTypesOfADescription) {
+    const std::string eds = description();
+    expect_done(run({"--eds", eds, "sdo", "write", "6", "speed", "-100"}), "");
+    expect_done(run({"--eds", "6=" + eds, "sdo", "read", "6", "speed"}), "0x2000:0  -100  Speed\n");
+    expect_done(run({"--eds", eds, "sdo", "read", "6", "inputs"}),
+                "0x2001:0  2  Inputs/Count\n0x2001:1  7  Inputs/First\n0x2001:2  8  Inputs/Second\n");
+}
+
+TEST_F(Command, TellsValuesAsJson) {
+    expect_done(
+        run({"--json", "sdo", "read", "5", "0x1018:2", "--type", "u32"}),
+        "{\"node\":5,\"index\":\"0x1018\",\"sub\":2,\"type\":\"u32\",\"value\":1025,\"hex\":\"01040000\"}\n");
+    expect_done(run({"sdo", "read", "5", "0x100A", "--json"}),
+                "{\"node\":5,\"index\":\"0x100A\",\"sub\":0,\"type\":\"hex\",\"value\":3157553,\"hex\":"
+                "\"312e30\"}\n");
+    expect_done(run({"--json", "--eds", description(), "sdo", "write", "6", "Total", "18446744073709551615"}),
+                "{\"node\":6,\"index\":\"0x2003\",\"sub\":0,\"type\":\"u64\",\"value\":18446744073709551615,"
+                "\"hex\":\"ffffffffffffffff\",\"name\":\"Total\"}\n");
+}
+
+TEST_F(Command, WritesAValueOfItsTypesSize) {
+    expect_done(run({"sdo", "write", "5", "0x1017", "500", "--type", "u16"}), "");
+    EXPECT_EQ(heard(), (Frames{"605 8 2b 17 10 00 f4 01 00 00"}));
+}
+
+TEST_F(Command, TakesWhatFollowsTheObjectForTheValue) {
+    expect_done(run({"sdo", "write", "5", "0x1017", "-5", "--type", "i16"}), "");
+    expect_done(run({"sdo", "--timeout", "900", "write", "--type=i16", "5", "0x1017", "-6"}), "");
+    expect_done(run({"sdo", "write", "5", "0x1017", "-h", "--type", "oct"}), "");
+    EXPECT_EQ(heard(), (Frames{"605 8 2b 17 10 00 fb ff 00 00", "605 8 2b 17 10 00 fa ff 00 00",
+                               "605 8 2b 17 10 00 2d 68 00 00"}));
+}
+
+TEST_F(Command, RefusesAValueThatIsNoneBeforeAnythingIsSent) {
+    expect_failure(run({"sdo", "write", "5", "0x1017", "65536", "--type", "u16"}), 2,
+                   "the value '65536' does not fit UNSIGNED16");
+    expect_failure(run({"--eds", description(), "sdo", "write", "6", "speed", "101"}), 2,
+                   "the value '101' is above the high limit 100");
+    expect_failure(
+        run({"sdo", "write", "5", "0x1017", "1"}), 2,
+        "the type of the value is not known; name it with --type, such as --type u16, or a description "
+        "with --eds");
+    expect_failure(run({"--eds", description(), "sdo", "write", "6", "inputs", "1"}), 2,
+                   "'inputs' has several entries; name one, such as 0x2001:1");
+    EXPECT_EQ(heard(), Frames{});
+}
+
+TEST_F(Command, MovesLongValuesFromAndToFiles) {
+    std::string program;
+    for (int i = 0; i < 5000; ++i) {
+        program += static_cast<char>(i * 7);
+    }
+    const TemporaryFile in;
+    in.write(program);
+    const TemporaryFile out;
+    for (const char* mode : {"--block", "--segments"}) {
+        out.write("");
+        expect_done(run({"sdo", "write", "6", "0x2002", "--in", in.path(), mode}), "");
+        expect_done(run({"sdo", "read", "6", "0x2002:0", "--out", out.path(), mode}), "");
+        EXPECT_EQ(out.content(), program) << mode;
+    }
+    out.write("");
+    in.write("0A1B\n");
+    expect_done(run({"sdo", "write", "6", "0x2002", "--in", in.path(), "--type", "hex"}), "");
+    expect_done(run({"sdo", "read", "6", "0x2002:0", "--out", out.path()}), "");
+    EXPECT_EQ(out.content(), "\x0A\x1B");
+    expect_done(run({"sdo", "read", "6", "0x2002:0", "--out", out.path(), "--type", "hex"}), "");
+    EXPECT_EQ(out.content(), "0A1B\n");
+}
+
+TEST_F(Command, DoesNotWriteAFileWithoutItsContent) {
+    const TemporaryFile there;
+    there.write("before");
+    EXPECT_EQ(run({"sdo", "read", "5", "0x1018:9", "--out", there.path()}).status, 1);
+    EXPECT_EQ(there.content(), "before");
+    const std::string missing = there.path() + ".new";
+    EXPECT_EQ(run({"sdo", "read", "5", "0x1018:9", "--out", missing}).status, 1);
+    EXPECT_NE(access(missing.c_str(), F_OK), 0);
+}
+
+TEST_F(Command, EndsWith5WhenAFileIsBad) {
+    expect_failure(run({"sdo", "write", "5", "0x1017", "--in", "/no/such"}), 5,
+                   "/no/such cannot be read: No such file or directory");
+    expect_failure(run({"sdo", "read", "5", "0x1017", "--out", "/no/such"}), 5,
+                   "/no/such cannot be written: No such file or directory");
+    expect_failure(run({"sdo", "read", "5", "0x1017:0", "--out", "/dev/full"}), 5,
+                   "/dev/full cannot be written: No space left on device");
+    EXPECT_EQ(run({"--eds", "/no/such", "sdo", "read", "5", "speed"}).status, 5);
+    const ChildResult full = run_program({"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full", NODEVIK, "--udp",
+                                          bus(), "sdo", "read", "5", "0x1017"});
+    expect_failure(full, 5, "standard output takes nothing more: No space left on device");
+}
+
+TEST_F(Command, EndsWith1WhenTheNodeRefuses) {
+    expect_failure(run({"sdo", "read", "5", "0x1018:9"}), 1,
+                   "node 5, 0x1018:9: the node refuses: Sub-index does not exist. (0x06090011)");
+    expect_failure(run({"sdo", "write", "5", "0x1018:1", "1", "--type", "u32"}), 1,
+                   "node 5, 0x1018:1: the node refuses: Attempt to write a read only object. (0x06010002)");
+}
+
+TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
+        {{}, "a command is missing; right are sdo, nmt, send; 'nodevik --help' tells more"},
+        {{"foo"}, "'foo' is none of its commands; right are sdo, nmt, send; 'nodevik --help' tells more"},
+        {{"sdo"}, "a command is missing; right are read, write; 'nodevik sdo --help' tells more"},
+        {{"sdo", "read", "5"}, "OBJECT is required; 'nodevik sdo read --help' tells more"},
+        {{"sdo", "read", "128", "0x1018"},
+         "NODE: Value 128 not in range 1 to 127; 'nodevik sdo read --help' tells more"},
+        {{"sdo", "read", "5", "speed"},
+         "'speed' is no object; right are 0x1018, 0x1018:1, and with --eds a name"},
+        {{"sdo", "read", "5", "0x1018", "--type", "u9"},
+         "'u9' is no type; right are bool, u8 to u64, i8 to i64, r32, r64, str, oct and hex"},
+        {{"sdo", "write", "5", "0x1017"},
+         "VALUE: a value or --in FILE is needed; 'nodevik sdo write --help' tells more"},
+        {{"nmt", "start", "all", "--can", "can0"},
+         "--can excludes --udp; 'nodevik nmt start --help' tells more"},
+        {{"nmt", "start", "0"},
+         "NODE: '0' is no node; right are 1 to 127, and all; 'nodevik nmt start --help' tells more"},
+        {{"send", "000#8105"},
+         "identifier 000 is an NMT command; 'nodevik nmt' sends those, such as 'nodevik nmt start 5'"},
+        {{"send", "705#R"},
+         "over UDP there are no remote requests and no 29-bit identifiers; such a frame needs a CAN "
+         "interface"},
+        {{"--udp", "x", "send", "705#"}, ""}};
+    for (const auto& [arguments, message] : wrong) {
+        const ChildResult result = run(arguments);
+        EXPECT_EQ(result.status, 2) << message;
+        EXPECT_EQ(result.out, "");
+        if (message.empty()) {
+            EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        } else {
+            EXPECT_EQ(result.err, "nodevik: " + message + "\n");
+        }
+    }
+    EXPECT_EQ(heard(), Frames{});
+}
+
+TEST_F(Command, EndsWith3WhenNobodyAnswers) {
+    expect_failure(
+        run({"--timeout", "50", "sdo", "read", "77", "0x1018:1", "--segments"}), 3,
+        "node 77, 0x1018:1: no answer within 50 ms; is the node on, and is this its number and its bus?");
+    EXPECT_EQ(heard(), (Frames{"64d 8 40 18 10 01 00 00 00 00", "64d 8 80 18 10 01 00 00 04 05"}));
+}
+
+TEST_F(Command, EndsWith4WhenTheBusCannotBeUsed) {
+    const LoopbackSocket taken;
+    const std::string port = std::to_string(taken.port());
+    expect_failure(run_program({NODEVIK, "--udp", "127.0.0.1:1," + port, "sdo", "read", "5", "0x1018"}), 4,
+                   "UDP port " + port +
+                       " cannot be used: Address already in use; choose another LOCALPORT, or leave it out");
+    const ChildResult result = run_program({NODEVIK, "--can", "no-such-bus", "sdo", "read", "5", "0x1018"});
+    EXPECT_EQ(result.status, 4);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err.rfind("nodevik: ", 0), 0U);
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+}
+
+TEST_F(Command, SendsTheNmtCommandThatWasAskedForAndNoOther) {
+    for (const auto& [word, node] : std::vector<std::pair<const char*, const char*>>{
+             {"start", "5"}, {"stop", "5"}, {"preop", "all"}, {"reset", "127"}, {"reset-comm", "1"}}) {
+        expect_done(run({"nmt", word, node}), "");
+    }
+    EXPECT_EQ(heard(), (Frames{"000 2 01 05", "000 2 02 05", "000 2 80 00", "000 2 81 7f", "000 2 82 01"}));
+}
+
+TEST_F(Command, SendsTheFrameThatWasAskedFor) {
+    expect_done(run({"send", "185#01.02FF"}), "");
+    expect_done(run({"send", "080#"}), "");
+    EXPECT_EQ(heard(), (Frames{"185 3 01 02 ff", "080 0"}));
+}
+
+TEST_F(Command, EndsQuietlyWhenNobodyReadsItsResults) {
+    const std::vector<std::string> command = words({"sdo", "read", "5", "0x1018"});
+    const ChildResult result = run_in_child([&command] {
+        int ends[2];
+        if (pipe(ends) != 0) {
+            _exit(99);
+        }
+        close(ends[0]);
+        dup2(ends[1], STDOUT_FILENO);
+        std::vector<char*> arguments;
+        for (const std::string& word : command) {
+            arguments.push_back(const_cast<char*>(word.c_str()));
+        }
+        arguments.push_back(nullptr);
+        execv(arguments[0], arguments.data());
+        _exit(99);
+    });
+    expect_done(result, "");
+}
+
+TEST_F(Command, ShowsProgressOnATerminalUnlessItIsToBeQuiet) {
+    const TemporaryFile in;
+    in.write(std::string(20000, 'x'));
+    for (const bool quiet : {false, true}) {
+        PseudoTerminal terminal;
+        std::vector<std::string> command = words({"sdo", "write", "6", "0x2002", "--in", in.path()});
+        if (quiet) {
+            command.push_back("--quiet");
+        }
+        const ChildResult result = run_in_child([&command, &terminal] {
+            dup2(open(terminal.path().c_str(), O_RDWR | O_NOCTTY), STDERR_FILENO);
+            std::vector<char*> arguments;
+            for (const std::string& word : command) {
+                arguments.push_back(const_cast<char*>(word.c_str()));
+            }
+            arguments.push_back(nullptr);
+            execv(arguments[0], arguments.data());
+            _exit(99);
+        });
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.out, "");
+        terminal.send("");
+        const std::string shown = quiet ? terminal.receive(1, 0) : terminal.receive(42);
+        EXPECT_EQ(shown.find('%') != std::string::npos, !quiet) << shown;
+    }
+}
+
+TEST(CommandAtItsEnd, AbortsTheTransferThatIsInterruptedAndSendsNoNmt) {
+    LoopbackSocket node;
+    const std::string peer = "127.0.0.1:" + std::to_string(node.port());
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            execl(NODEVIK, NODEVIK, "--udp", peer.c_str(), "--timeout", "600000", "sdo", "read", "5",
+                  "0x1018:1", "--segments", nullptr);
+            _exit(99);
+        }
+        EXPECT_EQ(node.receive(), datagram(0x605, std::string("\x40\x18\x10\x01\0\0\0\0", 8)));
+        kill(child, signal);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 130);
+        EXPECT_EQ(node.receive(), datagram(0x605, std::string("\x80\x18\x10\x01\0\0\0\x08", 8)));
+        EXPECT_EQ(node.receive(0), std::nullopt);
+    }
+}
+
+TEST(CommandHelp, HasAnExampleForEachCommand) {
+    const std::vector<std::vector<std::string>> commands{
+        {},      {"sdo"},          {"sdo", "read"},       {"sdo", "write"},
+        {"nmt"}, {"nmt", "start"}, {"nmt", "reset-comm"}, {"send"}};
+    for (std::vector<std::string> words : commands) {
+        words.insert(words.begin(), NODEVIK);
+        words.push_back("--help");
+        const ChildResult result = run_program(words);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        EXPECT_NE(result.out.find("Example:\n  nodevik "), std::string::npos) << result.out;
+    }
+}

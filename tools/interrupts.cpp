@@ -1,0 +1,49 @@
+#include "tools/interrupts.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "nodevik/util/monotonicclock.h"
+#include "tools/failure.h"
+
+namespace nodevik_tool {
+
+Interrupts::Interrupts() {
+    std::signal(SIGPIPE, SIG_IGN);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    descriptor_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+    if (descriptor_ < 0) {
+        throw Failure(ExitStatus::no_bus, std::string("no descriptor for signals: ") + std::strerror(errno));
+    }
+}
+
+Interrupts::~Interrupts() {
+    close(descriptor_);
+}
+
+short Interrupts::wait(int descriptor, short events, std::uint64_t deadline_ns) const {
+    for (;;) {
+        std::array<pollfd, 2> entries{{{descriptor_, POLLIN, 0}, {descriptor, events, 0}}};
+        const int count =
+            poll(entries.data(), entries.size(), milliseconds_until(deadline_ns, monotonic_ns()));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (entries[0].revents != 0) {
+            throw Interrupted();
+        }
+        return entries[1].revents;
+    }
+}
+
+}  // namespace nodevik_tool

@@ -1,0 +1,238 @@
+#include "tools/objects.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "program/numbers.h"
+#include "tools/failure.h"
+
+namespace nodevik_tool {
+
+namespace {
+
+constexpr std::int64_t highest_index = 0xFFFF;
+constexpr std::int64_t highest_subindex = 0xFF;
+constexpr std::size_t number_bytes = 8;  // longest number
+
+// Why a file has no objects.
+std::string reason_of(const DeviceDescription& description, const std::string& file) {
+    for (const DescriptionFinding& finding : description.findings()) {
+        if (finding.severity == DescriptionFinding::Severity::error) {
+            return finding.text();
+        }
+    }
+    return file + ": it has no object that can be used";
+}
+
+std::string printable(const std::string& text) {
+    std::string result;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte >= 0x20 && byte != 0x7F) {
+            result += character;
+        } else {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\x%02X", static_cast<unsigned int>(byte));
+            result += escape.data();
+        }
+    }
+    return result;
+}
+
+std::uint64_t as_number(const ObjectBytes& bytes) {
+    std::uint64_t number = 0;
+    for (std::size_t i = bytes.size(); i > 0; --i) {
+        number = number << 8 | bytes[i - 1];
+    }
+    return number;
+}
+
+bool is_text(ObjectDataType type) {
+    return type == ObjectDataType::visible_string;
+}
+
+}  // namespace
+
+Descriptions::Descriptions(const std::vector<std::string>& words) {
+    for (const std::string& word : words) {
+        unsigned int node = 0;
+        std::string file = word;
+        const std::size_t equals = word.find('=');
+        if (equals != std::string::npos) {
+            if (const auto number = program::whole_number(word.substr(0, equals), 1, program::highest_node)) {
+                node = static_cast<unsigned int>(*number);
+                file = word.substr(equals + 1);
+            }
+        }
+        auto description = std::make_unique<DeviceDescription>();
+        if (!description->load(file)) {
+            throw Failure(ExitStatus::bad_file, reason_of(*description, file));
+        }
+        files_[node] = std::move(description);
+    }
+}
+
+const DeviceDescription* Descriptions::of(unsigned int node) const {
+    auto found = files_.find(node);
+    if (found == files_.end()) {
+        found = files_.find(0);
+    }
+    return found == files_.end() ? nullptr : found->second.get();
+}
+
+ObjectAddress parse_address(const std::string& text, const DeviceDescription* description) {
+    const std::size_t colon = text.find(':');
+    const auto index = program::whole_number(text.substr(0, colon), 0, highest_index);
+    if (index) {
+        ObjectAddress address;
+        address.index = static_cast<std::uint16_t>(*index);
+        if (colon == std::string::npos) {
+            return address;
+        }
+        if (const auto subindex = program::whole_number(text.substr(colon + 1), 0, highest_subindex)) {
+            address.subindex = static_cast<std::uint8_t>(*subindex);
+            return address;
+        }
+    }
+    if (index || description == nullptr) {
+        throw Failure(ExitStatus::usage,
+                      "'" + text + "' is no object; right are 0x1018, 0x1018:1" +
+                          (description == nullptr ? ", and with --eds a name" : " and a name"));
+    }
+    if (const DeviceDescription::Object* object = description->object(text)) {
+        ObjectAddress address;
+        address.index = object->index;
+        return address;
+    }
+    const auto entries = description->entries_named(text);
+    if (const DeviceDescription::Entry* entry = description->entry(text)) {
+        return {entry->index, entry->subindex};
+    }
+    std::string list;
+    for (const DeviceDescription::Entry* entry : entries) {
+        list += (list.empty() ? "" : ", ") + address_text(entry->index, entry->subindex);
+    }
+    throw Failure(ExitStatus::usage, list.empty()
+                                         ? "no object of " + description->file() + " is named '" + text + "'"
+                                         : "'" + text + "' is the name of several: " + list);
+}
+
+std::string address_text(std::uint16_t index, std::uint8_t subindex) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "0x%04X:%u", static_cast<unsigned int>(index),
+                  static_cast<unsigned int>(subindex));
+    return text.data();
+}
+
+std::string ValueForm::name() const {
+    switch (kind) {
+        case Kind::typed:
+            return object_type_short_name(type);
+        case Kind::raw:
+            return "oct";
+        default:
+            return "hex";
+    }
+}
+
+ValueForm parse_form(const std::string& word) {
+    if (word.empty()) {
+        return {};
+    }
+    if (word == "hex") {
+        return {ValueForm::Kind::hex, ObjectDataType::none};
+    }
+    if (word == "oct") {
+        return {ValueForm::Kind::raw, ObjectDataType::none};
+    }
+    const ObjectDataType type = object_data_type(std::string_view(word));
+    if (type == ObjectDataType::none || word != object_type_short_name(type)) {
+        throw Failure(
+            ExitStatus::usage,
+            "'" + word + "' is no type; right are bool, u8 to u64, i8 to i64, r32, r64, str, oct and hex");
+    }
+    return {ValueForm::Kind::typed, type};
+}
+
+ValueForm entry_form(const DeviceDescription::Entry* entry) {
+    if (entry == nullptr || entry->type == ObjectDataType::none) {
+        return {};
+    }
+    if (entry->type == ObjectDataType::domain || entry->type == ObjectDataType::octet_string) {
+        return {ValueForm::Kind::hex, ObjectDataType::none};
+    }
+    return {ValueForm::Kind::typed, entry->type};
+}
+
+ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* entry, const std::string& text,
+                        unsigned int node) {
+    if (form.kind == ValueForm::Kind::raw || (form.kind == ValueForm::Kind::typed && is_text(form.type))) {
+        return {text.begin(), text.end()};
+    }
+    const ObjectDataType type = form.kind == ValueForm::Kind::hex ? ObjectDataType::octet_string : form.type;
+    const bool by_entry = entry != nullptr && entry->type == type;
+    const ObjectParse parsed = by_entry ? entry->parse(text, node) : parse_object(type, text, node);
+    if (!parsed.bytes) {
+        throw Failure(ExitStatus::usage, "the value '" + text + "' " + parsed.remark);
+    }
+    return *parsed.bytes;
+}
+
+std::string value_text(const ValueForm& form, const ObjectBytes& bytes) {
+    switch (form.kind) {
+        case ValueForm::Kind::typed:
+            return printable(format_object(form.type, bytes));
+        case ValueForm::Kind::raw:
+            return {bytes.begin(), bytes.end()};
+        case ValueForm::Kind::hex:
+            return format_object(ObjectDataType::octet_string, bytes);
+        case ValueForm::Kind::unknown:
+            break;
+    }
+    std::string text = format_object(ObjectDataType::octet_string, bytes);
+    if (!bytes.empty() && bytes.size() <= number_bytes) {
+        text += "  " + std::to_string(as_number(bytes));
+    }
+    return text;
+}
+
+nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& bytes) {
+    if (form.kind == ValueForm::Kind::unknown && !bytes.empty() && bytes.size() <= number_bytes) {
+        return as_number(bytes);
+    }
+    if (form.kind != ValueForm::Kind::typed) {
+        return plain_hex(bytes);
+    }
+    const std::string text = format_object(form.type, bytes);
+    const bool is_number = object_is_integer(form.type) || object_is_real(form.type);
+    if (is_number && bytes.empty()) {
+        return nullptr;
+    }
+    if (form.type == ObjectDataType::boolean) {
+        return text != "0";
+    }
+    if (object_is_real(form.type)) {
+        return std::strtod(text.c_str(), nullptr);  // one that is no number becomes null
+    }
+    if (object_is_signed(form.type)) {
+        return static_cast<std::int64_t>(std::strtoll(text.c_str(), nullptr, 10));
+    }
+    if (object_is_integer(form.type)) {
+        return static_cast<std::uint64_t>(std::strtoull(text.c_str(), nullptr, 10));
+    }
+    return text;
+}
+
+std::string plain_hex(const ObjectBytes& bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : bytes) {
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
+    }
+    return text;
+}
+
+}  // namespace nodevik_tool

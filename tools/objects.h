@@ -1,0 +1,94 @@
+/// @file
+/// Objects and their values as a command line and its results have them.
+
+#ifndef TOOLS_OBJECTS_H
+#define TOOLS_OBJECTS_H
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "nodevik/nodes/devicedescription.h"
+#include "nodevik/nodes/objectvalue.h"
+
+namespace nodevik_tool {
+
+/// The descriptions that --eds names.
+class Descriptions {
+public:
+    /// Reads the files.
+    /// @param words  "FILE", for every node, or "NODE=FILE"
+    /// @throws Failure  a file cannot be used
+    explicit Descriptions(const std::vector<std::string>& words);
+
+    /// The description of a node, or null.
+    const DeviceDescription* of(unsigned int node) const;
+
+private:
+    std::map<unsigned int, std::unique_ptr<DeviceDescription>> files_;  // 0: of every other node
+};
+
+/// An object that the command line names.
+struct ObjectAddress {
+    std::uint16_t index = 0;
+    std::optional<std::uint8_t> subindex;  ///< nothing when only the object is named
+};
+
+/// Reads "0x1018:1", "0x1018" or a name.
+/// @param description  has the names; may be null
+/// @throws Failure  it is none of them, no object has the name, or several have
+ObjectAddress parse_address(const std::string& text, const DeviceDescription* description);
+
+/// "0x1018:1".
+std::string address_text(std::uint16_t index, std::uint8_t subindex);
+
+/// How a value is written.
+struct ValueForm {
+    /// The kinds of it.
+    enum class Kind : unsigned char {
+        unknown,  ///< nobody has said it
+        typed,    ///< by a data type
+        raw,      ///< bytes as they are
+        hex       ///< bytes as pairs of hexadecimal digits
+    };
+    Kind kind = Kind::unknown;
+    ObjectDataType type = ObjectDataType::none;  ///< of typed
+
+    /// "u32", "oct"; "hex" when nobody has said it.
+    std::string name() const;
+};
+
+/// The form that a word for --type names.
+/// @param word  may be empty: unknown
+/// @throws Failure  it names none
+ValueForm parse_form(const std::string& word);
+
+/// The form of an entry of a description.
+/// @param entry  may be null: unknown
+ValueForm entry_form(const DeviceDescription::Entry* entry);
+
+/// Makes a value of a text.
+/// @param form   not unknown
+/// @param entry  has limits; may be null
+/// @param node   for values with $NODEID
+/// @throws Failure  the text is no such value
+ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* entry, const std::string& text,
+                        unsigned int node);
+
+/// Makes a text of a value; unknown is hexadecimal, and up to 8 bytes also the number. Characters that would spoil a
+/// line are written as "\x0A".
+std::string value_text(const ValueForm& form, const ObjectBytes& bytes);
+
+/// A value in JSON: a number, a truth, or a text; null when there are no bytes of a number.
+nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& bytes);
+
+/// Bytes as "02000000".
+std::string plain_hex(const ObjectBytes& bytes);
+
+}  // namespace nodevik_tool
+
+#endif

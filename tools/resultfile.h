@@ -1,0 +1,39 @@
+/// @file
+/// A file that is written when its content is complete.
+
+#ifndef TOOLS_RESULTFILE_H
+#define TOOLS_RESULTFILE_H
+
+#include <string>
+#include <string_view>
+
+namespace nodevik_tool {
+
+/// The whole content of a file.
+/// @throws Failure  it cannot be read
+std::string file_content(const std::string& path);
+
+/// Opens a file for results. What is in it stays until there is something else to be put there, and a new file goes
+/// again when nothing is.
+class ResultFile {
+public:
+    /// @param path  name of the file
+    /// @throws Failure  it cannot be written
+    explicit ResultFile(const std::string& path);
+    ~ResultFile();
+    ResultFile(const ResultFile&) = delete;
+    ResultFile& operator=(const ResultFile&) = delete;
+
+    /// Replaces what is in the file.
+    /// @throws Failure  the disk does not take all of it
+    void write(std::string_view bytes);
+
+private:
+    std::string path_;
+    int descriptor_ = -1;
+    bool is_new_ = false;  // made by this object, and without its content yet
+};
+
+}  // namespace nodevik_tool
+
+#endif
