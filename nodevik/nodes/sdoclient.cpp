@@ -420,7 +420,7 @@ inline void SdoClient::take(Transfer& t, const unsigned char* frame) {
         take_abort(t, frame);
         return;
     }
-    if (t.unsent) {
+    if (t.unsent || t.deadline == no_deadline) {
         ++dropped_frames.unexpected;
         return;
     }
@@ -694,10 +694,14 @@ bool SdoClient::tell_progress(Transfer& t) {
     const std::uint32_t serial = t.serial;
     // Not where the next transfer would put its own while this one is running.
     auto progress = std::move(t.options.progress);
+    // It may read the bus and take its time: there is nothing that the node is to answer meanwhile.
+    t.deadline = no_deadline;
+    t.wake = no_deadline;
     progress(t.moved, t.total);
     if (t.serial != serial) {
         return false;
     }
+    now = monotonic_ns();
     t.options.progress = std::move(progress);
     return t.state != Transfer::State::aborting;
 }

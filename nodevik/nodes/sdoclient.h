@@ -33,7 +33,8 @@
 /// A frame is taken for an answer only if node, object, toggle bit, sequence number and the state of the transfer say
 /// so. Frames that are late, doubled or meant for somebody else are counted and dropped; a wrong answer ends the
 /// transfer with an abort to the node. A request is sent once: a node that is only slow would execute a repeated one
-/// twice.
+/// twice. The one doubled frame that cannot be told is the confirmation of a full block of a write, which is like the
+/// next one: it may cost the transfer, and the node finds by the CRC whether data are missing.
 ///
 /// Nothing is allocated after construction. There is no locking: client, driver and callbacks belong to one thread.
 
@@ -85,8 +86,8 @@ struct NODEVIK_EXPORT SdoResult {
 /// The length of data whose length nobody knows beforehand.
 inline constexpr std::uint64_t sdo_unknown_size = UINT64_MAX;
 
-/// Where data that are written come from, piece by piece. It lives until the transfer has ended, and does not cancel it:
-/// it tells a failure instead.
+/// Where data that are written come from, piece by piece. It lives until the transfer has ended. It neither reads the bus
+/// nor cancels the transfer: it tells a failure instead.
 class NODEVIK_EXPORT SdoSource {
 public:
     /// How many bytes there are. Tell it whenever it is known: some nodes refuse what is announced without a length.
@@ -108,8 +109,8 @@ protected:
     ~SdoSource() = default;
 };
 
-/// Where data that are read go to, piece by piece. It lives until the transfer has ended, and does not cancel it: it
-/// tells a failure instead.
+/// Where data that are read go to, piece by piece. It lives until the transfer has ended. It neither reads the bus nor
+/// cancels the transfer: it tells a failure instead.
 class NODEVIK_EXPORT SdoSink {
 public:
     /// The node has answered; data follow.
@@ -163,7 +164,7 @@ struct SdoOptions {
     unsigned int switch_threshold = 112;
 
     /// Called when data have been delivered or confirmed, with the number of bytes so far and of all, or
-    /// sdo_unknown_size.
+    /// sdo_unknown_size. It may read the bus, and cancel the transfer; its time is not the node's.
     std::function<void(std::uint64_t bytes, std::uint64_t total)> progress;
 };
 

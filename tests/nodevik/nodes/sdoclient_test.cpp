@@ -517,6 +517,28 @@ TEST_F(Sdo, ProgressIsToldAndMayCancel) {
     }
 }
 
+TEST_F(Sdo, ProgressMayReadTheBusAndTakeItsTime) {
+    for (const SdoMode mode : {SdoMode::segmented, SdoMode::block}) {
+        node.block_size = [] { return 2U; };
+        ScriptedSdoNode::Data last{};
+        node.tamper = [&last](unsigned int, Answers& answers) { last = answers.back(); };
+        SdoOptions options = by(mode);
+        options.block_size = 2;
+        options.switch_threshold = 0;
+        options.progress = [&](std::uint64_t, std::uint64_t) {
+            say(last);  // once more
+            driver.read_all();
+            clock.now_us += 600'000;
+            sdo.process(clock.now_us * 1000);
+        };
+        EXPECT_TRUE(download(bytes_of(60), options).ok());
+        EXPECT_EQ(node.objects[key_2000_01], bytes_of(60));
+        Bytes room(60);
+        EXPECT_TRUE(upload(room, options).ok());
+        EXPECT_EQ(room, bytes_of(60));
+    }
+}
+
 // Nodes as they are.
 
 TEST_F(Sdo, ANodeWithoutBlocksIsAskedAgainBySegmentsAndRemembered) {
