@@ -316,7 +316,7 @@ void Lss::ask(const Frame& frame, unsigned int answer, std::uint64_t wait_ns, bo
     step_ns = wait_ns;
     step_answers = 0;
     waits_to_send = true;
-    deadline = now + std::max(wait_ns, ms_to_ns(timing.answer_ms));
+    deadline = now + ms_to_ns(timing.answer_ms);  // for the driver to take it
     try_to_send();
 }
 

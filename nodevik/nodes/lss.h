@@ -76,7 +76,7 @@ enum class LssOutcome : unsigned char {
     refused,    ///< the node refused, see LssResult::error
     several,    ///< it is done, but more than one node answered where one was to: they have the same identity
     lost,       ///< a node that had answered fell silent in the middle
-    driver_failed,  ///< the driver took no frame until the time-out
+    driver_failed,  ///< the driver took no frame for as long as an answer may take
     cancelled       ///< cancel() was called, or the caller gave no number
 };
 

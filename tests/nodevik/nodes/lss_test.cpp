@@ -380,6 +380,15 @@ TEST_F(LssMaster, AFullDriverIsTriedAgainUntilTheTimeIsOver) {
     EXPECT_EQ(outcome(), LssOutcome::driver_failed);
 }
 
+TEST_F(LssMaster, ADriverThatTakesNothingIsGivenUpAfterTheTimeOfAnAnswer) {
+    wire.write_result = -1;
+    const std::uint64_t begun = clock.now_us;
+    ASSERT_EQ(lss.start_activate(60'000, note()), 0);
+    run();
+    EXPECT_EQ(outcome(), LssOutcome::driver_failed);
+    EXPECT_LT(clock.now_us - begun, 600'000U);
+}
+
 TEST_F(LssMaster, EndsWhatIsUnderWayWhenItGoes) {
     {
         Lss other(driver);
