@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QPaintEvent>
 #include <QPainter>
+#include <QPen>
 #include <QStyle>
 #include <algorithm>
 #include <string_view>
@@ -17,10 +18,11 @@ bool isFusion(const QWidget& widget) {
            widget.style()->metaObject()->className() == std::string_view("QFusionStyle");
 }
 
-/// Tells whether @p text is shown as it stands: no markup, no mnemonic, one line.
+/// Tells whether @p text is shown as it stands: no markup, no mnemonic, one line, begun at the left.
 bool isOnePlainLine(const QString& text) {
-    return std::none_of(text.begin(), text.end(), [](QChar character) {
-        return character == u'<' || character == u'&' || character < u' ';
+    return !text.isRightToLeft() && std::none_of(text.begin(), text.end(), [](QChar character) {
+        return character == u'<' || character == u'&' || character < u' ' ||
+               character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
     });
 }
 
@@ -102,13 +104,14 @@ bool LeanPainting::paint(QLabel& label, const QPaintEvent& event) {
     if (!QRectF(area).contains(text)) {
         return false;  // the toolkit knows what it cuts
     }
-    // Slanted glyphs hang over their line's ends, by less than its height.
+    // Slanted and accented glyphs hang over their line, by less than its height.
     const double overhang = line.extent().height();
-    if (!event.rect().intersects(text.adjusted(-overhang, -1, overhang, 1).toAlignedRect())) {
+    const QRectF ink = text.adjusted(-overhang, -overhang, overhang, overhang);
+    if (!event.rect().intersects(ink.toAlignedRect())) {
         return true;
     }
     QPainter painter(&label);
-    painter.setPen(label.palette().color(label.foregroundRole()));
+    painter.setPen(QPen(label.palette().brush(label.foregroundRole()), 1));
     line.draw(painter, place + QPointF(0, line.ascent()));
     return true;
 }

@@ -101,6 +101,8 @@ bool Typesetter::compose() {
         return false;
     }
     m_width = x + *rest;
+    m_height = m_known.height;  // a line that was shaped before may have glyphs of another, higher font
+    m_ascent = m_known.ascent;
     return true;
 }
 
@@ -116,6 +118,8 @@ void Typesetter::learn() {
         return;
     }
     m_known.font = runs.first().rawFont();
+    m_known.height = m_height;
+    m_known.ascent = m_ascent;
     const QList<quint32> glyphs = runs.first().glyphIndexes();
     const QList<QPointF> positions = runs.first().positions();
     char16_t previous = line_end;

@@ -73,6 +73,8 @@ private:
     /// What is known of the font.
     struct Glyphs {
         QRawFont font;                          ///< invalid as long as no glyph is known
+        double height = 0;                      ///< of a line of these glyphs only
+        double ascent = 0;                      ///< of a line of these glyphs only
         QHash<char16_t, quint32> of_character;  ///< index of a character's glyph
         QHash<quint32, double> advances;        ///< distance of the starts of two neighbours
         bool are_contextual = false;            ///< they depend on more than two neighbours: none is composed

@@ -1,8 +1,10 @@
 #include "widgets/leanpainting.h"
 
 #include <QApplication>
+#include <QFontDatabase>
 #include <QFrame>
 #include <QLabel>
+#include <QLinearGradient>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPixmap>
@@ -57,6 +59,8 @@ private Q_SLOTS:
     void aChangeShowsAtTheNextPaint_data();
     void aChangeShowsAtTheNextPaint();
     void emptySpaceOfALabelPaintsNothing();
+    void aLabelPaintedInPiecesIsTheSame_data();
+    void aLabelPaintedInPiecesIsTheSame();
     void theInsideOfAFramePaintsNothing_data();
     void theInsideOfAFramePaintsNothing();
     void theEdgeOfAFrameIsPainted_data();
@@ -131,6 +135,9 @@ void LeanPaintingTest::whatIsNoPlainLabelIsLeftToIt_data() {
     row("indented", [](QLabel& label) { label.setIndent(5); });
     row("margin", [](QLabel& label) { label.setMargin(5); });
     row("right to left", [](QLabel& label) { label.setLayoutDirection(Qt::RightToLeft); });
+    row("text from right to left", [](QLabel& label) { label.setText(QString::fromUtf8("\u05d0\u05d1")); });
+    row("line separator", [](QLabel& label) { label.setText(QString::fromUtf8("1\u20282")); });
+    row("paragraph separator", [](QLabel& label) { label.setText(QString::fromUtf8("1\u20292")); });
     row("selectable", [](QLabel& label) { label.setTextInteractionFlags(Qt::TextSelectableByMouse); });
     row("pixmap", [](QLabel& label) {
         QPixmap pixmap(9, 9);
@@ -172,6 +179,14 @@ void LeanPaintingTest::aChangeShowsAtTheNextPaint_data() {
         palette.setColor(QPalette::WindowText, Qt::magenta);
         label.setPalette(palette);
     });
+    row("gradient", [](QLabel& label) {
+        QLinearGradient gradient(0, 0, 12, 0);
+        gradient.setColorAt(0, Qt::red);
+        gradient.setColorAt(1, Qt::blue);
+        QPalette palette;
+        palette.setBrush(QPalette::WindowText, gradient);
+        label.setPalette(palette);
+    });
     row("role", [](QLabel& label) { label.setForegroundRole(QPalette::Highlight); });
     row("size", [](QLabel& label) { label.resize(80, 45); });
     row("margins", [](QLabel& label) { label.setContentsMargins(9, 5, 0, 0); });
@@ -208,6 +223,39 @@ void LeanPaintingTest::emptySpaceOfALabelPaintsNothing() {
     const QRect some(8, 0, 4, 33);
     QVERIFY(part(shown, some) == part(expected, some));
     QVERIFY(part(shown, shown.rect()) == part(expected, expected.rect()));
+}
+
+void LeanPaintingTest::aLabelPaintedInPiecesIsTheSame_data() {
+    QTest::addColumn<QFont>("font");
+    for (const QString& family : QFontDatabase::families()) {
+        QFont font(family, 12);
+        QTest::newRow(qPrintable(family)) << font;
+        font.setItalic(true);
+        font.setBold(true);
+        QTest::newRow(qPrintable(family + QStringLiteral(" bold italic"))) << font;
+    }
+}
+
+void LeanPaintingTest::aLabelPaintedInPiecesIsTheSame() {
+    QFETCH(QFont, font);
+    QLabel expected;
+    Label shown;
+    LeanPainting painting;
+    painting.takeOver(&shown);
+    for (QLabel* label : {&expected, static_cast<QLabel*>(&shown)}) {
+        label->setFont(font);
+        label->setText(QString::fromUtf8("ÅÄjÖf|{"));
+        label->resize(121, 41);
+    }
+    const QImage whole = part(expected, expected.rect());
+    QImage pieces(shown.size(), QImage::Format_RGB32);
+    pieces.fill(Qt::white);
+    for (int y = 0; y < shown.height(); ++y) {
+        const QRect row(0, y, shown.width(), 1);
+        shown.render(&pieces, row.topLeft(), row, QWidget::RenderFlags());
+    }
+    QVERIFY(pieces == whole);
+    QCOMPARE(shown.paints, 0);
 }
 
 void LeanPaintingTest::theInsideOfAFramePaintsNothing_data() {

@@ -21,6 +21,7 @@ private Q_SLOTS:
     void shapesWhatIsMoreThanItsCharacters_data();
     void shapesWhatIsMoreThanItsCharacters();
     void anEmptyLineHasTheFontsHeight();
+    void aLineIsAsHighAsItsOwnCharacters();
 };
 
 namespace {
@@ -208,6 +209,22 @@ void TypesetterTest::anEmptyLineHasTheFontsHeight() {
     const int height = setter.size().height();
     setter.set(QString(), font, &device);
     QCOMPARE(setter.size(), QSize(0, height));
+}
+
+// A character that the font lacks comes from another font, of another height.
+void TypesetterTest::aLineIsAsHighAsItsOwnCharacters() {
+    const QFont font = fontNamed(QStringLiteral("Courier 10 Pitch"), 18);
+    const QImage device = emptyPicture(QSize(8, 8));
+    const TextLine expected(QStringLiteral("11"), font, &device);
+    const QString foreign = QString::fromUtf8("\u2190");
+    QVERIFY(TextLine(foreign, font, &device).extent().height() > expected.extent().height());
+    Typesetter setter;
+    setter.set(QStringLiteral("111"), font, &device);
+    setter.set(foreign, font, &device);
+    setter.set(QStringLiteral("11"), font, &device);
+    QVERIFY(!setter.wasShaped());
+    QCOMPARE(setter.extent(), expected.extent());
+    QCOMPARE(setter.ascent(), expected.ascent());
 }
 
 QTEST_MAIN(TypesetterTest)
