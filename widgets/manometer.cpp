@@ -203,8 +203,10 @@ QRect ManoMeter::valueArea() {
     if (m_valueOffset != 0) {
         const Typesetter& text = setValueText(this);
         const QRectF line(valueTextOrigin(text) - QPointF(0, text.ascent()), text.extent());
-        // Slanted glyphs hang over their line's ends, by less than its height.
-        shown |= line.adjusted(-line.height(), 0, line.height(), 0);
+        // Slanted glyphs hang over their line's ends, by less than its height; accented ones stand out by less.
+        const double end = line.height();
+        const double edge = line.height() / 3;
+        shown |= line.adjusted(-end, -edge, end, edge);
     }
     constexpr int smooth_edge = 2;
     return coordinates().mapRect(shown).toAlignedRect().adjusted(-smooth_edge, -smooth_edge, smooth_edge,

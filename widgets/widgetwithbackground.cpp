@@ -48,6 +48,7 @@ const QPixmap& WidgetWithBackground::background(const QPainter& painter) {
     const qreal ratio = pixelRatio(painter);
     if (size().isEmpty()) {
         m_pixmap = std::make_unique<QPixmap>();
+        m_painted_size = QSize();
     } else if (m_modified || !isBackgroundCurrent(ratio)) {
         m_pixmap = makePixmap(size(), ratio);
         m_modified = true;

@@ -1,6 +1,7 @@
 #include "widgets/manometer.h"
 
 #include <QApplication>
+#include <QFontDatabase>
 #include <QFontMetrics>
 #include <QPaintEvent>
 #include <QPainter>
@@ -189,6 +190,8 @@ private Q_SLOTS:
     void scalesToTheSmallerSide();
     void aChangeOfTheValueRepaintsWhatShowsIt_data();
     void aChangeOfTheValueRepaintsWhatShowsIt();
+    void aChangeOfTheValueRepaintsGlyphsThatLeaveTheirLine_data();
+    void aChangeOfTheValueRepaintsGlyphsThatLeaveTheirLine();
     void aChangeOfTheValueLeavesTheRest();
     void paintedInPiecesItIsTheSame();
     void theValueTextFollowsEachChange_data();
@@ -800,6 +803,35 @@ void ManoMeterTest::aChangeOfTheValueRepaintsWhatShowsIt() {
     constexpr double no_number = std::numeric_limits<double>::quiet_NaN();
     for (const double value : {0.0, 1.0, 40.0, 80.5, 160.0, 219.9, 220.0, 319.0, -1234567.0, 77777.7,
                                no_number, 12.0, std::numeric_limits<double>::infinity(), 200.0}) {
+        dial.setValue(value);
+        QCoreApplication::processEvents();
+        const QImage shown = dial.screen()->grabWindow(dial.winId()).toImage();
+        dial.repaint();
+        QVERIFY2(shown == dial.screen()->grabWindow(dial.winId()).toImage(), QByteArray::number(value));
+    }
+}
+
+void ManoMeterTest::aChangeOfTheValueRepaintsGlyphsThatLeaveTheirLine_data() {
+    QTest::addColumn<QFont>("font");
+    for (const QString& family : QFontDatabase::families()) {
+        QFont font(family, 40);
+        font.setBold(true);
+        font.setItalic(true);
+        QTest::newRow(qPrintable(family)) << font;
+    }
+}
+
+// An accent above and a comma below move with the text, whose length changes with the value.
+void ManoMeterTest::aChangeOfTheValueRepaintsGlyphsThatLeaveTheirLine() {
+    QFETCH(QFont, font);
+    Dial dial;
+    dial.resize(500, 500);
+    dial.setValueFont(font);
+    dial.setPrefix(QString::fromUtf8("\u00c5\u00c7f "));
+    dial.setValueOffset(90);  // above the needle
+    dial.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dial));
+    for (const double value : {0.0, 1.25, 2.0}) {
         dial.setValue(value);
         QCoreApplication::processEvents();
         const QImage shown = dial.screen()->grabWindow(dial.winId()).toImage();

@@ -66,6 +66,7 @@ private Q_SLOTS:
     void cachesOnAScreenOfAnotherRatio();
     void anEmptyWidgetHasNoBackground_data();
     void anEmptyWidgetHasNoBackground();
+    void aWidgetThatWasEmptyHasItsBackgroundAgain();
     void addsNothingToTheMetaObject();
     void hasTheDefaultWindowFlags();
 };
@@ -312,6 +313,18 @@ void WidgetWithBackgroundTest::anEmptyWidgetHasNoBackground() {
     probe.resize(8, 8);
     QCOMPARE(rendered(probe).pixelColor(2, 6), QColor(Qt::blue));
     QCOMPARE(probe.backgrounds, 1);
+}
+
+void WidgetWithBackgroundTest::aWidgetThatWasEmptyHasItsBackgroundAgain() {
+    Probe probe;
+    QImage picture = emptyPicture(QSize(8, 8));
+    QPainter painter(&picture);
+    for (const QSize& size : {QSize(8, 8), QSize(0, 8), QSize(8, 8)}) {
+        picture.fill(Qt::transparent);
+        probe.resize(size);
+        probe.drawBackground(painter);
+    }
+    QCOMPARE(picture.pixelColor(2, 6), QColor(Qt::blue));
 }
 
 void WidgetWithBackgroundTest::addsNothingToTheMetaObject() {
