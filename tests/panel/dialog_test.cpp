@@ -26,6 +26,7 @@
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QTest>
+#include <QTextBlock>
 #include <QTextBrowser>
 #include <QTimer>
 #include <QWindow>
@@ -221,6 +222,7 @@ private Q_SLOTS:
     void closeWithoutAnOpenPortIsHarmless();
     void setPointsBeforeTheFirstOpenArriveWithTheTimer();
     void statusViewKeepsItsLastThousandLines();
+    void statusViewStaysAtItsNewestLine();
     void textsFitIntoTheirPlaces();
     void panelIsLightOnADarkDesktop();
     void panelStaysLightWhenTheDesktopTurnsDark();
@@ -1288,6 +1290,19 @@ void DialogTest::statusViewKeepsItsLastThousandLines() {
     for (int i = 0; i < lines.size(); i++) {
         QCOMPARE(lines[i].toInt(), written - static_cast<int>(lines.size()) + 1 + i);
     }
+}
+
+void DialogTest::statusViewStaysAtItsNewestLine() {
+    show();
+    get<QCheckBox>("Ohj2Check")->setChecked(true);
+    const auto* const view = get<QTextBrowser>("Browser_Status");
+    for (int line = 1; line <= 1500; line++) {
+        dialog_->KirjoitaIkkunaan(QString::number(line));
+        QCOMPARE(view->verticalScrollBar()->value(), view->verticalScrollBar()->maximum());
+    }
+    QCoreApplication::processEvents();
+    QCOMPARE(view->cursorForPosition(view->viewport()->rect().bottomLeft()).block().text(),
+             QStringLiteral("1500"));
 }
 
 // Run once more by itself at other scales of the screen. The headings are higher than their labels, of which the
