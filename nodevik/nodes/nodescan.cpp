@@ -116,6 +116,7 @@ NodeScan::NodeScan(ObservedDriver& observed, SdoClient& sdo)
 }
 
 NodeScan::~NodeScan() {
+    closing = true;
     cancel();
     driver->remove_observer(*this);
 }
@@ -208,7 +209,7 @@ void NodeScan::frame_passed(const ObservedFrame& frame) {
 
 /// Begins a scan, unless one is under way.
 bool NodeScan::begin(Task next, Found& found, Callback& end) {
-    if (busy()) {
+    if (busy() || closing) {
         return false;
     }
     task = next;

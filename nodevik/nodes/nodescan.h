@@ -141,7 +141,7 @@ public:
     /// Called when a number is done with: how many are, of how many.
     using Progress = std::function<void(unsigned int done, unsigned int total)>;
 
-    /// Called once when a scan has ended. It may start the next one.
+    /// Called once when a scan has ended. It may start the next one, and does not destroy the scan.
     using Callback = std::function<void(const NodeScanResult& result)>;
 
     /// Begins to observe.
@@ -242,6 +242,7 @@ private:
     Task task = Task::none;
     unsigned int scans = 0;  // that have begun
     bool going_on = false;
+    bool closing = false;
     std::uint64_t now = 0;
     std::uint64_t wake = 0;       // when there is something to do
     std::uint64_t end_ns = 0;     // of listening

@@ -603,6 +603,21 @@ TEST_F(Scan, WhatAnEarlierScanFoundIsForgotten) {
     EXPECT_TRUE(scan.nodes().empty());
 }
 
+TEST_F(Scan, NothingBeginsWhileItIsDestroyed) {
+    add(5);
+    int begun = 0;
+    {
+        NodeScan other(driver, sdo);
+        other.start_asking(note(), [&](const NodeScanResult& ended) {
+            results.push_back(ended);
+            begun = other.start_asking(note(), end());
+        });
+    }
+    EXPECT_EQ(begun, -1);
+    EXPECT_EQ(results.size(), 1U);
+    EXPECT_EQ(sdo.active(), 0U);
+}
+
 TEST_F(Scan, DestroyingItEndsWhatIsUnderWay) {
     {
         NodeScan other(driver, sdo);
