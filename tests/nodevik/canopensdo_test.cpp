@@ -616,6 +616,22 @@ TEST_F(SdoReadSegment, ALastSegmentWithMoreBytesThanAnnouncedIsRefusedToo) {
     EXPECT_EQ(sent(driver), std::string(ask) + ask_even + ask_odd + memory_abort);
 }
 
+TEST_F(SdoReadSegment, AnythingIsMoreThanAnAnnouncementOfNothing) {
+    answer_each({ScriptedFrame(0x585, {0x41, 0x40, 0x60, 0, 0, 0, 0, 0}), first_segment});
+    const Reading reading = read_segments(master, 100);
+    EXPECT_EQ(reading.result, -1);
+    EXPECT_EQ(reading.len, 0U);
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + memory_abort);
+}
+
+TEST_F(SdoReadSegment, MoreThanTheRoomWithoutAnAnnouncementIsRefused) {
+    serve_segments(driver, any_number_of_bytes, 16);
+    const Reading reading = read_segments(master, 15);
+    EXPECT_EQ(reading.result, -1);
+    EXPECT_EQ(reading.len, 14U);
+    EXPECT_EQ(sent(driver), std::string(ask) + ask_even + ask_odd + ask_even + memory_abort);
+}
+
 TEST_F(SdoReadSegment, FewerBytesThanAnnouncedAreTaken) {
     answer_each({sixteen_bytes, ScriptedFrame(0x585, {0x01, 'a', 'b', 'c', 'd', 'e', 'f', 'g'})});
     const Reading reading = read_segments(master, 100);
@@ -985,6 +1001,12 @@ TEST_F(SdoWriteSegment, AnUnknownAnswerToASegmentReturnsOne) {
               }),
               std::string(yellow) + "Unknown SDO_write response: nodeID=0x05 Index=0x6040 SubIndex=0x00\n" +
                   modes_off + "1\n" + offer_sixteen + send_first + unknown_command_abort);
+}
+
+TEST_F(SdoWriteSegment, AnUnknownAnswerBehindADoubledOneReturnsOne) {
+    answer({{write_done}, {even_done}, {even_done, ScriptedFrame(0x585, {0x43, 0x40, 0x60, 0})}});
+    EXPECT_EQ(write_segments(master, sixteen_letters), 1);
+    EXPECT_EQ(sent(driver), std::string(offer_sixteen) + send_first + send_second + unknown_command_abort);
 }
 
 TEST_F(SdoWriteSegment, AWrongFirstToggleBitAbortsTheTransfer) {

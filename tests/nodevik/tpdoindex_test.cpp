@@ -230,6 +230,30 @@ TEST_P(TpdoList, APdoThatIsAddedReceives) {
     EXPECT_EQ(receivers(whole_cycle()), positions());
 }
 
+TEST_P(TpdoList, ALineTellsWhetherTheListHasTheCobidNow) {
+    // The line of a TPDO that is in the list has its text twice.
+    const auto is_called_mapped = [&](unsigned int cobid) {
+        const unsigned char data[8] = {};
+        CDecoder::clear_message();
+        master.print_message(cobid, 8, data);
+        const std::string line = CDecoder::get_message();
+        CDecoder::clear_message();
+        EXPECT_EQ(line.rfind(" - Transmit PDO ", 0), 0U) << line;
+        return line.find("Transmit PDO") != line.rfind("Transmit PDO");
+    };
+    receivers(whole_cycle());
+    for (PDO* pdo : {&list.front(), &list[list.size() / 2], &list.back()}) {
+        const unsigned int before = pdo->cobid;
+        const unsigned int after = before + 0x800;
+        EXPECT_TRUE(is_called_mapped(before));
+        EXPECT_FALSE(is_called_mapped(after));
+        pdo->cobid = after;
+        EXPECT_FALSE(is_called_mapped(before));
+        EXPECT_TRUE(is_called_mapped(after));
+        pdo->cobid = before;
+    }
+}
+
 TEST_P(TpdoList, GrowsWhileItReceives) {
     std::vector<PDO> pdos(list.size());
     CCANopen growing;

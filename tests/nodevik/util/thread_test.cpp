@@ -17,6 +17,7 @@ namespace {
 
 const std::atomic<bool>* created_once = nullptr;  // pthread_create returns no sooner than this is true
 int create_result = 0;                            // what pthread_create fails with
+int join_result = 0;                              // what pthread_join fails with
 const pthread_attr_t* created_with = nullptr;     // attributes of the last thread
 const pthread_attr_t* inheriting = nullptr;       // attributes that last asked for the creator's scheduling
 std::atomic<useconds_t> pause_us{0};              // the last usleep
@@ -85,6 +86,15 @@ extern "C" int pthread_create(pthread_t* id, const pthread_attr_t* attributes, v
     while (created_once != nullptr && !*created_once) {
     }
     return result;
+}
+
+extern "C" int pthread_join(pthread_t id, void** value) {
+    if (join_result != 0) {
+        return join_result;
+    }
+    using Function = int (*)(pthread_t, void**);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pthread_join"));
+    return real(id, value);
 }
 
 extern "C" int pthread_attr_setinheritsched(pthread_attr_t* attributes, int inherit) noexcept {
@@ -173,6 +183,19 @@ TEST(Thread, AFailedJoinIsReported) {
         std::exit(worker.wait() == 1 && worker.result() == ESRCH ? 7 : 8);
     });
     EXPECT_EQ(result.err, "pthread_join: No such process\n");
+    EXPECT_EQ(result.status, 7);
+}
+
+TEST(Thread, AThreadCanBeJoinedAfterAJoinThatFailed) {
+    const ChildResult result = run_in_child([] {
+        Counting worker;
+        worker.create();
+        join_result = EDEADLK;
+        const bool refused = worker.wait() == 1 && worker.result() == EDEADLK;
+        join_result = 0;
+        std::exit(refused && worker.wait() == 0 && worker.result() == 0 ? 7 : 8);
+    });
+    EXPECT_EQ(result.err, "pthread_join: Resource deadlock avoided\n");
     EXPECT_EQ(result.status, 7);
 }
 
