@@ -21,8 +21,8 @@
 /// A pass is one round of the bus. It begins when the master begins to receive, and anew with a COB-ID that
 /// comes again, that no copy has, or that its PDO has no more. So every change between two calls of the
 /// master counts at once. A change that the driver makes while it reads does too, with one exception among
-/// more than 16 PDOs: one that takes the COB-ID of another behind it, which keeps it, gets the frames from
-/// the next pass on when this pass has compared it already.
+/// more than 16 PDOs: one that comes to share the COB-ID of another, after this pass has compared it, may get
+/// its frames from the next pass on only.
 class TpdoIndex {
 public:
     static constexpr std::size_t capacity = 512;  ///< most PDOs that fit in

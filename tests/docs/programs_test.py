@@ -90,7 +90,7 @@ class Program:
         # The old kind of run path holds for the dlopen(3) of every library of the process.
         run_paths = [f"-Wl,--disable-new-dtags,-rpath,{path}"
                      for path in [CANLIB, *(os.path.dirname(library) for library in LIBRARIES)]]
-        return subprocess.run([COMPILER, "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Werror", *FLAGS,
+        return subprocess.run([COMPILER, "-std=c++17", "-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Werror", *FLAGS,
                                "-I", markdown.ROOT, source, *LIBRARIES, *run_paths, "-pthread", "-ldl", "-o", program],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
 
