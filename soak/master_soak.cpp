@@ -6,27 +6,20 @@
 // Leaves its figures in DIR/figures, one a line, name and number, and "problem TEXT" when something went
 // wrong; then it ends with status 1.
 
-#include <charconv>
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <string_view>
 
-#include "program/file.h"
 #include "soak/mastersoak.h"
+#include "soak/runprogram.h"
 
 namespace {
 
 using soak::MasterFigures;
 using soak::MasterOptions;
+using soak::parse;
 
-constexpr int usage_status = 2;
-
-struct Figure {
-    const char* name;
-    std::uint64_t MasterFigures::*value;
-};
-constexpr Figure figures[] = {
+constexpr soak::NamedFigure<MasterFigures, std::uint64_t> figures[] = {
     {"cycles", &MasterFigures::cycles},
     {"worst_gap_us", &MasterFigures::worst_gap_us},
     {"pdos_sent", &MasterFigures::pdos_sent},
@@ -45,22 +38,12 @@ constexpr Figure figures[] = {
     {"kills", &MasterFigures::kills},
 };
 
-struct Footprint {
-    const char* name;
-    long MasterFigures::*value;
-};
-constexpr Footprint footprints[] = {
+constexpr soak::NamedFigure<MasterFigures, long> footprints[] = {
     {"memory_start_kib", &MasterFigures::memory_start_kib},
     {"memory_end_kib", &MasterFigures::memory_end_kib},
     {"descriptors_start", &MasterFigures::descriptors_start},
     {"descriptors_end", &MasterFigures::descriptors_end},
 };
-
-template <typename Number>
-bool parse(std::string_view text, Number& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return !text.empty() && error == std::errc() && end == text.data() + text.size();
-}
 
 bool store(std::string_view name, std::string_view value, MasterOptions& options) {
     if (name == "--simulator") {
@@ -91,17 +74,14 @@ bool parse_options(int argc, char** argv, MasterOptions& options) {
 }
 
 void write_figures(std::FILE* file, const soak::MasterSoak& run) {
-    const auto write = [file](const char* name, auto number) {
-        std::fprintf(file, "%s %s\n", name, std::to_string(number).c_str());
-    };
-    write("frames_asked", run.frames().asked);
-    write("frames_sent", run.frames().sent);
-    write("frames_received", run.frames().received);
-    for (const Figure& figure : figures) {
-        write(figure.name, run.figures().*figure.value);
+    soak::write_figure(file, "frames_asked", run.frames().asked);
+    soak::write_figure(file, "frames_sent", run.frames().sent);
+    soak::write_figure(file, "frames_received", run.frames().received);
+    for (const auto& figure : figures) {
+        soak::write_figure(file, figure.name, run.figures().*figure.value);
     }
-    for (const Footprint& footprint : footprints) {
-        write(footprint.name, run.figures().*footprint.value);
+    for (const auto& footprint : footprints) {
+        soak::write_figure(file, footprint.name, run.figures().*footprint.value);
     }
 }
 
@@ -114,26 +94,7 @@ int main(int argc, char** argv) {
             "usage: master-soak --simulator FILE --directory DIR [--seed N] [--seconds S | --cycles N]\n"
             "                   [--period-ms MS] [--lose-frame N] [--leak]\n",
             stderr);
-        return usage_status;
+        return soak::usage_status;
     }
-    const program::File file(std::fopen((options.directory + "/figures").c_str(), "we"));
-    if (!file) {
-        std::perror(options.directory.c_str());
-        return usage_status;
-    }
-    try {
-        soak::MasterSoak run(options);
-        int status = 0;
-        try {
-            run.run();
-        } catch (const std::exception& failure) {
-            std::fprintf(file.get(), "problem %s\n", failure.what());
-            status = 1;
-        }
-        write_figures(file.get(), run);
-        return status;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "master-soak: %s\n", failure.what());
-        return usage_status;
-    }
+    return soak::run_program<soak::MasterSoak>("master-soak", options, write_figures);
 }

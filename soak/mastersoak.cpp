@@ -1,16 +1,15 @@
 #include "soak/mastersoak.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
+
+#include "soak/footprint.h"
 
 namespace soak {
 
@@ -43,41 +42,6 @@ std::uint64_t now_us() {
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000 +
            static_cast<std::uint64_t>(now.tv_nsec) / 1000;
-}
-
-unsigned local_port(int socket) {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
-}
-
-long resident_memory_kib() {
-    std::FILE* status = std::fopen("/proc/self/status", "re");
-    long memory_kib = -1;
-    std::array<char, 256> line;
-    while (status != nullptr && std::fgets(line.data(), static_cast<int>(line.size()), status) != nullptr) {
-        if (std::sscanf(line.data(), "VmRSS: %ld", &memory_kib) == 1) {
-            break;
-        }
-    }
-    if (status != nullptr) {
-        std::fclose(status);
-    }
-    return memory_kib;
-}
-
-// The descriptor of the count itself is one of them, each time.
-long open_descriptors() {
-    DIR* directory = opendir("/proc/self/fd");
-    long count = 0;
-    while (directory != nullptr && readdir(directory) != nullptr) {
-        ++count;
-    }
-    if (directory != nullptr) {
-        closedir(directory);
-    }
-    return count - 2;  // "." and ".."
 }
 
 }  // namespace

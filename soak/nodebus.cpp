@@ -43,10 +43,11 @@ NodeBus::~NodeBus() {
 
 void NodeBus::start() {
     ++life_;
-    std::vector<std::string> words{
-        program_,  "--listen", std::to_string(port_),
-        "--nodes", nodes_,     "--peer",
-        peer_,     "--log",    directory_ + "/nodes." + std::to_string(life_) + ".log"};
+    std::vector<std::string> words{program_, "--listen", std::to_string(port_), "--nodes", nodes_,
+                                   "--peer", peer_};
+    if (!directory_.empty()) {
+        words.insert(words.end(), {"--log", directory_ + "/nodes." + std::to_string(life_) + ".log"});
+    }
     words.insert(words.end(), options_.begin(), options_.end());
     std::vector<char*> argv;
     for (std::string& word : words) {

@@ -19,7 +19,7 @@ public:
     /// @param program      path of node-simulator
     /// @param nodes        node numbers, such as "1,2,3"
     /// @param master_port  UDP port on 127.0.0.1 that the nodes send to
-    /// @param directory    where the logs go, nodes.1.log for the first life
+    /// @param directory    where the logs go, nodes.1.log for the first life; empty for no logs
     /// @param options      further options of the simulator
     NodeBus(std::string program, std::string nodes, unsigned master_port, std::string directory,
             std::vector<std::string> options);

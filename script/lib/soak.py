@@ -7,9 +7,9 @@ import shutil
 import sys
 
 from drive import process
-from soaking import master, panel
+from soaking import master, nodes, panel
 
-KINDS = {"panel": panel.run, "master": master.run}
+KINDS = {"panel": panel.run, "master": master.run, "nodes": nodes.run}
 
 
 def parse_arguments(arguments):
@@ -36,6 +36,9 @@ def parse_arguments(arguments):
                         help="how long the master may take beyond its time, for its warming up and for nodes that "
                              "hang, until it is given up (default 300)")
     parser.add_argument("--master-option", action="append", default=[], help="a further option of master-soak")
+    parser.add_argument("--client", help="node-soak")
+    parser.add_argument("--transfers", type=int, help="how many transfers with the nodes, instead of how long")
+    parser.add_argument("--client-option", action="append", default=[], help="a further option of node-soak")
     options = parser.parse_args(arguments)
     if options.seed is None:
         options.seed = random.SystemRandom().randrange(1 << 31)

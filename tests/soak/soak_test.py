@@ -18,6 +18,7 @@ sys.path.insert(0, os.path.join(ROOT, "script", "lib"))
 
 from drive.vehicle import frame  # noqa: E402
 from soaking import master as master_run  # noqa: E402
+from soaking import nodes as nodes_run  # noqa: E402
 from soaking.figures import Footprint, Report, Tail, growth  # noqa: E402
 from soaking.journal import JournalCheck  # noqa: E402
 from soaking.ledger import Ledger, stray_frames  # noqa: E402
@@ -47,7 +48,7 @@ def run_soak_in(directory, kind, *arguments, **variables):
     """Runs script/lib/soak.py with its artefacts in a directory, and perhaps more environment."""
     artefacts = os.path.join(directory, "artefacts")
     programs = [f"--{name}=" + os.environ.get("SOAK_" + name.upper(), "")
-                for name in ("panel", "witness", "vehicle", "master", "nodes")]
+                for name in ("panel", "witness", "vehicle", "master", "nodes", "client")]
     done = subprocess.run([sys.executable, "-B", os.path.join(ROOT, "script", "lib", "soak.py"), kind, "--artefacts",
                            artefacts] + NO_LIMITS + programs + list(arguments),
                           env=dict(os.environ, **variables), stdout=subprocess.PIPE,
@@ -193,6 +194,61 @@ class Master(unittest.TestCase):
         with directory:
             self.assertEqual(done.returncode, 1, done.stdout)
             self.assertIn("FAIL: the nodes do not start", done.stdout)
+
+
+class Nodes(unittest.TestCase):
+    def test_short_run_loses_nothing(self):
+        done, directory, figures = run_soak("nodes", "--seed", "5", "--transfers", "200", "--client-option=--pause-ms",
+                                            "--client-option=0")
+        with directory:
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+            self.assertIn("nothing lost, nothing grown, nothing hung", done.stdout)
+            self.assertGreaterEqual(figures["transfers started"], 300)
+            self.assertEqual(figures["transfers started"], figures["transfers ended, each once"])
+            for kind in ("done", "numbers", "by segments", "by blocks", "aborted by the node", "aborted by the client",
+                         "timed out"):
+                self.assertGreater(figures["of these " + kind], 0, kind)
+            self.assertEqual(figures["of these given up by the driver"], 0)
+            self.assertGreater(figures["bytes read back, all as they were written"], 1000)
+            self.assertGreater(figures["frames that were no answers"], 0)
+
+    def fails(self, words, *options):
+        done, directory, _ = run_soak("nodes", "--seed", "5", "--transfers", "100", "--client-option=--pause-ms",
+                                      "--client-option=0", *(f"--client-option={option}" for option in options))
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertRegex(done.stdout, "FAIL: " + words)
+
+    def test_a_wrong_byte_is_found(self):
+        self.fails(r"transfer \d+ with node \d has read what was never written", "--spoil", "10")
+
+    def test_an_end_that_is_not_told_is_found(self):
+        self.fails(r"transfer 9 with node \d has not ended", "--forget", "9", "--patience-ms", "5000")
+
+    def test_an_end_that_is_told_twice_is_found(self):
+        self.fails(r"transfer \d+ with node \d had another before it, which ended twice", "--repeat", "9")
+
+    def test_descriptors_that_leak_are_found(self):
+        done, directory, _ = run_soak("nodes", "--transfers", "200", "--client-option=--pause-ms", "--client-option=0",
+                                      "--client-option=--leak")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: open descriptors grew from", done.stdout)
+
+    def test_nodes_that_do_not_start_are_told(self):
+        done, directory, _ = run_soak("nodes", "--transfers", "1", "--nodes", "/bin/false")
+        with directory:
+            self.assertEqual(done.returncode, 1, done.stdout)
+            self.assertIn("FAIL: the nodes do not start", done.stdout)
+
+    def test_what_the_figures_alone_tell(self):
+        options = argparse.Namespace(memory_allowance=None)
+        right = dict(started=10, ended=10, done=6, driver_failed=0, memory_start_kib=100, memory_end_kib=100,
+                     descriptors_start=5, descriptors_end=5)
+        self.assertEqual(nodes_run.judge(right, options), [])
+        for change in ({"ended": 9}, {"done": 4}, {"driver_failed": 1}, {"memory_end_kib": 400},
+                       {"descriptors_end": 6}):
+            self.assertEqual(len(nodes_run.judge(dict(right, **change), options)), 1, change)
 
 
 class Account(unittest.TestCase):
@@ -417,7 +473,7 @@ class Script(unittest.TestCase):
     def test_tells_its_use(self):
         done = self.run_script("--help")
         self.assertEqual(done.returncode, 0)
-        for word in ("panel", "master", "MINUTES", "--seed N"):
+        for word in ("panel", "master", "nodes", "MINUTES", "--seed N"):
             self.assertIn(word, done.stdout)
 
     def test_refuses_what_it_does_not_know(self):

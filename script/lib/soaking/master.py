@@ -1,17 +1,7 @@
 """A long run of the CANopen master against simulated nodes that vanish and return, over UDP."""
 
-import os
-import subprocess
-import time
-
-from drive import process
-
-from .figures import Footprint, Report, growth
+from . import child
 from .journal import JournalCheck
-
-# The library takes no memory after construction, and the run itself keeps what it has. What is left are pages of the
-# program and of the C library that are touched for the first time only after the warming up.
-MEMORY_ALLOWANCE_KIB = 256
 
 ROWS = (("cycles", "cycles", ""), ("frames_asked", "frames asked for", ""), ("frames_sent", "frames sent", ""),
         ("heard", "  of these heard by the nodes", ""), ("unheard", "  of these sent while no nodes were there", ""),
@@ -28,27 +18,9 @@ ROWS = (("cycles", "cycles", ""), ("frames_asked", "frames asked for", ""), ("fr
         ("reappeared", "returns seen by the master", ""), ("worst_gap_us", "worst gap between cycles", "us"))
 
 
-def read_figures(path):
-    """The figures that the run left, by name, and its problems."""
-    figures, problems = {}, []
-    if not os.path.exists(path):
-        return figures, problems
-    with open(path) as file:
-        for line in file:
-            name, value = line.rstrip("\n").split(" ", 1)
-            if name == "problem":
-                problems.append(value)
-            else:
-                figures[name] = int(value)
-    return figures, problems
-
-
 def judge(figures, options):
     """What the figures alone tell that is wrong."""
-    start = Footprint(figures["memory_start_kib"], figures["descriptors_start"])
-    end = Footprint(figures["memory_end_kib"], figures["descriptors_end"])
-    allowance_kib = MEMORY_ALLOWANCE_KIB if options.memory_allowance is None else options.memory_allowance
-    problems = growth(start, end, allowance_kib)
+    problems = child.judge_growth(figures, options)
     if figures["frames_asked"] != figures["frames_sent"]:
         problems.append("the driver did not send all frames that it was asked to")
     if figures["frames_sent"] != figures["heard"] + figures["unheard"]:
@@ -66,27 +38,10 @@ def judge(figures, options):
 
 def run(options):
     """Runs with the chosen programs; returns the report."""
-    begin = time.monotonic()
-    command = [options.master, "--simulator", options.nodes, "--directory", options.artefacts, "--seed",
-               str(options.seed), "--seconds", str(round(options.seconds)), "--period-ms", str(options.period_ms)]
+    command = [options.master, "--simulator", options.nodes, "--period-ms", str(options.period_ms)]
     command += ["--cycles", str(options.cycles)] if options.cycles else []
-    problems = []
-    with open(os.path.join(options.artefacts, "output"), "w") as output:
-        child = process.start(command + options.master_option, stdout=output, stderr=subprocess.STDOUT)
-        try:
-            status = child.wait(options.seconds + options.patience)
-        except subprocess.TimeoutExpired:
-            status = None
-            problems.append("the master hangs")
-        finally:
-            process.stop(child)
-    report = Report(f"soak master: seed {options.seed}, {(time.monotonic() - begin) / 60:.1f} minutes")
-    figures, told = read_figures(os.path.join(options.artefacts, "figures"))
-    report.problems += problems + told
-    if status not in (0, None) and not told:
-        report.problems.append(f"the master ended with status {status}")
-    if "cycles" not in figures:
-        report.problems.append("there are no figures")
+    report, figures, told = child.run("master", command + options.master_option, options)
+    if not figures:
         return report
     check = JournalCheck(options.artefacts)
     report.problems += check.problems
@@ -94,7 +49,6 @@ def run(options):
     for name, text, unit in ROWS:
         report.add(text, figures[name], unit)
     if not told:
-        report.add_footprints(Footprint(figures["memory_start_kib"], figures["descriptors_start"]),
-                              Footprint(figures["memory_end_kib"], figures["descriptors_end"]))
+        report.add_footprints(*child.footprints(figures))
         report.problems += judge(figures, options)
     return report

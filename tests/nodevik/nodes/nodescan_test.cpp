@@ -56,6 +56,9 @@ protected:
         };
     }
 
+    // A scan that is destroyed still sends, when the queue is gone.
+    ~Scan() override { wire.on_write = nullptr; }
+
     ScriptedSdoNode& add(unsigned int node, std::uint32_t device_type = 0xF0191) {
         ScriptedSdoNode& made = nodes.emplace(node, ScriptedSdoNode())->second;
         made.objects[0x100000] = number(device_type);
@@ -179,7 +182,7 @@ TEST_F(Scan, AsksEveryNumberOnceAndFindsWhoAnswers) {
     for (unsigned int node = 1; node <= 127; ++node) {
         EXPECT_EQ(questions(node)["1000:00"], 1) << node;
     }
-    const ScannedNode& last = scan.nodes().back();
+    const ScannedNode last = scan.nodes().back();
     EXPECT_EQ(last.node, 127U);
     EXPECT_TRUE(last.answers);
     EXPECT_EQ(last.device_type, 0xF0191U);
