@@ -151,14 +151,14 @@ std::string LibraryReports::take_last() const {
     return text;
 }
 
-Bus::Bus(const BusOptions& options, const LibraryReports& reports, const Interrupts& interrupts)
+Bus::Bus(const BusOptions& options, const LibraryReports& reports, const Interrupts& interrupts, Use use)
     : reports_(&reports), interrupts_(&interrupts) {
     if (!options.udp.empty()) {
         open_udp(options.udp);
     } else if (!options.kvaser.empty()) {
-        open_kvaser(options.kvaser);
+        open_kvaser(options.kvaser, use);
     } else {
-        open_can(options.can.empty() ? only_interface(can_interfaces()) : options.can);
+        open_can(options.can.empty() ? only_interface(can_interfaces()) : options.can, use);
     }
 }
 
@@ -177,23 +177,27 @@ void Bus::open_udp(const std::string& text) {
     driver_ = std::move(driver);
 }
 
-void Bus::open_can(const std::string& interface_name) {
+void Bus::open_can(const std::string& interface_name, Use use) {
     auto driver = std::make_unique<SocketCanDriver>();
     driver->set_debug(0);
-    if (driver->open(interface_name.c_str(), 0, false) != 0) {
+    if (use == Use::listen) {
+        driver->receive_also(SocketCanDriver::every_kind);
+    }
+    if (driver->open(interface_name.c_str(), 0, use == Use::listen) != 0) {
         throw Failure(ExitStatus::no_bus, trouble());
     }
+    enlarge_receive_buffer(driver->descriptor());
     name_ = interface_name;
     descriptor_ = driver->descriptor();
     observed_ = std::make_unique<ObservedDriver>(*driver);
     driver_ = std::move(driver);
 }
 
-void Bus::open_kvaser(const std::string& text) {
+void Bus::open_kvaser(const std::string& text, Use use) {
     const KvaserChannel channel = parse_kvaser(text);
     auto driver = std::make_unique<KvaserDriver>();
     driver->set_debug(0);
-    if (driver->open(channel.bitrate, 0, channel.number, false) != 0) {
+    if (driver->open(channel.bitrate, 0, channel.number, use == Use::listen) != 0) {
         throw Failure(ExitStatus::no_bus, trouble());
     }
     name_ = "kvaser" + std::to_string(channel.number);
@@ -201,12 +205,20 @@ void Bus::open_kvaser(const std::string& text) {
     driver_ = std::move(driver);
 }
 
-void Bus::read(std::uint64_t deadline_ns) {
+std::uint64_t Bus::dropped_frames() const {
+    if (const auto* can = dynamic_cast<const SocketCanDriver*>(driver_.get())) {
+        return can->dropped_frames();
+    }
+    const auto* udp = dynamic_cast<const UdpFrames*>(driver_.get());
+    return udp != nullptr ? udp->dropped_frames() : 0;
+}
+
+void Bus::read(std::uint64_t deadline_ns, const Output* results) {
     std::uint64_t until = deadline_ns;
     if (descriptor_ < 0) {
         until = std::min(until, monotonic_ns() + look_again_ns);
     }
-    interrupts_->wait(descriptor_, POLLIN, until);
+    interrupts_->wait(descriptor_, POLLIN, until, results != nullptr ? results->descriptor() : -1);
     if (observed_->read_all() != 0) {
         throw Failure(ExitStatus::no_bus, trouble());
     }

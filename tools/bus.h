@@ -12,6 +12,7 @@
 #include "nodevik/candriver.h"
 #include "nodevik/observeddriver.h"
 #include "tools/interrupts.h"
+#include "tools/output.h"
 
 namespace nodevik_tool {
 
@@ -82,13 +83,21 @@ private:
 /// An open bus.
 class Bus {
 public:
+    /// What a bus is opened for.
+    enum class Use : unsigned char {
+        talk,   ///< data frames with 11 bits come, others are kept away
+        listen  ///< every frame comes, also what the controller tells of errors; nothing is sent
+    };
+
     /// Opens the bus that was chosen.
     ///
     /// @param options     at most one of them is not empty; none is the only CAN interface that is up
     /// @param reports     where the library's reports go
     /// @param interrupts  end every wait
+    /// @param use         what it is for
     /// @throws Failure  it cannot be used
-    Bus(const BusOptions& options, const LibraryReports& reports, const Interrupts& interrupts);
+    Bus(const BusOptions& options, const LibraryReports& reports, const Interrupts& interrupts,
+        Use use = Use::talk);
     ~Bus();
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
@@ -105,17 +114,22 @@ public:
     /// Waits for frames and shows them to the observers.
     ///
     /// @param deadline_ns  longest wait, nanoseconds of CLOCK_MONOTONIC
+    /// @param results      whose reader may go meanwhile; null looks after none
     /// @throws Interrupted  a signal has come
+    /// @throws ClosedPipe   nobody reads the results any more
     /// @throws Failure      the bus can no longer be used
-    void read(std::uint64_t deadline_ns);
+    void read(std::uint64_t deadline_ns, const Output* results = nullptr);
+
+    /// Frames that the kernel had no room for; 0 where it does not tell.
+    std::uint64_t dropped_frames() const;
 
     /// Why the driver has not sent or read, in one line.
     std::string trouble() const;
 
 private:
     void open_udp(const std::string& text);
-    void open_can(const std::string& interface_name);
-    void open_kvaser(const std::string& text);
+    void open_can(const std::string& interface_name, Use use);
+    void open_kvaser(const std::string& text, Use use);
 
     const LibraryReports* reports_;
     const Interrupts* interrupts_;

@@ -14,12 +14,15 @@
 #include "tools/output.h"
 #include "tools/sdocommand.h"
 #include "tools/session.h"
+#include "tools/watchcommands.h"
 
 namespace nodevik_tool {
 
 namespace {
 
 constexpr unsigned int longest_timeout_ms = 3'600'000;
+constexpr double shortest_seconds = 0.001;
+constexpr double longest_seconds = 1e9;
 
 // What a command does once its command line is read.
 using Action = std::function<ExitStatus(const Session&)>;
@@ -44,6 +47,10 @@ private:
     void add_sdo();
     void add_nmt();
     void add_send();
+    void add_frame_options(CLI::App& command);
+    void add_monitor();
+    void add_record();
+    void add_decode();
     void move_value_to_end(std::vector<std::string>& arguments) const;
 
     CLI::App app_{"Looks at a CANopen bus and changes what it is told to, and nothing else.", "nodevik"};
@@ -52,6 +59,9 @@ private:
     SdoArguments sdo_;
     std::string nmt_node_;
     std::string frame_;
+    FrameOptions frames_;
+    ListenLimits limits_;
+    std::string log_;
     Action action_;
 };
 
@@ -68,6 +78,9 @@ CommandLine::CommandLine() {
     add_sdo();
     add_nmt();
     add_send();
+    add_monitor();
+    add_record();
+    add_decode();
     app_.require_subcommand(1);
     app_.footer(
         "Without a bus: the only CAN interface that is up.\n"
@@ -174,6 +187,54 @@ void CommandLine::add_send() {
         parse_frame(frame_);
         action_ = [this](const Session& session) { return send_frame(session, frame_); };
     });
+}
+
+void CommandLine::add_frame_options(CLI::App& command) {
+    command.add_option("--filter", frames_.kinds, "Only frames of these kinds, such as emcy,heartbeat,tpdo1")
+        ->type_name("KINDS");
+    command.add_option("--id", frames_.identifiers, "Only these identifiers: 0x185 or 0x180-0x1FF")
+        ->type_name("RANGE");
+    command.add_option("--count", frames_.count, "End after N frames")
+        ->type_name("N")
+        ->check(CLI::Range(1UL, UINT64_MAX));
+    CLI::Option* raw = command.add_flag("--raw", frames_.raw, "Lines as candump -L writes them");
+    command.add_flag("--statistics", frames_.statistics, "No frames, but how many of each identifier")
+        ->excludes(raw);
+}
+
+void CommandLine::add_monitor() {
+    CLI::App* monitor = add(app_, "monitor", "Show the frames of the bus",
+                            "nodevik --can can0 monitor --filter emcy,heartbeat");
+    add_frame_options(*monitor);
+    monitor->add_option("--seconds", limits_.seconds, "End after this time")
+        ->type_name("S")
+        ->check(CLI::Range(shortest_seconds, longest_seconds));
+    monitor->callback([this] {
+        action_ = [this](const Session& session) { return monitor_bus(session, frames_, limits_); };
+    });
+}
+
+void CommandLine::add_record() {
+    CLI::App* record = add(app_, "record", "Write the frames of the bus into a log, as candump -L does",
+                           "nodevik --can can0 record bus.log --seconds 60");
+    record->add_option("FILE", log_, "The log; what is in it is replaced")->required();
+    record->add_option("--seconds", limits_.seconds, "End after this time")
+        ->type_name("S")
+        ->check(CLI::Range(shortest_seconds, longest_seconds));
+    record->add_option("--max-size", limits_.max_bytes, "End before the log has more bytes")
+        ->type_name("N")
+        ->check(CLI::Range(1UL, UINT64_MAX));
+    record->callback(
+        [this] { action_ = [this](const Session& session) { return record_bus(session, log_, limits_); }; });
+}
+
+void CommandLine::add_decode() {
+    CLI::App* decode = add(app_, "decode", "Show the frames of a log",
+                           "nodevik decode bus.log --filter sdo-request,sdo-answer");
+    decode->add_option("FILE", log_, "A log, also one of candump -L")->required();
+    add_frame_options(*decode);
+    decode->callback(
+        [this] { action_ = [this](const Session& session) { return decode_log(session, log_, frames_); }; });
 }
 
 // What follows OBJECT in "sdo write" is the value, also when it begins with '-', unless it is an option of the

@@ -31,16 +31,21 @@ Interrupts::~Interrupts() {
     close(descriptor_);
 }
 
-short Interrupts::wait(int descriptor, short events, std::uint64_t deadline_ns) const {
+short Interrupts::wait(int descriptor, short events, std::uint64_t deadline_ns, int results) const {
     for (;;) {
-        std::array<pollfd, 2> entries{{{descriptor_, POLLIN, 0}, {descriptor, events, 0}}};
+        std::array<pollfd, 3> entries{{{descriptor_, POLLIN, 0}, {descriptor, events, 0}, {results, 0, 0}}};
         const int count =
             poll(entries.data(), entries.size(), milliseconds_until(deadline_ns, monotonic_ns()));
         if (count < 0 && errno == EINTR) {
             continue;
         }
         if (entries[0].revents != 0) {
+            signalfd_siginfo signal{};
+            [[maybe_unused]] const ssize_t taken = read(descriptor_, &signal, sizeof signal);
             throw Interrupted();
+        }
+        if ((entries[2].revents & POLLERR) != 0) {
+            throw ClosedPipe();
         }
         return entries[1].revents;
     }

@@ -22,9 +22,11 @@ public:
     /// @param descriptor   what is waited for; -1 for nothing but the deadline
     /// @param events       of poll(2)
     /// @param deadline_ns  nanoseconds of CLOCK_MONOTONIC, or no_deadline
+    /// @param results      a pipe whose reader may go meanwhile; -1 none
     /// @return the events that came, 0 at the deadline
     /// @throws Interrupted  when a signal has come
-    short wait(int descriptor, short events, std::uint64_t deadline_ns) const;
+    /// @throws ClosedPipe   when nobody reads the results any more
+    short wait(int descriptor, short events, std::uint64_t deadline_ns, int results = -1) const;
 
 private:
     int descriptor_;

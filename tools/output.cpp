@@ -13,6 +13,12 @@
 
 namespace nodevik_tool {
 
+namespace {
+
+constexpr std::uint64_t patience_ns = 50'000'000;  // with a reader that does not read
+
+}  // namespace
+
 void Output::line(std::string_view text) {
     bytes(text);
     bytes("\n");
@@ -29,11 +35,17 @@ void Output::object(const nlohmann::ordered_json& object) {
     line(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
-void Output::flush() {
+void Output::flush_at_end() {
+    flush(monotonic_ns() + patience_ns);
+}
+
+void Output::flush(std::uint64_t deadline_ns) {
     std::string_view rest = collected_;
     while (!rest.empty()) {
         // So many bytes never block where poll() has said that there is room (pipe(7)).
-        interrupts_->wait(descriptor_, POLLOUT, no_deadline);
+        if (interrupts_->wait(descriptor_, POLLOUT, deadline_ns) == 0) {
+            break;
+        }
         const ssize_t count =
             write(descriptor_, rest.data(), std::min(rest.size(), static_cast<std::size_t>(PIPE_BUF)));
         if (count < 0 && errno == EPIPE) {

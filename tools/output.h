@@ -40,9 +40,18 @@ public:
     /// @throws ClosedPipe   when nobody reads any more
     /// @throws Interrupted  when a signal came while nobody read
     /// @throws Failure      when it cannot be written: the disk is full
-    void flush();
+    void flush() { flush(UINT64_MAX); }
+
+    /// Writes what is collected as far as it can be written within a moment: for the end after a signal.
+    /// @throws ClosedPipe, Interrupted, Failure  as flush()
+    void flush_at_end();
+
+    /// Takes the results.
+    int descriptor() const { return descriptor_; }
 
 private:
+    void flush(std::uint64_t deadline_ns);
+
     int descriptor_;
     bool json_;
     const Interrupts* interrupts_;

@@ -38,6 +38,12 @@ struct FreeAddresses {
 
 }  // namespace
 
+void enlarge_receive_buffer(int descriptor) {
+    if (setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &receive_buffer, sizeof receive_buffer) != 0) {
+        setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
+    }
+}
+
 UdpFrames::~UdpFrames() {
     UdpFrames::close();
 }
@@ -56,9 +62,7 @@ std::string UdpFrames::open(const std::string& host, unsigned int port, unsigned
     if (socket_ < 0) {
         return std::string("no UDP socket can be opened: ") + std::strerror(errno);
     }
-    if (setsockopt(socket_, SOL_SOCKET, SO_RCVBUFFORCE, &receive_buffer, sizeof receive_buffer) != 0) {
-        setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-    }
+    enlarge_receive_buffer(socket_);
     constexpr int on = 1;
     setsockopt(socket_, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
     setsockopt(socket_, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);

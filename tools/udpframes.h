@@ -14,6 +14,10 @@
 
 namespace nodevik_tool {
 
+/// Has the kernel keep as many received frames as it lets this program.
+/// @param descriptor  a socket
+void enlarge_receive_buffer(int descriptor);
+
 /// A CAN driver with udpDriver's datagrams on one socket, which sends and receives.
 ///
 /// Remote requests and 29-bit identifiers have no place in the datagrams. Datagrams of fewer than 16 bytes are passed

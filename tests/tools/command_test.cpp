@@ -237,8 +237,12 @@ TEST_F(Command, EndsWith1WhenTheNodeRefuses) {
 
 TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
-        {{}, "a command is missing; right are sdo, nmt, send; 'nodevik --help' tells more"},
-        {{"foo"}, "'foo' is none of its commands; right are sdo, nmt, send; 'nodevik --help' tells more"},
+        {{},
+         "a command is missing; right are sdo, nmt, send, monitor, record, decode; 'nodevik --help' tells "
+         "more"},
+        {{"foo"},
+         "'foo' is none of its commands; right are sdo, nmt, send, monitor, record, decode; 'nodevik --help' "
+         "tells more"},
         {{"sdo"}, "a command is missing; right are read, write; 'nodevik sdo --help' tells more"},
         {{"sdo", "read", "5"}, "OBJECT is required; 'nodevik sdo read --help' tells more"},
         {{"sdo", "read", "128", "0x1018"},
@@ -374,9 +378,17 @@ TEST(CommandAtItsEnd, AbortsTheTransferThatIsInterruptedAndSendsNoNmt) {
 }
 
 TEST(CommandHelp, HasAnExampleForEachCommand) {
-    const std::vector<std::vector<std::string>> commands{
-        {},      {"sdo"},          {"sdo", "read"},       {"sdo", "write"},
-        {"nmt"}, {"nmt", "start"}, {"nmt", "reset-comm"}, {"send"}};
+    const std::vector<std::vector<std::string>> commands{{},
+                                                         {"sdo"},
+                                                         {"sdo", "read"},
+                                                         {"sdo", "write"},
+                                                         {"nmt"},
+                                                         {"nmt", "start"},
+                                                         {"nmt", "reset-comm"},
+                                                         {"send"},
+                                                         {"monitor"},
+                                                         {"record"},
+                                                         {"decode"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
         words.push_back("--help");

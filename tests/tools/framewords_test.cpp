@@ -1,0 +1,110 @@
+// Frames in CANopen's words.
+
+#include "tools/framewords.h"
+
+#include <gtest/gtest.h>
+#include <linux/can/error.h>
+
+using nodevik_tool::frame_bits;
+using nodevik_tool::frame_words;
+using nodevik_tool::kind_of;
+using nodevik_tool::ShownFrame;
+
+namespace {
+
+ShownFrame frame_of(unsigned int identifier, std::initializer_list<unsigned int> bytes) {
+    ShownFrame frame;
+    frame.identifier = identifier;
+    for (const unsigned int byte : bytes) {
+        frame.data[frame.length++] = static_cast<unsigned char>(byte);
+    }
+    return frame;
+}
+
+std::string words_of(unsigned int identifier, std::initializer_list<unsigned int> bytes) {
+    return frame_words(frame_of(identifier, bytes));
+}
+
+}  // namespace
+
+TEST(FrameKinds, AreThoseOfThePredefinedConnectionSet) {
+    const std::vector<std::tuple<unsigned int, const char*, unsigned int>> expected{
+        {0x000, "nmt", 0},         {0x001, "other", 0},       {0x080, "sync", 0},  {0x081, "emcy", 1},
+        {0x0FF, "emcy", 127},      {0x100, "time", 0},        {0x101, "other", 0}, {0x181, "tpdo1", 1},
+        {0x200, "other", 0},       {0x205, "rpdo1", 5},       {0x285, "tpdo2", 5}, {0x305, "rpdo2", 5},
+        {0x385, "tpdo3", 5},       {0x405, "rpdo3", 5},       {0x485, "tpdo4", 5}, {0x505, "rpdo4", 5},
+        {0x585, "sdo-answer", 5},  {0x605, "sdo-request", 5}, {0x685, "other", 0}, {0x700, "other", 0},
+        {0x77F, "heartbeat", 127}, {0x7E4, "lss", 0},         {0x7E5, "lss", 0},   {0x7FF, "other", 0}};
+    for (const auto& [identifier, word, node] : expected) {
+        EXPECT_EQ(kind_of(frame_of(identifier, {})).word, word) << std::hex << identifier;
+        EXPECT_EQ(kind_of(frame_of(identifier, {})).node, node) << std::hex << identifier;
+    }
+    ShownFrame guarding = frame_of(0x705, {});
+    guarding.remote = true;
+    EXPECT_EQ(kind_of(guarding).word, "guard");
+    ShownFrame wide = frame_of(0x185, {});
+    wide.extended = true;
+    EXPECT_EQ(kind_of(wide).word, "other");
+}
+
+TEST(FrameWords, TellStatesAndTheirCommands) {
+    EXPECT_EQ(words_of(0x000, {0x01, 5}), "NMT start, node 5");
+    EXPECT_EQ(words_of(0x000, {0x82, 0}), "NMT reset-comm, all nodes");
+    EXPECT_EQ(words_of(0x000, {0x07, 1}), "NMT of an unknown command, node 1");
+    EXPECT_EQ(words_of(0x000, {0x01}), "NMT of a wrong length");
+    EXPECT_EQ(words_of(0x705, {0x00}), "boot-up of node 5");
+    EXPECT_EQ(words_of(0x705, {0x05}), "heartbeat of node 5: Operational");
+    EXPECT_EQ(words_of(0x705, {0xFF}), "heartbeat of node 5: Pre-operational");
+    EXPECT_EQ(words_of(0x705, {0x33}), "heartbeat of node 5: unknown state");
+    EXPECT_EQ(words_of(0x080, {}), "SYNC");
+    EXPECT_EQ(words_of(0x080, {7}), "SYNC 7");
+    ShownFrame guarding = frame_of(0x705, {});
+    guarding.remote = true;
+    EXPECT_EQ(frame_words(guarding), "guarding request, node 5");
+}
+
+TEST(FrameWords, TellTransfers) {
+    EXPECT_EQ(words_of(0x605, {0x40, 0x18, 0x10, 1, 0, 0, 0, 0}), "SDO request to node 5: read 0x1018:1");
+    EXPECT_EQ(words_of(0x605, {0x2B, 0x17, 0x10, 0, 0xF4, 1, 0, 0}),
+              "SDO request to node 5: write 0x1017:0 F4 01");
+    EXPECT_EQ(words_of(0x605, {0x21, 0x02, 0x20, 0, 0x10, 0x27, 0, 0}),
+              "SDO request to node 5: write 0x2002:0, 10000 bytes");
+    EXPECT_EQ(words_of(0x585, {0x43, 0x18, 0x10, 2, 1, 4, 0, 0}),
+              "SDO answer of node 5: 0x1018:2 is 01 04 00 00");
+    EXPECT_EQ(words_of(0x585, {0x41, 0x08, 0x10, 0, 14, 0, 0, 0}),
+              "SDO answer of node 5: 0x1008:0, 14 bytes");
+    EXPECT_EQ(words_of(0x585, {0x60, 0x17, 0x10, 0, 0, 0, 0, 0}), "SDO answer of node 5: 0x1017:0 written");
+    EXPECT_EQ(words_of(0x605, {0x70, 0, 0, 0, 0, 0, 0, 0}), "SDO request to node 5: next segment");
+    EXPECT_EQ(words_of(0x585, {0x0B, 1, 2, 0, 0, 0, 0, 0}), "SDO answer of node 5: segment 01 02");
+    EXPECT_EQ(words_of(0x585, {0x80, 0x18, 0x10, 9, 0x11, 0, 0x09, 0x06}),
+              "SDO answer of node 5: abort 0x1018:9 0x06090011 Sub-index does not exist.");
+    EXPECT_EQ(words_of(0x605, {0x40}), "SDO request to node 5: wrong length");
+}
+
+TEST(FrameWords, TellProcessDataAndEmergencies) {
+    EXPECT_EQ(words_of(0x185, {1}), "TPDO1 of node 5");
+    EXPECT_EQ(words_of(0x505, {1}), "RPDO4 to node 5");
+    EXPECT_EQ(words_of(0x7E5, {0x40, 0, 0, 0, 0, 0, 0, 0}), "LSS request 0x40");
+    EXPECT_EQ(words_of(0x085, {0, 0, 0, 0, 0, 0, 0, 0}).rfind("EMCY of node 5: 0x0000 ", 0), 0U);
+    EXPECT_EQ(words_of(0x085, {1}), "EMCY of node 5 of a wrong length");
+    EXPECT_EQ(words_of(0x7FF, {1}), "");
+}
+
+TEST(FrameWords, TellErrorsOfTheController) {
+    ShownFrame frame = frame_of(CAN_ERR_BUSOFF, {0, 0, 0, 0, 0, 0, 0, 0});
+    frame.error = true;
+    EXPECT_EQ(frame_words(frame), "error of the bus: bus-off");
+    frame.identifier = CAN_ERR_ACK | CAN_ERR_CRTL;
+    frame.data[1] = CAN_ERR_CRTL_TX_PASSIVE;
+    EXPECT_EQ(frame_words(frame),
+              "error of the bus: no acknowledgement, controller error passive at sending");
+    frame.identifier = 0;
+    EXPECT_EQ(frame_words(frame), "error of the bus: unknown");
+    EXPECT_EQ(kind_of(frame).word, "other");
+    EXPECT_EQ(frame_bits(frame), 0U);
+}
+
+TEST(FrameBits, LieBetweenTheFewestAndTheMost) {
+    EXPECT_EQ(frame_bits(frame_of(0x185, {})), 47U + 4U);
+    EXPECT_EQ(frame_bits(frame_of(0x185, {1, 2, 3, 4, 5, 6, 7, 8})), 111U + 12U);
+}

@@ -1,0 +1,330 @@
+// The commands that listen, and the one that reads a log: what they show, keep and tell, and that they send nothing.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <optional>
+#include <thread>
+
+#include "tests/support/childprocess.h"
+#include "tests/support/loopbacksocket.h"
+#include "tests/support/temporaryfile.h"
+
+namespace {
+
+const std::string log_text =
+    "(1763768400.000001) can0 705#05\n"
+    "(1763768400.250000) can0 605#4018100100000000\n"
+    "(1763768401.000000) can0 18DAF110#0102\n"
+    "(1763768402.000001) can0 705#R\n";
+
+std::string datagram(unsigned id, const std::string& data) {
+    std::string bytes(16, '\0');
+    bytes[0] = static_cast<char>(id & 0xFF);
+    bytes[1] = static_cast<char>(id >> 8);
+    bytes[4] = static_cast<char>(data.size());
+    bytes.replace(8, data.size(), data);
+    return bytes;
+}
+
+std::string content_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Waits until a condition holds; false when it does not for half a minute.
+template <typename Condition>
+bool eventually(const Condition& condition) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// nodevik with a bus over UDP whose other end is the test, both outputs in files.
+class Listening {
+public:
+    explicit Listening(std::vector<std::string> words, int out = -1) {
+        {
+            const LoopbackSocket probe;
+            port_ = probe.port();
+        }
+        words.insert(
+            words.begin(),
+            {NODEVIK, "--udp", "127.0.0.1:" + std::to_string(peer_.port()) + "," + std::to_string(port_)});
+        child_ = fork();
+        if (child_ == 0) {
+            dup2(out >= 0 ? out : open(out_.path().c_str(), O_WRONLY | O_TRUNC), STDOUT_FILENO);
+            dup2(open(err_.path().c_str(), O_WRONLY | O_TRUNC), STDERR_FILENO);
+            std::vector<char*> arguments;
+            for (std::string& word : words) {
+                arguments.push_back(word.data());
+            }
+            arguments.push_back(nullptr);
+            execv(arguments[0], arguments.data());
+            _exit(99);
+        }
+    }
+    ~Listening() {
+        if (child_ > 0) {
+            kill(child_, SIGKILL);
+            waitpid(child_, nullptr, 0);
+        }
+    }
+    Listening(const Listening&) = delete;
+    Listening& operator=(const Listening&) = delete;
+
+    // Waits until frames are received.
+    bool is_ready() const {
+        char port[8];
+        std::snprintf(port, sizeof port, ":%04X ", port_);
+        return eventually([&port] { return content_of("/proc/net/udp").find(port) != std::string::npos; });
+    }
+    void send(unsigned id, const std::string& data) const { peer_.send(port_, datagram(id, data)); }
+    void signal(int number) const { kill(child_, number); }
+    // The exit status, once it has ended.
+    int end() {
+        int status = 0;
+        waitpid(child_, &status, 0);
+        child_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string out() const { return out_.content(); }
+    std::string err() const { return err_.content(); }
+    // Whether the program has sent nothing.
+    bool was_silent() { return !peer_.receive(0).has_value(); }
+
+private:
+    TemporaryFile out_;
+    TemporaryFile err_;
+    LoopbackSocket peer_;
+    unsigned port_ = 0;
+    pid_t child_ = -1;
+};
+
+ChildResult decode(const std::string& file, const std::vector<std::string>& more) {
+    std::vector<std::string> words{"/usr/bin/env", "TZ=UTC", NODEVIK, "decode", file};
+    words.insert(words.end(), more.begin(), more.end());
+    return run_program(words);
+}
+
+}  // namespace
+
+TEST(Decode, ShowsALineForEachFrame) {
+    const TemporaryFile log;
+    log.write(log_text);
+    const ChildResult result = decode(log.path(), {});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(
+        result.out,
+        "23:40:00.000001  can0       705  1  05                       heartbeat of node 5: Operational\n"
+        "23:40:00.250000  can0       605  8  40 18 10 01 00 00 00 00  SDO request to node 5: read 0x1018:1\n"
+        "23:40:01.000000  can0  18DAF110  2  01 02\n"
+        "23:40:02.000001  can0       705  0  remote                   guarding request, node 5\n");
+    EXPECT_EQ(result.err, "nodevik: 4 frames in 2.0 s, 2.0 frames/s, 0.2 kbit/s (0.0 % of 500 kbit/s)\n");
+}
+
+TEST(Decode, TellsFramesAsJson) {
+    const TemporaryFile log;
+    log.write(log_text);
+    EXPECT_EQ(decode(log.path(), {"--json"}).out,
+              "{\"time\":1763768400.000001,\"bus\":\"can0\",\"id\":\"0x705\",\"length\":1,\"data\":\"05\","
+              "\"kind\":\"heartbeat\",\"node\":5}\n"
+              "{\"time\":1763768400.25,\"bus\":\"can0\",\"id\":\"0x605\",\"length\":8,\"data\":"
+              "\"4018100100000000\","
+              "\"kind\":\"sdo-request\",\"node\":5}\n"
+              "{\"time\":1763768401.0,\"bus\":\"can0\",\"id\":\"0x18DAF110\",\"length\":2,\"data\":\"0102\","
+              "\"kind\":\"other\",\"extended\":true}\n"
+              "{\"time\":1763768402.000001,\"bus\":\"can0\",\"id\":\"0x705\",\"length\":0,\"data\":\"\","
+              "\"kind\":\"guard\",\"node\":5,\"remote\":true}\n");
+}
+
+TEST(Decode, GivesTheLogBackRaw) {
+    const TemporaryFile log;
+    log.write(log_text);
+    EXPECT_EQ(decode(log.path(), {"--raw"}).out, log_text);
+}
+
+TEST(Decode, ShowsWhatIsWanted) {
+    const TemporaryFile log;
+    log.write(log_text);
+    const auto raw = [&log](std::vector<std::string> more) {
+        more.emplace_back("--raw");
+        const std::string out = decode(log.path(), more).out;
+        return std::count(out.begin(), out.end(), '\n');
+    };
+    EXPECT_EQ(raw({"--filter", "heartbeat,guard"}), 2);
+    EXPECT_EQ(raw({"--filter", "other"}), 1);
+    EXPECT_EQ(raw({"--id", "0x600-0x6FF"}), 1);
+    EXPECT_EQ(raw({"--id", "0x705"}), 2);
+    EXPECT_EQ(raw({"--count", "3"}), 3);
+}
+
+TEST(Decode, CountsTheFramesOfEachIdentifier) {
+    const TemporaryFile log;
+    log.write(log_text);
+    EXPECT_EQ(decode(log.path(), {"--statistics", "--id", "0x705"}).out,
+              "     705           2 frames       1.0 frames/s  guard 5\n");
+    EXPECT_EQ(decode(log.path(), {"--statistics", "--json", "--filter", "heartbeat,sdo-request"}).out,
+              "{\"id\":\"0x605\",\"kind\":\"sdo-request\",\"frames\":1,\"rate\":4.000016000064,\"node\":5}\n"
+              "{\"id\":\"0x705\",\"kind\":\"heartbeat\",\"frames\":1,\"rate\":4.000016000064,\"node\":5}\n");
+}
+
+TEST(Decode, NamesTheObjectsOfADescription) {
+    const TemporaryFile log;
+    log.write("(1763768400.000001) can0 585#4318100201040000\n");
+    const ChildResult result = decode(log.path(), {"--eds", EDS});
+    EXPECT_NE(result.out.find("0x1018:2 is 01 04 00 00  Identity object/Product code=1025\n"),
+              std::string::npos)
+        << result.out;
+}
+
+TEST(Decode, TellsForeignLinesAndGoesOn) {
+    const TemporaryFile log;
+    log.write("nonsense\n" + log_text + "(1763768403.0000");
+    const ChildResult result = decode(log.path(), {"--raw"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, log_text);
+    EXPECT_NE(result.err.find("nodevik: " + log.path() + ":1: "), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("nodevik: " + log.path() + ":6: "), std::string::npos) << result.err;
+}
+
+TEST(Decode, EndsWith5WithoutALogAnd2WithAWrongOption) {
+    const ChildResult missing = decode("/no/such", {});
+    EXPECT_EQ(missing.status, 5);
+    EXPECT_EQ(missing.err, "nodevik: /no/such cannot be read: No such file or directory\n");
+    const TemporaryFile log;
+    for (const std::vector<std::string>& wrong :
+         std::vector<std::vector<std::string>>{{"--filter", "pdo"},
+                                               {"--id", "x"},
+                                               {"--id", "5-4"},
+                                               {"--count", "0"},
+                                               {"--raw", "--statistics"}}) {
+        const ChildResult result = decode(log.path(), wrong);
+        EXPECT_EQ(result.status, 2) << wrong.front();
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    }
+}
+
+TEST(Monitor, ShowsWhatPassesAndSendsNothing) {
+    Listening monitor({"--json", "monitor", "--count", "2"});
+    ASSERT_TRUE(monitor.is_ready());
+    monitor.send(0x185, "\x01\x02");
+    monitor.send(0x705, "\x05");
+    EXPECT_EQ(monitor.end(), 0);
+    const std::string out = monitor.out();
+    EXPECT_NE(out.find(",\"bus\":\"udp\",\"id\":\"0x185\",\"length\":2,\"data\":\"0102\",\"kind\":\"tpdo1\","
+                       "\"node\":5}\n"),
+              std::string::npos)
+        << out;
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
+    EXPECT_EQ(monitor.err().rfind("nodevik: 2 frames in ", 0), 0U) << monitor.err();
+    EXPECT_TRUE(monitor.was_silent());
+}
+
+TEST(Monitor, EndsAfterItsTime) {
+    Listening monitor({"monitor", "--seconds", "0.01"});
+    EXPECT_EQ(monitor.end(), 0);
+    EXPECT_EQ(monitor.out(), "");
+    EXPECT_EQ(monitor.err().rfind("nodevik: 0 frames in ", 0), 0U) << monitor.err();
+}
+
+TEST(Monitor, EndsAtASignalWithItsSummary) {
+    for (const char* form : {"--raw", "--statistics"}) {
+        Listening monitor({"monitor", form});
+        ASSERT_TRUE(monitor.is_ready());
+        monitor.send(0x705, "\x05");
+        // A frame that has been shown, or one that is still to be read: what has come is not told before the end.
+        if (std::string(form) == "--raw") {
+            EXPECT_TRUE(eventually([&monitor] { return !monitor.out().empty(); }));
+        }
+        monitor.signal(SIGINT);
+        EXPECT_EQ(monitor.end(), 130);
+        EXPECT_NE(monitor.err().find(" frames in "), std::string::npos) << monitor.err();
+        EXPECT_TRUE(monitor.was_silent());
+    }
+}
+
+TEST(Monitor, EndsQuietlyWhenItsReaderGoesWhileNothingPasses) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    Listening monitor({"monitor"}, ends[1]);
+    close(ends[1]);
+    EXPECT_TRUE(monitor.is_ready());
+    close(ends[0]);
+    EXPECT_EQ(monitor.end(), 0);
+    EXPECT_EQ(monitor.err(), "");
+}
+
+TEST(Record, KeepsEveryFrameInItsOrder) {
+    const TemporaryFile log;
+    Listening record({"record", log.path()});
+    ASSERT_TRUE(record.is_ready());
+    constexpr int frames = 200;
+    for (int i = 0; i < frames; ++i) {
+        record.send(0x185, std::string(1, static_cast<char>(i)));
+    }
+    // Everything is in the file within a second.
+    EXPECT_TRUE(eventually([&log] {
+        const std::string text = log.content();
+        return std::count(text.begin(), text.end(), '\n') == frames;
+    }));
+    record.signal(SIGTERM);
+    EXPECT_EQ(record.end(), 130);
+    EXPECT_EQ(record.out(), "");
+    EXPECT_EQ(record.err(), "nodevik: 200 frames recorded in " + log.path() + "\n");
+    EXPECT_TRUE(record.was_silent());
+    const std::string text = log.content();
+    std::size_t at = 0;
+    for (int i = 0; i < frames; ++i) {
+        char frame[40];
+        std::snprintf(frame, sizeof frame, ") udp 185#%02X", static_cast<unsigned>(i));
+        at = text.find(frame, at);
+        ASSERT_NE(at, std::string::npos) << i;
+    }
+}
+
+TEST(Record, EndsBeforeTheLogIsLongerThanItMayBe) {
+    const TemporaryFile log;
+    Listening record({"record", log.path(), "--max-size", "100"});
+    ASSERT_TRUE(record.is_ready());
+    for (int i = 0; i < 10; ++i) {
+        record.send(0x185, "\x01");
+    }
+    EXPECT_EQ(record.end(), 0);
+    const std::string text = log.content();
+    EXPECT_LE(text.size(), 100U);
+    EXPECT_GT(text.size(), 50U);
+    EXPECT_EQ(text.back(), '\n');
+}
+
+TEST(Record, EndsWith5WhenTheLogCannotBeWritten) {
+    Listening missing({"record", "/no/such", "--seconds", "0.01"});
+    EXPECT_EQ(missing.end(), 5);
+    EXPECT_EQ(missing.err(), "nodevik: /no/such cannot be written: No such file or directory\n");
+}
+
+TEST(Record, EndsWith5WhenTheDiskIsFull) {
+    Listening record({"record", "/dev/full"});
+    ASSERT_TRUE(record.is_ready());
+    record.send(0x185, "\x01");
+    EXPECT_TRUE(
+        eventually([&record] { return record.err().find("takes nothing more") != std::string::npos; }));
+    record.signal(SIGTERM);
+    EXPECT_EQ(record.end(), 5);
+    EXPECT_EQ(record.err(),
+              "nodevik: /dev/full takes nothing more: No space left on device; recording goes on when there "
+              "is room\n"
+              "nodevik: 0 frames recorded in /dev/full\n"
+              "nodevik: /dev/full lacks 1 frames, for which there was no room: No space left on device\n");
+}
