@@ -421,7 +421,8 @@ void NodeConfiguration::Job::restore_answered() {
     }
     waits_for_boot_up_ = true;
     deadline_ = monotonic_ns() + std::uint64_t{1000000} * options_.boot_up_ms;
-    std::array<unsigned char, 2> reset_node = {0x81, static_cast<unsigned char>(report.node)};
+    // Two bytes of data; the UDP driver sends all eight.
+    std::array<unsigned char, 8> reset_node = {0x81, static_cast<unsigned char>(report.node)};
     owner_.driver_->write(0, 2, reset_node.data(), 0);
 }
 

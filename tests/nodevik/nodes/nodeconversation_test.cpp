@@ -3,33 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
-#include <string>
+#include <cstdint>
 #include <vector>
 
 #include "nodevik/nodes/lss.h"
 #include "nodevik/nodes/nodescan.h"
-#include "nodevik/udpdriver.h"
 #include "nodevik/util/monotonicclock.h"
-#include "tests/support/loopbacksocket.h"
-#include "tests/support/nodeprocess.h"
+#include "tests/nodevik/nodes/nodesoverudp.h"
 
 namespace {
 
-constexpr std::uint64_t limit_ns = 60'000'000'000;
-
-class NodeConversation : public testing::Test {
+class NodeConversation : public NodesOverUdp {
 protected:
-    NodeConversation() { bus.open(0, 0, 0); }
-
-    void start_nodes(std::vector<std::string> arguments) {
-        arguments.insert(arguments.end(),
-                         {"--peer", "127.0.0.1:" + std::to_string(local_port(bus.descriptor()))});
-        nodes = std::make_unique<NodeProcess>(NODE_SIMULATOR, arguments);
-        ASSERT_NE(nodes->port(), 0U);
-        bus.endpoint().set_client_destination_address(127, 0, 0, 1, nodes->port());
-    }
-
     // The nodes that a scan finds.
     std::vector<ScannedNode> scanned(const NodeScanOptions& options = patient()) {
         EXPECT_EQ(scan.start_asking({}, {}, options), 0);
@@ -44,10 +29,6 @@ protected:
         options.timeout_ms = 100;
         options.attempts = 3;
         return options;
-    }
-
-    void power(const std::string& how, unsigned int node) {
-        ASSERT_EQ(nodes->command(how + " " + std::to_string(node)), "ok");
     }
 
     // Gives every device without a number one: what is behind the last thousand of its serial number. Where an answer
@@ -88,32 +69,8 @@ protected:
         return lss.wait();
     }
 
-    // Reads frames until one of the identifier comes.
-    bool comes(unsigned int identifier) {
-        struct Listener : FrameObserver {
-            unsigned int wanted = 0;
-            bool has_come = false;
-            void frame_passed(const ObservedFrame& frame) override {
-                has_come = has_come || frame.identifier == wanted;
-            }
-        } listener;
-        listener.wanted = identifier;
-        driver.add_observer(listener);
-        const std::uint64_t end = monotonic_ns() + limit_ns;
-        while (!listener.has_come && monotonic_ns() < end) {
-            wait_readable(bus.descriptor(), 100);
-            driver.read_all();
-        }
-        driver.remove_observer(listener);
-        return listener.has_come;
-    }
-
-    udpDriver bus;
-    ObservedDriver driver{bus};
-    SdoClient sdo{driver};
     NodeScan scan{driver, sdo};
     Lss lss{driver};
-    std::unique_ptr<NodeProcess> nodes;
     std::vector<LssAssignment> assigned;
 };
 
