@@ -394,14 +394,22 @@ void SdoClient::send_segment(Transfer& t) {
 
 /// Sends a frame, or keeps it to be tried again, and begins to wait for the answer.
 void SdoClient::send(Transfer& t, const Frame& frame) {
-    t.request = frame;
-    t.unsent = !write(t, t.request);
+    const std::uint32_t serial = t.serial;
+    const Transfer::State state = t.state;
+    const bool was_known = std::exchange(t.known_to_node, true);
+    Frame sent = frame;
+    const bool is_sent = write(t, sent);
+    if (t.serial != serial || t.state != state) {
+        return;  // an observer of the frame has cancelled the transfer
+    }
+    t.unsent = !is_sent;
     t.deadline = now + (t.slow ? t.slow_timeout_ns : t.timeout_ns);
     t.wake = t.unsent ? now + retry_ns : no_deadline;
     if (t.unsent) {
+        t.request = frame;
+        t.known_to_node = was_known;
         return;
     }
-    t.known_to_node = true;
     if (t.state == Transfer::State::aborting) {
         finish(t, t.outcome, t.code);
     } else if (t.state == Transfer::State::block_closing) {
@@ -780,14 +788,20 @@ void SdoClient::time_out(Transfer& t) {
     if (t.state == State::aborting) {
         finish(t, t.outcome, t.code);
     } else if (t.unsent || t.stalled) {
+        const std::uint32_t serial = t.serial;
         const bool told = t.known_to_node && write(t, frame);
-        finish(t, SdoOutcome::driver_failed, told ? sdo::time_over : 0);
+        if (t.serial == serial) {
+            finish(t, SdoOutcome::driver_failed, told ? sdo::time_over : 0);
+        }
     } else if ((t.state == State::block_upload || t.state == State::block_download) && !t.asked_again) {
         // Some nodes say nothing to what they do not know. The abort makes sure that they wait for a request.
+        const std::uint32_t serial = t.serial;
         write(t, frame);
-        t.late_possible = true;
-        t.late_key = t.key;
-        ask_by_segments(t);
+        if (t.serial == serial && t.state != State::aborting) {
+            t.late_possible = true;
+            t.late_key = t.key;
+            ask_by_segments(t);
+        }
     } else {
         abort(t, SdoOutcome::timed_out, sdo::time_over);
     }

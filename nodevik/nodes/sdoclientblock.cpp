@@ -70,6 +70,7 @@ void SdoClient::send_block_segments(Transfer& t) {
         return;
     }
     t.wake = no_deadline;
+    const std::uint32_t serial = t.serial;
     unsigned int burst = 0;
     while (t.sent < t.block_size && !t.last_passed) {
         if (pace_frames != 0 && burst == pace_frames) {
@@ -83,7 +84,11 @@ void SdoClient::send_block_segments(Transfer& t) {
         Frame frame{};
         frame[0] = static_cast<unsigned char>((t.sent + 1) | (is_last ? sdo::last_segment : 0U));
         std::copy_n(t.bytes() + offset, size, &frame[1]);
-        t.stalled = !write(t, frame);
+        const bool is_sent = write(t, frame);
+        if (t.serial != serial || t.state != Transfer::State::block_sending) {
+            return;  // an observer of the segment has cancelled the transfer
+        }
+        t.stalled = !is_sent;
         if (t.stalled) {
             t.wake = now + retry_ns;
             return;

@@ -170,7 +170,7 @@ struct SdoClient::Transfer : Course {
     /// Data between the program and the bus: what is not confirmed yet, or not delivered yet.
     std::array<unsigned char, sdo::most_segments * sdo::segment_bytes + sdo::segment_bytes> buffer;
 
-    sdo::Frame request{};  ///< the frame sent last
+    sdo::Frame request{};  ///< the frame that the driver has not taken
 
     // What stays between two transfers.
     sdo::Frame last_answer{};    ///< the answer taken last

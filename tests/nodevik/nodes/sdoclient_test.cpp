@@ -1416,6 +1416,59 @@ TEST_F(Sdo, CancelTellsTheNodeAndCallsTheCallbackOnce) {
     EXPECT_EQ(sdo.next_deadline(), no_deadline);
 }
 
+TEST_F(Sdo, AnObserverOfAnyFrameMayCancelTheTransferAndStartTheNext) {
+    struct : FrameObserver {
+        void frame_passed(const ObservedFrame& frame) override {
+            if (frame.direction == ObservedFrame::Direction::sent && frame.data[0] != 0x80 && left != 0 &&
+                --left == 0) {
+                cancel();
+            }
+        }
+        std::function<void()> cancel;
+        unsigned int left = 0;
+    } observer;
+    driver.add_observer(observer);
+    for (const SdoMode mode : {SdoMode::automatic, SdoMode::segmented, SdoMode::block}) {
+        for (const bool is_upload : {true, false}) {
+            for (unsigned int step = 1; step <= 20; ++step) {
+                const Bytes data = mode == SdoMode::automatic ? bytes_of(4) : bytes_of(60);
+                node.objects[key_2000_01] = is_upload ? data : Bytes{};
+                node.block_size = [] { return 4U; };
+                Bytes room(60);
+                Ends ends;
+                Ends next;
+                std::uint32_t value = 0;
+                node.objects[0x100000] = {1, 0, 0, 0};
+                observer.left = step;
+                observer.cancel = [&] {
+                    sdo.cancel(5);
+                    EXPECT_EQ(sdo.start_read({5, 0x1000, 0}, &value, 4, next.keep()), 0);
+                };
+                SdoOptions options = blocks_of(4);
+                options.mode = mode;
+                if (is_upload) {
+                    sdo.start_read({5, 0x2000, 1}, room.data(), room.size(), ends.keep(), options);
+                } else {
+                    sdo.start_write({5, 0x2000, 1}, data.data(), data.size(), ends.keep(), options);
+                }
+                run();
+                EXPECT_EQ(ends.results.size(), 1U);
+                EXPECT_EQ(next.results.size(), observer.left == 0 ? 1U : 0U);
+                if (observer.left == 0) {
+                    EXPECT_TRUE(next.only().ok()) << next.only().words() << " " << step;
+                    EXPECT_EQ(sent.back(), "40 00 10 00 00 00 00 00") << "nothing of the transfer before";
+                }
+                EXPECT_EQ(sdo.active(), 0U);
+                EXPECT_FALSE(sdo.busy(5));
+                observer.left = 0;
+                node.receive({0x80});
+                EXPECT_TRUE(download(bytes_of(30), by(SdoMode::segmented)).ok()) << step;
+            }
+        }
+    }
+    driver.remove_observer(observer);
+}
+
 TEST_F(Sdo, ACancelledTransferThatTheNodeNeverSawSendsNothing) {
     Ends ends;
     bus.write_result = -1;
