@@ -36,18 +36,19 @@ bool isPlain(const QLabel& label) {
            isOnePlainLine(label.text());
 }
 
-/// Where a text of @p extent starts in @p area.
-QPointF placed(const QSizeF& extent, const QRect& area, Qt::Alignment alignment) {
+/// Where @p line starts in @p area.
+QPointF placed(const Typesetter& line, const QRect& area, Qt::Alignment alignment) {
     QPointF place = area.topLeft();
+    const double height = line.extent().height();
     if (alignment & Qt::AlignHCenter) {
-        place.rx() += (area.width() - extent.width()) / 2;
+        place.rx() += (area.width() - line.advance()) / 2;
     } else if (alignment & Qt::AlignRight) {
-        place.rx() += area.width() - extent.width();
+        place.rx() += area.width() - line.advance();
     }
     if (alignment & Qt::AlignVCenter) {
-        place.ry() += (area.height() - extent.height()) / 2;
+        place.ry() += (area.height() - height) / 2;
     } else if (alignment & Qt::AlignBottom) {
-        place.ry() += area.height() - extent.height();
+        place.ry() += area.height() - height;
     }
     return place;
 }
@@ -99,7 +100,7 @@ bool LeanPainting::paint(QLabel& label, const QPaintEvent& event) {
     Typesetter& line = setterFor(label.font());
     line.set(label.text(), label.font(), &label);
     const QRect area = label.contentsRect();
-    const QPointF place = placed(line.extent(), area, label.alignment());
+    const QPointF place = placed(line, area, label.alignment());
     const QRectF text(place, line.extent());
     if (!QRectF(area).contains(text)) {
         return false;  // the toolkit knows what it cuts

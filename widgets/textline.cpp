@@ -21,6 +21,10 @@ QSizeF TextLine::extent() const {
     return {line.naturalTextWidth(), line.ascent() + line.descent()};
 }
 
+double TextLine::advance() const {
+    return m_layout.lineAt(0).horizontalAdvance();
+}
+
 double TextLine::ascent() const {
     return m_layout.lineAt(0).ascent();
 }

@@ -33,6 +33,10 @@ public:
     /// @return width and height in logical units, not rounded
     QSizeF extent() const;
 
+    /// @return distance from the line's start to its last glyph's end in logical units, without what of that
+    ///         glyph hangs over the end: what an alignment goes by
+    double advance() const;
+
     /// @return distance of the baseline from the line's upper edge, in logical units
     double ascent() const;
 

@@ -54,6 +54,7 @@ void Typesetter::set(const QString& text, const QFont& font, const QPaintDevice*
     if (!compose()) {
         m_shaped.emplace(text, font, device);
         m_width = m_shaped->extent().width();
+        m_advance = m_shaped->advance();
         m_height = m_shaped->extent().height();
         m_ascent = m_shaped->ascent();
         learn();
@@ -101,6 +102,7 @@ bool Typesetter::compose() {
         return false;
     }
     m_width = x + *rest;
+    m_advance = m_width - m_known.overhangs.value(previous);
     m_height = m_known.height;  // a line that was shaped before may have glyphs of another, higher font
     m_ascent = m_known.ascent;
     return true;
@@ -135,6 +137,7 @@ void Typesetter::learn() {
         previous = character;
     }
     remember(previous, line_end, m_width - x);
+    m_known.overhangs.insert(previous, m_width - m_advance);
     if (m_known.are_contextual) {
         m_known.font = QRawFont();
     }

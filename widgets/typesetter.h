@@ -43,6 +43,10 @@ public:
     ///         Qt::TextSingleLine
     QSize size() const;
 
+    /// @return distance from the line's start to its last glyph's end in logical units, without what of that
+    ///         glyph hangs over the end: what an alignment goes by
+    double advance() const { return m_advance; }
+
     /// @return distance of the baseline from the line's upper edge, in logical units
     double ascent() const { return m_ascent; }
 
@@ -64,6 +68,7 @@ private:
     QFont m_font;
     int m_dots_per_inch = 0;
     double m_width = 0;
+    double m_advance = 0;
     double m_height = 0;
     double m_ascent = 0;
     std::optional<TextLine> m_shaped;  ///< the line, unless it was composed
@@ -77,6 +82,7 @@ private:
         double ascent = 0;                      ///< of a line of these glyphs only
         QHash<char16_t, quint32> of_character;  ///< index of a character's glyph
         QHash<quint32, double> advances;        ///< distance of the starts of two neighbours
+        QHash<char16_t, double> overhangs;      ///< what of a character at the end hangs over it
         bool are_contextual = false;            ///< they depend on more than two neighbours: none is composed
     };
     Glyphs m_known;

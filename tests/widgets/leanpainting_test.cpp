@@ -54,6 +54,8 @@ private Q_SLOTS:
     void init();
     void aLabelLooksAsTheToolkitPaintsIt_data();
     void aLabelLooksAsTheToolkitPaintsIt();
+    void aGlyphThatHangsOverTheEndIsAlignedByItsAdvance_data();
+    void aGlyphThatHangsOverTheEndIsAlignedByItsAdvance();
     void whatIsNoPlainLabelIsLeftToIt_data();
     void whatIsNoPlainLabelIsLeftToIt();
     void aChangeShowsAtTheNextPaint_data();
@@ -118,6 +120,36 @@ void LeanPaintingTest::aLabelLooksAsTheToolkitPaintsIt() {
                  QByteArray::number(number * 11));
     }
     QCOMPARE(shown.paints, 0);
+}
+
+void LeanPaintingTest::aGlyphThatHangsOverTheEndIsAlignedByItsAdvance_data() {
+    QTest::addColumn<QFont>("font");
+    QTest::addColumn<Qt::Alignment>("alignment");
+    for (const QString& family : QFontDatabase::families()) {
+        for (const Qt::Alignment alignment : {Qt::AlignHCenter, Qt::AlignRight}) {
+            QFont font(family, 13);
+            font.setItalic(true);
+            QTest::addRow("%s, alignment %x", qPrintable(family), alignment.toInt()) << font << alignment;
+        }
+    }
+}
+
+void LeanPaintingTest::aGlyphThatHangsOverTheEndIsAlignedByItsAdvance() {
+    QFETCH(QFont, font);
+    QFETCH(Qt::Alignment, alignment);
+    QLabel expected;
+    Label shown;
+    LeanPainting painting;
+    painting.takeOver(&shown);
+    for (const char* text : {"717f", "7f", "77", "7 ", "17", "f1"}) {
+        for (QLabel* label : {&expected, static_cast<QLabel*>(&shown)}) {
+            label->setFont(font);
+            label->setAlignment(alignment);
+            label->resize(121, 41);
+            label->setText(QLatin1StringView(text));
+        }
+        QVERIFY2(part(shown, shown.rect()) == part(expected, expected.rect()), text);
+    }
 }
 
 void LeanPaintingTest::whatIsNoPlainLabelIsLeftToIt_data() {
