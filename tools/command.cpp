@@ -8,6 +8,7 @@
 
 #include "program/numbers.h"
 #include "program/standardoptions.h"
+#include "tools/edscommands.h"
 #include "tools/failure.h"
 #include "tools/framecommands.h"
 #include "tools/interrupts.h"
@@ -51,6 +52,7 @@ private:
     void add_monitor();
     void add_record();
     void add_decode();
+    void add_eds();
     void move_value_to_end(std::vector<std::string>& arguments) const;
 
     CLI::App app_{"Looks at a CANopen bus and changes what it is told to, and nothing else.", "nodevik"};
@@ -62,6 +64,8 @@ private:
     FrameOptions frames_;
     ListenLimits limits_;
     std::string log_;
+    std::string description_;
+    std::string object_;
     Action action_;
 };
 
@@ -81,6 +85,7 @@ CommandLine::CommandLine() {
     add_monitor();
     add_record();
     add_decode();
+    add_eds();
     app_.require_subcommand(1);
     app_.footer(
         "Without a bus: the only CAN interface that is up.\n"
@@ -235,6 +240,24 @@ void CommandLine::add_decode() {
     add_frame_options(*decode);
     decode->callback(
         [this] { action_ = [this](const Session& session) { return decode_log(session, log_, frames_); }; });
+}
+
+void CommandLine::add_eds() {
+    CLI::App* eds = add(app_, "eds", "Look into an EDS or DCF file", "nodevik eds check pump.eds");
+    eds->require_subcommand(1);
+    CLI::App* check = add(*eds, "check", "Tell what is wrong or odd in a file", "nodevik eds check pump.eds");
+    check->add_option("FILE", description_, "The EDS or DCF file")->required();
+    check->callback([this] {
+        action_ = [this](const Session& session) { return check_description(session.output, description_); };
+    });
+    CLI::App* show = add(*eds, "show", "Show the entries of a file", "nodevik eds show pump.eds 0x1018");
+    show->add_option("FILE", description_, "The EDS or DCF file")->required();
+    show->add_option("OBJECT", object_, "0x1018, 0x1018:1 or a name; all when it is left out");
+    show->callback([this] {
+        action_ = [this](const Session& session) {
+            return show_description(session.output, description_, object_);
+        };
+    });
 }
 
 // What follows OBJECT in "sdo write" is the value, also when it begins with '-', unless it is an option of the

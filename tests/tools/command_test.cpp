@@ -238,10 +238,12 @@ TEST_F(Command, EndsWith1WhenTheNodeRefuses) {
 TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
         {{},
-         "a command is missing; right are sdo, nmt, send, monitor, record, decode; 'nodevik --help' tells "
+         "a command is missing; right are sdo, nmt, send, monitor, record, decode, eds; 'nodevik --help' "
+         "tells "
          "more"},
         {{"foo"},
-         "'foo' is none of its commands; right are sdo, nmt, send, monitor, record, decode; 'nodevik --help' "
+         "'foo' is none of its commands; right are sdo, nmt, send, monitor, record, decode, eds; 'nodevik "
+         "--help' "
          "tells more"},
         {{"sdo"}, "a command is missing; right are read, write; 'nodevik sdo --help' tells more"},
         {{"sdo", "read", "5"}, "OBJECT is required; 'nodevik sdo read --help' tells more"},
@@ -388,7 +390,10 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"send"},
                                                          {"monitor"},
                                                          {"record"},
-                                                         {"decode"}};
+                                                         {"decode"},
+                                                         {"eds"},
+                                                         {"eds", "check"},
+                                                         {"eds", "show"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
         words.push_back("--help");
