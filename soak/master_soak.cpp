@@ -46,31 +46,11 @@ constexpr soak::NamedFigure<MasterFigures, long> footprints[] = {
 };
 
 bool store(std::string_view name, std::string_view value, MasterOptions& options) {
-    if (name == "--simulator") {
-        options.simulator = value;
-        return true;
-    }
-    if (name == "--directory") {
-        options.directory = value;
-        return true;
-    }
     return (name == "--seed" && parse(value, options.seed)) ||
            (name == "--seconds" && parse(value, options.seconds)) ||
            (name == "--cycles" && parse(value, options.cycles)) ||
            (name == "--period-ms" && parse(value, options.period_ms)) ||
            (name == "--lose-frame" && parse(value, options.lose_frame));
-}
-
-bool parse_options(int argc, char** argv, MasterOptions& options) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view name = argv[i];
-        if (name == "--leak") {
-            options.leak = true;
-        } else if (i + 1 == argc || !store(name, argv[++i], options)) {
-            return false;
-        }
-    }
-    return !options.simulator.empty() && !options.directory.empty();
 }
 
 void write_figures(std::FILE* file, const soak::MasterSoak& run) {
@@ -89,7 +69,7 @@ void write_figures(std::FILE* file, const soak::MasterSoak& run) {
 
 int main(int argc, char** argv) {
     MasterOptions options;
-    if (!parse_options(argc, argv, options)) {
+    if (!soak::parse_options(argc, argv, options, store)) {
         std::fputs(
             "usage: master-soak --simulator FILE --directory DIR [--seed N] [--seconds S | --cycles N]\n"
             "                   [--period-ms MS] [--lose-frame N] [--leak]\n",

@@ -42,10 +42,6 @@ constexpr soak::NamedFigure<NodeFigures, long> footprints[] = {
 };
 
 bool store(std::string_view name, std::string_view value, NodeOptions& options) {
-    if (name == "--simulator" || name == "--directory") {
-        (name == "--simulator" ? options.simulator : options.directory) = value;
-        return true;
-    }
     return (name == "--seed" && parse(value, options.seed)) ||
            (name == "--seconds" && parse(value, options.seconds)) ||
            (name == "--transfers" && parse(value, options.transfers)) ||
@@ -54,18 +50,6 @@ bool store(std::string_view name, std::string_view value, NodeOptions& options) 
            (name == "--spoil" && parse(value, options.spoil)) ||
            (name == "--forget" && parse(value, options.forget)) ||
            (name == "--repeat" && parse(value, options.repeat));
-}
-
-bool parse_options(int argc, char** argv, NodeOptions& options) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view name = argv[i];
-        if (name == "--leak") {
-            options.leak = true;
-        } else if (i + 1 == argc || !store(name, argv[++i], options)) {
-            return false;
-        }
-    }
-    return !options.simulator.empty() && !options.directory.empty();
 }
 
 void write_figures(std::FILE* file, const soak::NodeSoak& run) {
@@ -81,7 +65,7 @@ void write_figures(std::FILE* file, const soak::NodeSoak& run) {
 
 int main(int argc, char** argv) {
     NodeOptions options;
-    if (!parse_options(argc, argv, options)) {
+    if (!soak::parse_options(argc, argv, options, store)) {
         std::fputs(
             "usage: node-soak --simulator FILE --directory DIR [--seed N] [--seconds S | --transfers N]\n"
             "                 [--pause-ms MS] [--patience-ms MS] [--spoil N] [--forget N] [--repeat N] "

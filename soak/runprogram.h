@@ -26,6 +26,29 @@ bool parse(std::string_view text, Number& number) {
     return !text.empty() && error == std::errc() && end == text.data() + text.size();
 }
 
+/// Reads a command line of options with a value each, beside --leak, which has none.
+///
+/// @param store  stores a value under the option's name, and tells whether it can
+/// @return whether the line is whole; simulator and directory must be told
+template <typename Options, typename Store>
+bool parse_options(int argc, char** argv, Options& options, const Store& store) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view name = argv[i];
+        if (name == "--leak") {
+            options.leak = true;
+        } else if (i + 1 == argc) {
+            return false;
+        } else if (const std::string_view value = argv[++i]; name == "--simulator") {
+            options.simulator = value;
+        } else if (name == "--directory") {
+            options.directory = value;
+        } else if (!store(name, value, options)) {
+            return false;
+        }
+    }
+    return !options.simulator.empty() && !options.directory.empty();
+}
+
 /// A figure of a run and its name in the file.
 template <typename Figures, typename Number>
 struct NamedFigure {

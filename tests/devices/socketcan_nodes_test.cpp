@@ -11,14 +11,12 @@
 #include "nodevik/nodes/nodescan.h"
 #include "nodevik/nodes/sdoclient.h"
 #include "nodevik/socketcandriver.h"
-#include "nodevik/util/monotonicclock.h"
 #include "tests/devices/canwitness.h"
-#include "tests/support/loopbacksocket.h"
+#include "tests/support/awaitframe.h"
 #include "tests/support/nodeprocess.h"
 
 namespace {
 
-constexpr std::uint64_t limit_ns = 120'000'000'000;
 // The machine is emulated, and slow.
 constexpr unsigned int patience_ms = 5000;
 
@@ -54,25 +52,7 @@ protected:
         nodes = std::make_unique<NodeProcess>(NODE_SIMULATOR, arguments);
     }
 
-    // Reads frames until one of the identifier comes.
-    bool comes(unsigned int identifier) {
-        struct Listener : FrameObserver {
-            unsigned int wanted = 0;
-            bool has_come = false;
-            void frame_passed(const ObservedFrame& frame) override {
-                has_come = has_come || frame.identifier == wanted;
-            }
-        } listener;
-        listener.wanted = identifier;
-        driver.add_observer(listener);
-        const std::uint64_t end = monotonic_ns() + limit_ns;
-        while (!listener.has_come && monotonic_ns() < end) {
-            wait_readable(bus.descriptor(), 100);
-            driver.read_all();
-        }
-        driver.remove_observer(listener);
-        return listener.has_come;
-    }
+    bool comes(unsigned int identifier) { return await_frame(driver, identifier); }
 
     std::vector<ScannedNode> scanned(NodeScanOptions options = {}) {
         options.timeout_ms = patience_ms;

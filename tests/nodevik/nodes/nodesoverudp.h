@@ -15,6 +15,7 @@
 #include "nodevik/observeddriver.h"
 #include "nodevik/udpdriver.h"
 #include "nodevik/util/monotonicclock.h"
+#include "tests/support/awaitframe.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/nodeprocess.h"
 
@@ -43,29 +44,7 @@ protected:
     /// Reads frames until one of the identifier comes; false when the limit has passed.
     /// @param length  takes the number of its bytes, may be null
     bool comes(unsigned int identifier, unsigned int* length = nullptr) {
-        struct Listener : FrameObserver {
-            unsigned int wanted = 0;
-            bool has_come = false;
-            unsigned int length = 0;
-            void frame_passed(const ObservedFrame& frame) override {
-                if (!has_come && frame.identifier == wanted) {
-                    has_come = true;
-                    length = frame.length;
-                }
-            }
-        } listener;
-        listener.wanted = identifier;
-        driver.add_observer(listener);
-        const std::uint64_t end = monotonic_ns() + limit_ns;
-        while (!listener.has_come && monotonic_ns() < end) {
-            wait_readable(bus.descriptor(), 100);
-            driver.read_all();
-        }
-        driver.remove_observer(listener);
-        if (length != nullptr) {
-            *length = listener.length;
-        }
-        return listener.has_come;
+        return await_frame(driver, identifier, length);
     }
 
     udpDriver bus;
