@@ -40,6 +40,13 @@ function(ohjauspaneeli_configure_qt target)
     set_target_properties(${target} PROPERTIES AUTOMOC ON AUTOUIC ON)
 endfunction()
 
+# Installs what pkg-config tells of an installed library, from cmake/<name>.pc.in.
+function(ohjauspaneeli_install_pkgconfig name)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+            COMPONENT nodevik-dev)
+endfunction()
+
 # A library to be preloaded into programs, ours and others'. So it is never under a sanitizer, brings no library along
 # that it does not call, and has functions itself that fortified headers would put something else in the place of.
 function(ohjauspaneeli_preloaded target)
