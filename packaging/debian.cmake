@@ -50,11 +50,16 @@ their object dictionaries (SDO), commands their state (NMT), gives the beat
 any interface of Linux's own (SocketCAN), CAN over UDP, a Kvaser interface, or
 what a program brings along.
 .
+A library beside it knows the nodes: it reads their EDS and DCF files, scans
+the bus, gives node numbers (LSS, CiA 305), sets nodes up, watches them, and
+transfers objects with many at once, by blocks too. Another one records what
+passes on a bus, in candump's format, and plays it again.
+.
 Beside the master stand Linux utilities for such programs: a serial line, a
 realtime timer, threads, keyboard, mouse and lamp input events, a UDP endpoint,
 terminal sequences and a directory lister.
 .
-This package holds the shared library that programs need at run time.")
+This package holds the shared libraries that programs need at run time.")
 
 set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_NAME libnodevik-dev)
 set(CPACK_DEBIAN_NODEVIK-DEV_PACKAGE_SECTION libdevel)
@@ -63,11 +68,12 @@ set(CPACK_COMPONENT_NODEVIK-DEV_DEPENDS nodevik)
 set(CPACK_DEBIAN_NODEVIK-DEV_DESCRIPTION "CANopen master library over exchangeable CAN drivers - development files
 nodevik exchanges process data with the nodes of a CAN bus, reads and writes
 their object dictionaries (SDO), commands their state (NMT), gives the beat
-(SYNC) and guards them, as CiA 301 says. Beside the master stand Linux
-utilities for such programs.
+(SYNC) and guards them, as CiA 301 says. Beside the master stand a library for
+EDS and DCF files, scans, LSS and the set-up of nodes, one for recordings of a
+bus, and Linux utilities for such programs.
 .
-This package holds what programs that use the library are built with: headers,
-a CMake package, a pkg-config file and examples.")
+This package holds what programs that use the libraries are built with:
+headers, a CMake package, pkg-config files and examples.")
 
 set(CPACK_DEBIAN_DOC_PACKAGE_NAME libnodevik-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
@@ -76,8 +82,9 @@ set(CPACK_DEBIAN_DOC_PACKAGE_SUGGESTS libnodevik-dev)
 set(CPACK_DEBIAN_DOC_DESCRIPTION "CANopen master library over exchangeable CAN drivers - guides
 nodevik exchanges process data with the nodes of a CAN bus, reads and writes
 their object dictionaries (SDO), commands their state (NMT), gives the beat
-(SYNC) and guards them, as CiA 301 says. Beside the master stand Linux
-utilities for such programs.
+(SYNC) and guards them, as CiA 301 says. Beside the master stand a library for
+EDS and DCF files, scans, LSS and the set-up of nodes, one for recordings of a
+bus, and Linux utilities for such programs.
 .
 This package holds the guides: a page for each service with a program that
 shows it, what the library's messages mean, and what a new version may change.")
