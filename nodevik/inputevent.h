@@ -288,8 +288,9 @@ NODEVIK_EXPORT extern std::atomic<int> evmmbutton;  ///< the middle button
 /// The reader thread blocks every signal, so eventinit() may come before or after a timer is set up. The
 /// thread that calls it keeps its signal mask.
 ///
-/// A device that does not answer is reported on standard error, headed by "evdev ioctl", and left out. Ends
-/// the process with status 1 when atexit(3) fails.
+/// A device that does not answer is reported on standard error, headed by "evdev ioctl", and left out. One
+/// that hangs up later (POLLHUP, poll(2)) is not read any more, its last events neither. Ends the process with
+/// status 1 when atexit(3) fails.
 NODEVIK_EXPORT void eventinit();
 
 /// Undoes eventinit(): switches the lamps off, closes the devices, puts the terminal in order and ends the

@@ -608,6 +608,7 @@ TEST_F(SocketCanRead, AListenerGetsEverythingInItsOrderAndIsToldWhatItIs) {
         {error_frame | CAN_ERR_ACK | CAN_ERR_CNT, CAN_ERR_ACK | CAN_ERR_CNT, false, false, true},
         {0x1ABCDEF1 | CAN_EFF_FLAG, 0x1ABCDEF1, true, false, false},
         {error_frame | CAN_ERR_CRTL, CAN_ERR_CRTL, false, false, true},
+        {error_frame | CAN_ERR_MASK, CAN_ERR_MASK, false, false, true},
         {0x1ABCDEF1 | CAN_EFF_FLAG | CAN_RTR_FLAG, 0x1ABCDEF1, true, true, false},
         {0x7FF, 0x7FF, false, false, false}};
     SocketCanDriver driver;
