@@ -11,6 +11,7 @@
 #include <sstream>
 #include <thread>
 
+#include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/nodeprocess.h"
@@ -33,15 +34,6 @@ const char* const description_text =
     "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
 
 constexpr const char* marker = "7f0";  // a frame of the test's own
-
-std::string datagram(unsigned id, const std::string& data) {
-    std::string bytes(16, '\0');
-    bytes[0] = static_cast<char>(id & 0xFF);
-    bytes[1] = static_cast<char>(id >> 8);
-    bytes[4] = static_cast<char>(data.size());
-    bytes.replace(8, data.size(), data);
-    return bytes;
-}
 
 // A simulator with nodes 5 and 6, and what it has heard.
 class Command : public testing::Test {
@@ -66,7 +58,7 @@ protected:
     // Every frame that the simulator has received up to now: identifier, length, data.
     std::vector<std::string> heard() {
         const LoopbackSocket own;
-        own.send(node_->port(), datagram(0x7F0, ""));
+        own.send(node_->port(), can_datagram(0x7F0, ""));
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (std::chrono::steady_clock::now() < limit) {
             std::vector<std::string> frames;
@@ -103,6 +95,17 @@ void expect_failure(const ChildResult& result, int status, const std::string& er
     EXPECT_EQ(result.status, status);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "nodevik: " + err + "\n");
+}
+
+// Turns the process into a program.
+[[noreturn]] void become(std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    execv(arguments[0], arguments.data());
+    _exit(99);
 }
 
 using Frames = std::vector<std::string>;
@@ -321,13 +324,7 @@ TEST_F(Command, EndsQuietlyWhenNobodyReadsItsResults) {
         }
         close(ends[0]);
         dup2(ends[1], STDOUT_FILENO);
-        std::vector<char*> arguments;
-        for (const std::string& word : command) {
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        }
-        arguments.push_back(nullptr);
-        execv(arguments[0], arguments.data());
-        _exit(99);
+        become(command);
     });
     expect_done(result, "");
 }
@@ -343,13 +340,7 @@ TEST_F(Command, ShowsProgressOnATerminalUnlessItIsToBeQuiet) {
         }
         const ChildResult result = run_in_child([&command, &terminal] {
             dup2(open(terminal.path().c_str(), O_RDWR | O_NOCTTY), STDERR_FILENO);
-            std::vector<char*> arguments;
-            for (const std::string& word : command) {
-                arguments.push_back(const_cast<char*>(word.c_str()));
-            }
-            arguments.push_back(nullptr);
-            execv(arguments[0], arguments.data());
-            _exit(99);
+            become(command);
         });
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(result.out, "");
@@ -369,12 +360,12 @@ TEST(CommandAtItsEnd, AbortsTheTransferThatIsInterruptedAndSendsNoNmt) {
                   "0x1018:1", "--segments", nullptr);
             _exit(99);
         }
-        EXPECT_EQ(node.receive(), datagram(0x605, std::string("\x40\x18\x10\x01\0\0\0\0", 8)));
+        EXPECT_EQ(node.receive(), can_datagram(0x605, std::string("\x40\x18\x10\x01\0\0\0\0", 8)));
         kill(child, signal);
         int status = 0;
         waitpid(child, &status, 0);
         EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 130);
-        EXPECT_EQ(node.receive(), datagram(0x605, std::string("\x80\x18\x10\x01\0\0\0\x08", 8)));
+        EXPECT_EQ(node.receive(), can_datagram(0x605, std::string("\x80\x18\x10\x01\0\0\0\x08", 8)));
         EXPECT_EQ(node.receive(0), std::nullopt);
     }
 }

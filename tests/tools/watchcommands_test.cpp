@@ -12,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/temporaryfile.h"
@@ -23,15 +24,6 @@ const std::string log_text =
     "(1763768400.250000) can0 605#4018100100000000\n"
     "(1763768401.000000) can0 18DAF110#0102\n"
     "(1763768402.000001) can0 705#R\n";
-
-std::string datagram(unsigned id, const std::string& data) {
-    std::string bytes(16, '\0');
-    bytes[0] = static_cast<char>(id & 0xFF);
-    bytes[1] = static_cast<char>(id >> 8);
-    bytes[4] = static_cast<char>(data.size());
-    bytes.replace(8, data.size(), data);
-    return bytes;
-}
 
 std::string content_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -90,7 +82,7 @@ public:
         std::snprintf(port, sizeof port, ":%04X ", port_);
         return eventually([&port] { return content_of("/proc/net/udp").find(port) != std::string::npos; });
     }
-    void send(unsigned id, const std::string& data) const { peer_.send(port_, datagram(id, data)); }
+    void send(unsigned id, const std::string& data) const { peer_.send(port_, can_datagram(id, data)); }
     void signal(int number) const { kill(child_, number); }
     // The exit status, once it has ended.
     int end() {
