@@ -42,7 +42,7 @@ def code(found):
     text = found.group(1)
     if not re.search(r"['<]", text) or "\\" in text:
         return found.group(0)
-    for character, entity in (("&", "&amp;"), ("<", "&lt;"), (">", "&gt;"), ("'", "&apos;")):
+    for character, entity in (("&", "&amp;"), ("<", "&lt;"), (">", "&gt;"), ("'", "&apos;"), ("#", "\\#")):
         text = text.replace(character, entity)
     return f"<code>{text}</code>"
 
