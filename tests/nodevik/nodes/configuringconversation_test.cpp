@@ -15,6 +15,7 @@
 #include "nodevik/nodes/devicedescription.h"
 #include "nodevik/nodes/nodeconfiguration.h"
 #include "nodevik/util/monotonicclock.h"
+#include "tests/nodevik/nodes/configurationresults.h"
 #include "tests/nodevik/nodes/nodesoverudp.h"
 #include "tests/support/temporaryfile.h"
 
@@ -87,17 +88,6 @@ protected:
         const ConfigurationReport& report = configure(node);
         std::swap(options, changed);
         return report;
-    }
-
-    static Lines results(const ConfigurationReport& report) {
-        Lines lines;
-        for (const ConfigurationItem& item : report.items) {
-            char text[80];
-            std::snprintf(text, sizeof text, "%04X:%u %s", item.index, item.subindex,
-                          configuration_result_name(item.result));
-            lines.emplace_back(text);
-        }
-        return lines;
     }
 
     static Lines all_settings(const std::string& result) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "nodevik/util/monotonicclock.h"
+#include "tests/nodevik/nodes/configurationresults.h"
 #include "tests/support/scriptedcandriver.h"
 #include "tests/support/scriptedclock.h"
 
@@ -265,17 +266,6 @@ public:
         EXPECT_EQ(reports.size(), 1U);
         static const ConfigurationReport none;
         return reports.empty() ? none : reports.front();
-    }
-
-    static Lines results(const ConfigurationReport& report) {
-        Lines lines;
-        for (const ConfigurationItem& item : report.items) {
-            char text[80];
-            std::snprintf(text, sizeof text, "%04X:%u %s", item.index, item.subindex,
-                          configuration_result_name(item.result));
-            lines.emplace_back(text);
-        }
-        return lines;
     }
 
     StrictNode& node() { return nodes.at(5); }
