@@ -20,7 +20,8 @@ string(TIMESTAMP debian_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 # What the programs need of the system is found by dpkg-shlibdeps; of the library they need the very version that they
 # were built with.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/nodevik)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+    ${PROJECT_BINARY_DIR}/nodevik ${PROJECT_BINARY_DIR}/nodevik/nodes ${PROJECT_BINARY_DIR}/nodevik/recording)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
 set(CPACK_DEBIAN_PANEL_PACKAGE_NAME ohjauspaneeli)
