@@ -73,12 +73,13 @@ protected:
 
     LssOutcome outcome() { return results.size() == 1 ? results.front().outcome : LssOutcome::cancelled; }
 
+    // The master goes first, and its last callback still adds to the results.
+    std::vector<LssResult> results;
+    std::vector<std::pair<ScriptedFrame, std::vector<ScriptedFrame>>> script;
     ScriptedClock clock;
     ScriptedCanDriver wire;
     ObservedDriver driver{wire};
     Lss lss{driver};
-    std::vector<LssResult> results;
-    std::vector<std::pair<ScriptedFrame, std::vector<ScriptedFrame>>> script;
 };
 
 using Frames = std::vector<ScriptedFrame>;
