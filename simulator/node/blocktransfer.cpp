@@ -104,7 +104,8 @@ void BlockReceiver::next_block(unsigned block_size) {
 }
 
 Bytes BlockReceiver::finish(unsigned unused) {
-    value_.resize(value_.size() - std::min<std::size_t>(unused, value_.size()));
+    value_.erase(value_.end() - static_cast<std::ptrdiff_t>(std::min<std::size_t>(unused, value_.size())),
+                 value_.end());
     return std::exchange(value_, {});
 }
 
