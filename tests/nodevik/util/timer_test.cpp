@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,7 @@ struct PlayedSystem {
 };
 
 PlayedSystem played;
+std::mutex recording;  // of what timers ask for, by which two threads may come at once
 
 template <typename Function>
 Function* real(const char* name) {
@@ -145,13 +147,19 @@ int timer_create(clockid_t clock, sigevent* event, timer_t* id) noexcept {
         errno = EAGAIN;
         return -1;
     }
-    ++played.created;
-    played.created_on = clock;
+    {
+        const std::lock_guard lock(recording);
+        ++played.created;
+        played.created_on = clock;
+    }
     return real<int(clockid_t, sigevent*, timer_t*)>("timer_create")(clock, event, id);
 }
 
 int timer_delete(timer_t id) noexcept {
-    ++played.deleted;
+    {
+        const std::lock_guard lock(recording);
+        ++played.deleted;
+    }
     return real<int(timer_t)>("timer_delete")(id);
 }
 
@@ -160,8 +168,11 @@ int timer_settime(timer_t id, int flags, const itimerspec* time, itimerspec* old
         errno = EINVAL;
         return -1;
     }
-    played.last_set = *time;
-    played.last_flags = flags;
+    {
+        const std::lock_guard lock(recording);
+        played.last_set = *time;
+        played.last_flags = flags;
+    }
     return real<int(timer_t, int, const itimerspec*, itimerspec*)>("timer_settime")(id, flags, time, old);
 }
 
