@@ -99,9 +99,9 @@ vehicle-simulator plays the vehicle at the far end of the panel's serial line,
 node-simulator plays CANopen nodes behind CAN over UDP or on a CAN interface,
 both with faults on request.
 .
-The tools read and write objects of a CANopen node, list and change its process
-data objects, show what passes on a bus, and draw the curves of a plotting
-feed in a window.")
+The command nodevik reads and writes objects of CANopen nodes, commands their
+states, sets them up, finds them, and shows, records and replays what passes on
+a bus. Another tool draws the curves of a plotting feed in a window.")
 
 # The documentation that each package must have.
 foreach(component ${CPACK_COMPONENTS_ALL})
@@ -111,6 +111,8 @@ foreach(component ${CPACK_COMPONENTS_ALL})
     ohjauspaneeli_install_compressed(debian/changelog.in changelog.Debian ${documentation} ${component})
     ohjauspaneeli_install_compressed(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog ${documentation} ${component})
 endforeach()
+ohjauspaneeli_install_compressed(debian/ohjauspaneeli-tools.NEWS.in NEWS.Debian
+                                 ${CMAKE_INSTALL_DATADIR}/doc/ohjauspaneeli-tools tools)
 install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_PACKAGE_NAME}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
 install(FILES debian/ohjauspaneeli-tools.lintian-overrides RENAME ohjauspaneeli-tools
