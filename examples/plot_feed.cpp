@@ -1,4 +1,4 @@
-// Shows the plotting messages: feeds a plotting client, such as plot_view, with two curves by UDP.
+// Shows the plotting messages: feeds a plotting client, such as nodevik-plot, with two curves by UDP.
 //
 //     plot_feed PORT [SAMPLES [SAMPLES_PER_SECOND]]
 //

@@ -103,21 +103,21 @@ class Pictures:
     # The plotting messages.
 
     def plot(self):
-        """The window of plot_view when a feed has come to its end."""
+        """The window of nodevik-plot when a feed has come to its end."""
         view = process.start([self._options.plot_view, "--picture", self.path("plot_view.png"), "0"], text=True,
                              env=dict(os.environ, QT_QPA_PLATFORM="offscreen", LC_ALL="C.UTF-8"),
                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         try:
             port = next((line.split()[1] for line in view.stdout if line.startswith("port ")), None)
             if port is None:
-                raise RuntimeError("plot_view does not start")
+                raise RuntimeError("nodevik-plot does not start")
             subprocess.run([self._options.plot_feed, port, *PLOT_FEED], check=True, stdout=subprocess.DEVNULL)
             process.wait_until(lambda: view.poll() is not None, "the end of plot_view")
         finally:
             process.stop(view)
             view.stdout.close()
         if view.returncode != 0:
-            raise RuntimeError(f"plot_view ended with status {view.returncode}")
+            raise RuntimeError(f"nodevik-plot ended with status {view.returncode}")
 
     # The link in time.
 

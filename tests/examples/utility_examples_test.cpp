@@ -19,10 +19,10 @@
 #include <string>
 #include <vector>
 
-#include "examples/plot_view/curvemodel.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/pseudoterminal.h"
+#include "tools/plot_view/curvemodel.h"
 
 namespace {
 

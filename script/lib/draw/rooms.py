@@ -16,6 +16,7 @@ ROOMS = (
     ("simulator/vehicle/", "simulator/vehicle", "the vehicle's end of the serial line"),
     ("simulator/node/", "simulator/node", "CANopen nodes behind UDP or on a CAN interface"),
     ("tools/", "tools", "one command for a bus"),
+    ("tools/plot_view/", "tools/plot_view", "the plotting window"),
     ("examples/", "examples", "short programs that use the library"),
     ("docs/gallery/", "docs/gallery", "what the guides' pictures need"),
 )
@@ -39,7 +40,7 @@ def files_of(root):
     found = []
     for _, room, _ in ROOMS:
         for directory, below, names in os.walk(os.path.join(root, room)):
-            if room in ("", "nodevik"):
+            if room in ("", "nodevik", "tools"):
                 below.clear()
             for name in names:
                 if name.endswith((".h", ".cpp", ".ui")):

@@ -1,6 +1,6 @@
 // The plotting client's window: pixels of the widget, and the program fed by plot_feed.
 
-#include "examples/plot_view/curveview.h"
+#include "tools/plot_view/curveview.h"
 
 #include <QImage>
 #include <QProcess>
@@ -184,7 +184,7 @@ private Q_SLOTS:
         const QTemporaryDir directory;
         const QString picture = directory.filePath(QStringLiteral("plot.png"));
         QProcess program;
-        program.start(QStringLiteral(PLOT_VIEW), {QStringLiteral("--picture"), picture, QStringLiteral("0")});
+        program.start(QStringLiteral(PLOT), {QStringLiteral("--picture"), picture, QStringLiteral("0")});
         const QString port = port_of(program);
         QVERIFY2(!port.isEmpty(), program.readAllStandardError().constData());
         QCOMPARE(QProcess::execute(QStringLiteral(PLOT_FEED),
@@ -204,16 +204,16 @@ private Q_SLOTS:
 
     void theProgramTellsAWrongPort() {
         QProcess program;
-        program.start(QStringLiteral(PLOT_VIEW), {QStringLiteral("65536")});
+        program.start(QStringLiteral(PLOT), {QStringLiteral("65536")});
         QVERIFY(program.waitForFinished(limit_ms));
         QCOMPARE(program.exitCode(), 2);
-        QVERIFY(program.readAllStandardError().contains("plot_view: give one UDP port, 0 to 65535\n"));
+        QVERIFY(program.readAllStandardError().contains("nodevik-plot: give one UDP port, 0 to 65535\n"));
     }
 
     void theProgramEndsWhenThePortIsTaken() {
         const LoopbackSocket holder;
         QProcess program;
-        program.start(QStringLiteral(PLOT_VIEW), {QString::number(holder.port())});
+        program.start(QStringLiteral(PLOT), {QString::number(holder.port())});
         QVERIFY(program.waitForFinished(limit_ms));
         QCOMPARE(program.exitCode(), 1);
         QVERIFY(program.readAllStandardError().contains("startserver - bind()"));
@@ -221,15 +221,15 @@ private Q_SLOTS:
 
     void theProgramTellsAPictureThatItCannotSave() {
         QProcess program;
-        program.start(QStringLiteral(PLOT_VIEW), {QStringLiteral("--picture"),
-                                                  QStringLiteral("/nowhere/plot.png"), QStringLiteral("0")});
+        program.start(QStringLiteral(PLOT), {QStringLiteral("--picture"), QStringLiteral("/nowhere/plot.png"),
+                                             QStringLiteral("0")});
         const QString port = port_of(program);
         QCOMPARE(QProcess::execute(QStringLiteral(PLOT_FEED),
                                    {port, QStringLiteral("20"), QStringLiteral("4000")}),
                  0);
         QVERIFY(program.waitForFinished(limit_ms));
         QCOMPARE(program.exitCode(), 1);
-        QVERIFY(program.readAllStandardError().contains("plot_view: cannot save the picture\n"));
+        QVERIFY(program.readAllStandardError().contains("nodevik-plot: cannot save the picture\n"));
     }
 
 private:

@@ -6,8 +6,8 @@
 /// doubles IEEE 754 binary64 in the same order. The sender's side, with the table of layouts, is
 /// nodevik/util/clientfunctions.h.
 
-#ifndef EXAMPLES_PLOT_VIEW_PLOTRECORD_H
-#define EXAMPLES_PLOT_VIEW_PLOTRECORD_H
+#ifndef TOOLS_PLOT_VIEW_PLOTRECORD_H
+#define TOOLS_PLOT_VIEW_PLOTRECORD_H
 
 #include <cstddef>
 #include <cstdint>

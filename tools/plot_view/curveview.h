@@ -1,15 +1,15 @@
 /// @file
 /// The widget that draws the curves of a plotting client.
 
-#ifndef EXAMPLES_PLOT_VIEW_CURVEVIEW_H
-#define EXAMPLES_PLOT_VIEW_CURVEVIEW_H
+#ifndef TOOLS_PLOT_VIEW_CURVEVIEW_H
+#define TOOLS_PLOT_VIEW_CURVEVIEW_H
 
 #include <QWidget>
 #include <cstdint>
 #include <optional>
 #include <span>
 
-#include "examples/plot_view/curvemodel.h"
+#include "tools/plot_view/curvemodel.h"
 
 /// Draws the curves of the batches it is given on a black field.
 ///

@@ -1,8 +1,8 @@
 /// @file
 /// What a plotting client knows: its curves, where the next sample goes and what it shows.
 
-#ifndef EXAMPLES_PLOT_VIEW_CURVEMODEL_H
-#define EXAMPLES_PLOT_VIEW_CURVEMODEL_H
+#ifndef TOOLS_PLOT_VIEW_CURVEMODEL_H
+#define TOOLS_PLOT_VIEW_CURVEMODEL_H
 
 #include <bitset>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "examples/plot_view/plotrecord.h"
+#include "tools/plot_view/plotrecord.h"
 
 /// A sample at its position.
 struct CurvePoint {

@@ -1,7 +1,7 @@
 // Shows the curves of a plotting feed, such as plot_feed's, in a window.
 //
-//     plot_view [--picture FILE] PORT
-//     plot_view --version
+//     nodevik-plot [--picture FILE] PORT
+//     nodevik-plot --version
 //
 // Receives batches of plotting messages by UDP on PORT (0: a free one, which it prints). With --picture it
 // saves the window's picture to FILE when the feed stops the client, and ends.
@@ -18,10 +18,10 @@
 #include <span>
 #include <string>
 
-#include "examples/plot_view/curveview.h"
 #include "nodevik/util/udpserver.h"
 #include "program/numbers.h"
 #include "program/standardoptions.h"
+#include "tools/plot_view/curveview.h"
 
 namespace {
 
@@ -56,7 +56,7 @@ void describe(QCommandLineParser& parser, const QList<QCommandLineOption>& optio
 int draw(udpserver& endpoint, const std::optional<QString>& picture) {
     CurveView view;
     view.resize(view.sizeHint());
-    view.setWindowTitle(QStringLiteral("plot_view"));
+    view.setWindowTitle(QStringLiteral("nodevik-plot"));
     view.show();
     QSocketNotifier notifier(endpoint.server_socket(), QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &view, [&] {

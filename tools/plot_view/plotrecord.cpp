@@ -1,4 +1,4 @@
-#include "examples/plot_view/plotrecord.h"
+#include "tools/plot_view/plotrecord.h"
 
 #include <algorithm>
 #include <bit>

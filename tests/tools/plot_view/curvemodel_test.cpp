@@ -1,6 +1,6 @@
 // The plotting client's decoder and model, fed by the library's own batches and by raw records.
 
-#include "examples/plot_view/curvemodel.h"
+#include "tools/plot_view/curvemodel.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "examples/plot_view/curveview.h"
+#include "tools/plot_view/curveview.h"
 
 #include <QPainter>
 #include <QPolygonF>

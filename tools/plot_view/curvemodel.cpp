@@ -1,4 +1,4 @@
-#include "examples/plot_view/curvemodel.h"
+#include "tools/plot_view/curvemodel.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-// What plot_view answers to its command line, before it shows anything.
+// What nodevik-plot answers to its command line, before it shows anything.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@ namespace {
 
 ChildResult plot_view(const std::vector<std::string>& arguments) {
     std::vector<std::string> command = {"/usr/bin/env", "QT_QPA_PLATFORM=offscreen",
-                                        "XDG_RUNTIME_DIR=", PLOT_VIEW};
+                                        "XDG_RUNTIME_DIR=", PLOT};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return run_program(command);
 }
@@ -27,7 +27,7 @@ TEST(PlotViewOptions, VersionIsAnsweredBesideOtherArgumentsToo) {
         {"--version", "0"}, {"0", "--version"}, {"--picture", "nowhere.png", "--version"}};
     for (const std::vector<std::string>& line : lines) {
         const ChildResult result = plot_view(line);
-        EXPECT_EQ(result.out, "plot_view (ohjauspaneeli) " PROJECT_VERSION "\n");
+        EXPECT_EQ(result.out, "nodevik-plot (ohjauspaneeli) " PROJECT_VERSION "\n");
         EXPECT_EQ(result.status, 0);
     }
 }
@@ -35,14 +35,14 @@ TEST(PlotViewOptions, VersionIsAnsweredBesideOtherArgumentsToo) {
 TEST(PlotViewOptions, AnUnknownOptionIsAWrongCommandLine) {
     const ChildResult result = plot_view({"--nope", "0"});
     EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(ends_with(result.err, "plot_view: Unknown option 'nope'.\n")) << result.err;
+    EXPECT_TRUE(ends_with(result.err, "nodevik-plot: Unknown option 'nope'.\n")) << result.err;
     EXPECT_EQ(result.status, 2);
 }
 
 TEST(PlotViewOptions, AnOptionWithoutItsValueIsAWrongCommandLine) {
     const ChildResult result = plot_view({"0", "--picture"});
     EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(ends_with(result.err, "plot_view: Missing value after '--picture'.\n")) << result.err;
+    EXPECT_TRUE(ends_with(result.err, "nodevik-plot: Missing value after '--picture'.\n")) << result.err;
     EXPECT_EQ(result.status, 2);
 }
 
