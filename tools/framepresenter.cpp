@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 #include <sstream>
+#include <string_view>
 
 #include "program/numbers.h"
 #include "tools/failure.h"
@@ -79,6 +80,28 @@ std::string data_text(const ShownFrame& frame, const char* pattern) {
     return text;
 }
 
+// What kinds look like on a terminal; the others are plain.
+constexpr std::array<std::pair<std::string_view, Colour>, 8> kind_colours{{{"emcy", Colour::bad},
+                                                                           {"nmt", Colour::notable},
+                                                                           {"lss", Colour::notable},
+                                                                           {"heartbeat", Colour::good},
+                                                                           {"guard", Colour::good},
+                                                                           {"sdo-answer", Colour::asked},
+                                                                           {"sdo-request", Colour::asked},
+                                                                           {"sync", Colour::faint}}};
+
+Colour colour_of(const ShownFrame& frame, const FrameKind& kind) {
+    if (frame.error) {
+        return Colour::bad;
+    }
+    for (const auto& [word, colour] : kind_colours) {
+        if (kind.word == word) {
+            return colour;
+        }
+    }
+    return Colour::plain;
+}
+
 }  // namespace
 
 FramePresenter::FramePresenter(const Session& session, const FrameOptions& options)
@@ -118,7 +141,7 @@ void FramePresenter::show(const ShownFrame& frame) {
     } else if (output_->json()) {
         show_json(frame, kind);
     } else {
-        show_text(frame);
+        show_text(frame, kind);
     }
 }
 
@@ -145,7 +168,7 @@ void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
     output_->object(object);
 }
 
-void FramePresenter::show_text(const ShownFrame& frame) {
+void FramePresenter::show_text(const ShownFrame& frame, const FrameKind& kind) {
     if (options_.raw) {
         if (!frame.error) {
             std::array<char, longest_log_line> line{};
@@ -159,16 +182,18 @@ void FramePresenter::show_text(const ShownFrame& frame) {
                   frame.name.data(), identifier_text(frame, "%03X", "%08X").c_str(), frame.length,
                   data.c_str());
     std::string line = head.data();
-    if (const std::string words = frame_words(frame); !words.empty()) {
-        line += "  " + words;
-    }
+    std::string meaning = frame_words(frame);
     if (!frame.extended && !frame.error && !frame.remote) {
         if (const std::string names = names_.names(frame.identifier, frame.length, frame.data.data());
             !names.empty()) {
-            line += "  " + names;
+            meaning += (meaning.empty() ? "" : "  ") + printable(names);
         }
     }
-    line.erase(line.find_last_not_of(' ') + 1);
+    if (meaning.empty()) {
+        line.erase(line.find_last_not_of(' ') + 1);
+    } else {
+        line += "  " + output_->paint(meaning, colour_of(frame, kind));
+    }
     output_->line(line);
 }
 

@@ -57,7 +57,7 @@ private:
 
     bool is_wanted(const ShownFrame& frame, const FrameKind& kind) const;
     void show_json(const ShownFrame& frame, const FrameKind& kind);
-    void show_text(const ShownFrame& frame);
+    void show_text(const ShownFrame& frame, const FrameKind& kind);
 
     Output* output_;
     FrameOptions options_;

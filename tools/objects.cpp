@@ -26,21 +26,6 @@ std::string reason_of(const DeviceDescription& description, const std::string& f
     return file + ": it has no object that can be used";
 }
 
-std::string printable(const std::string& text) {
-    std::string result;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte != 0x7F) {
-            result += character;
-        } else {
-            std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\x%02X", static_cast<unsigned int>(byte));
-            result += escape.data();
-        }
-    }
-    return result;
-}
-
 std::uint64_t as_number(const ObjectBytes& bytes) {
     std::uint64_t number = 0;
     for (std::size_t i = bytes.size(); i > 0; --i) {
@@ -178,6 +163,21 @@ ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* e
         throw Failure(ExitStatus::usage, "the value '" + text + "' " + parsed.remark);
     }
     return *parsed.bytes;
+}
+
+std::string printable(const std::string& text) {
+    std::string result;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte >= 0x20 && byte != 0x7F) {
+            result += character;
+        } else {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\x%02X", static_cast<unsigned int>(byte));
+            result += escape.data();
+        }
+    }
+    return result;
 }
 
 std::string value_text(const ValueForm& form, const ObjectBytes& bytes) {

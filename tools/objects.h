@@ -79,6 +79,9 @@ ValueForm entry_form(const DeviceDescription::Entry* entry);
 ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* entry, const std::string& text,
                         unsigned int node);
 
+/// A text that does not spoil a line, nor command a terminal: control characters are written as "\x0A".
+std::string printable(const std::string& text);
+
 /// Makes a text of a value; unknown is hexadecimal, and up to 8 bytes also the number. Characters that would spoil a
 /// line are written as "\x0A".
 std::string value_text(const ValueForm& form, const ObjectBytes& bytes);

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "tools/colour.h"
 #include "tools/interrupts.h"
 
 namespace nodevik_tool {
@@ -22,10 +23,19 @@ public:
     /// @param json        whether results are asked for as JSON
     /// @param interrupts  end the wait for a reader that does not read
     Output(int descriptor, bool json, const Interrupts& interrupts)
-        : descriptor_(descriptor), json_(json), interrupts_(&interrupts) {}
+        : descriptor_(descriptor),
+          json_(json),
+          coloured_(!json && takes_colour(descriptor)),
+          interrupts_(&interrupts) {}
 
     /// Whether results are asked for as JSON.
     bool json() const { return json_; }
+
+    /// A text in a colour where results may have colours, else the text alone. Columns are filled up before it is
+    /// painted.
+    std::string paint(std::string_view text, Colour colour) const {
+        return coloured_ ? painted(text, colour) : std::string(text);
+    }
 
     /// Adds a line.
     void line(std::string_view text);
@@ -54,6 +64,7 @@ private:
 
     int descriptor_;
     bool json_;
+    bool coloured_;
     const Interrupts* interrupts_;
     std::string collected_;
 };

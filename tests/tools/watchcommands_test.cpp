@@ -15,6 +15,7 @@
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
+#include "tests/support/pseudoterminal.h"
 #include "tests/support/temporaryfile.h"
 
 namespace {
@@ -179,6 +180,60 @@ TEST(Decode, NamesTheObjectsOfADescription) {
     EXPECT_NE(result.out.find("0x1018:2 is 01 04 00 00  Identity object/Product code=1025\n"),
               std::string::npos)
         << result.out;
+}
+
+TEST(Decode, HasColoursOnATerminalAlone) {
+    const TemporaryFile log;
+    log.write("(1763768400.000001) can0 085#0010010000000000\n(1763768400.000002) can0 185#01\n");
+    const std::string emergency = "EMCY of node 5: 0x1000 Generic error, register 0x01";
+    const auto shown = [&log](const std::vector<std::string>& environment, const std::string& option) {
+        const PseudoTerminal terminal;
+        std::vector<std::string> words{"/usr/bin/env"};
+        words.insert(words.end(), environment.begin(), environment.end());
+        words.insert(words.end(), {"TZ=UTC", NODEVIK, "decode", log.path(), "--count", "2"});
+        if (!option.empty()) {
+            words.push_back(option);
+        }
+        const ChildResult result = run_in_child([&words, &terminal] {
+            dup2(open(terminal.path().c_str(), O_RDWR | O_NOCTTY), STDOUT_FILENO);
+            std::vector<char*> arguments;
+            for (std::string& word : words) {
+                arguments.push_back(word.data());
+            }
+            arguments.push_back(nullptr);
+            execv(arguments[0], arguments.data());
+            _exit(99);
+        });
+        EXPECT_EQ(result.status, 0) << result.err;
+        return terminal.receive(10000, 0);
+    };
+    const std::string head = "23:40:00.000001  can0       085  8  00 10 01 00 00 00 00 00  ";
+    const std::string tail =
+        "\r\n23:40:00.000002  can0       185  1  01                       TPDO1 of node 5\r\n";
+    const std::string plain = head + emergency + tail;
+    EXPECT_EQ(shown({"TERM=xterm", "NO_COLOR="}, ""), head + "\033[31m" + emergency + "\033[m" + tail);
+    EXPECT_EQ(shown({"TERM=xterm", "NO_COLOR=1"}, ""), plain);
+    EXPECT_EQ(shown({"TERM=dumb", "NO_COLOR="}, ""), plain);
+    EXPECT_EQ(shown({"-u", "TERM", "NO_COLOR="}, ""), plain);
+    for (const char* form : {"--json", "--raw", "--statistics"}) {
+        const std::string text = shown({"TERM=xterm", "NO_COLOR="}, form);
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
+        EXPECT_EQ(text.find('\033'), std::string::npos) << text;
+    }
+    const ChildResult piped = run_program(
+        {"/usr/bin/env", "TZ=UTC", "TERM=xterm", "NO_COLOR=", NODEVIK, "decode", log.path(), "--count", "1"});
+    EXPECT_EQ(piped.out, head + emergency + "\n");
+}
+
+TEST(Decode, ShowsNoControlCharactersOfANode) {
+    const TemporaryFile description;
+    description.write(
+        "[OptionalObjects]\nSupportedObjects=1\n1=0x1008\n"
+        "[1008]\nParameterName=Name\nObjectType=7\nDataType=9\nAccessType=const\n");
+    const TemporaryFile log;
+    log.write("(1763768400.000001) can0 585#430810001B5B324A\n");
+    const ChildResult result = decode(log.path(), {"--eds", description.path()});
+    EXPECT_NE(result.out.find("Name=\\x1B[2J\n"), std::string::npos) << result.out;
 }
 
 TEST(Decode, TellsForeignLinesAndGoesOn) {
