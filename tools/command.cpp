@@ -6,6 +6,7 @@
 
 #include "program/standardoptions.h"
 #include "tools/commandregistry.h"
+#include "tools/completion.h"
 #include "tools/failure.h"
 #include "tools/interrupts.h"
 #include "tools/output.h"
@@ -22,6 +23,10 @@ class CommandLine {
 public:
     CommandLine();
     void parse(std::vector<std::string> arguments);
+    // How a line that is being typed may go on.
+    std::string complete(const std::string& typed, const std::string& breaks) const {
+        return completions(app_, typed, breaks);
+    }
 
     const CommonOptions& common() const { return common_; }
     const Action& action() const { return registry_.action(); }
@@ -129,6 +134,9 @@ int execute(const CommandLine& line) {
 
 int run_command(std::vector<std::string> arguments) {
     CommandLine line;
+    if (arguments.size() == 3 && arguments[0] == completion_word) {
+        return print(line.complete(arguments[1], arguments[2]));
+    }
     try {
         line.parse(std::move(arguments));
         return execute(line);

@@ -24,6 +24,7 @@ void add_nmt(CommandRegistry& registry) {
     for (const auto& [name, does] : commands) {
         CLI::App* command = registry.add(*nmt, name, does, "nodevik --can can0 nmt " + name + " 5");
         command->add_option("NODE", *node, "Number of the node, 1 to 127, or all")
+            ->type_name("1...127|all")
             ->required()
             ->check([](const std::string& text) {
                 const bool right = text == "all" || program::whole_number(text, 1, program::highest_node);

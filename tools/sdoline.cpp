@@ -24,7 +24,8 @@ void move_value_to_end(const CLI::App& root, const CLI::App& write, std::vector<
             return;
         }
         if (option != nullptr) {
-            const bool has_value = option->get_type_size() > 0 && word->find('=') == std::string::npos;
+            const bool has_value =
+                option->get_items_expected_max() > 0 && word->find('=') == std::string::npos;
             if (has_value && ++word == words.end()) {
                 return;
             }

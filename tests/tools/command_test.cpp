@@ -167,8 +167,9 @@ TEST_F(Command, TakesWhatFollowsTheObjectForTheValue) {
     expect_done(run({"sdo", "write", "5", "0x1017", "-5", "--type", "i16"}), "");
     expect_done(run({"sdo", "--timeout", "900", "write", "--type=i16", "5", "0x1017", "-6"}), "");
     expect_done(run({"sdo", "write", "5", "0x1017", "-h", "--type", "oct"}), "");
+    expect_done(run({"--quiet", "sdo", "write", "--segments", "5", "0x1017", "-q", "--type", "oct"}), "");
     EXPECT_EQ(heard(), (Frames{"605 8 2b 17 10 00 fb ff 00 00", "605 8 2b 17 10 00 fa ff 00 00",
-                               "605 8 2b 17 10 00 2d 68 00 00"}));
+                               "605 8 2b 17 10 00 2d 68 00 00", "605 8 2b 17 10 00 2d 71 00 00"}));
 }
 
 TEST_F(Command, RefusesAValueThatIsNoneBeforeAnythingIsSent) {
