@@ -11,6 +11,7 @@
 #include "tools/interrupts.h"
 #include "tools/output.h"
 #include "tools/session.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 
@@ -105,10 +106,6 @@ std::string CommandLine::explain(const CLI::ParseError& error) const {
     }
     std::replace(what.begin(), what.end(), '\n', ' ');
     return what + "; '" + command + " --help' tells more";
-}
-
-void tell(const std::string& message) {
-    std::fprintf(stderr, "nodevik: %s\n", message.c_str());
 }
 
 int status_of(ExitStatus status) {

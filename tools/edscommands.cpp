@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <optional>
 
+#include "tools/dcffile.h"
 #include "tools/objects.h"
+#include "tools/resultfile.h"
 
 namespace nodevik_tool {
 
@@ -23,30 +25,19 @@ const char* severity_word(DescriptionFinding::Severity severity) {
     }
 }
 
-// A value of an entry: by its type, as it stands when that is not known without a node's number, null without one.
-nlohmann::ordered_json value_or_text(const Entry& entry, const std::optional<ObjectBytes>& bytes,
-                                     const std::string& text) {
-    if (bytes) {
-        return value_json(entry_form(&entry), *bytes);
-    }
-    return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
-}
-
 void show_json(Output& output, const Entry& entry, unsigned int node) {
-    std::array<char, 8> index{};
-    std::snprintf(index.data(), index.size(), "0x%04X", static_cast<unsigned int>(entry.index));
     nlohmann::ordered_json object{
-        {"index", index.data()},
+        {"index", index_text(entry.index)},
         {"sub", entry.subindex},
         {"name", entry.full_name()},
         {"type", object_type_short_name(entry.type)},
         {"access", object_access_name(entry.access)},
-        {"default", value_or_text(entry, entry.default_value(node), entry.default_text)},
-        {"low", value_or_text(entry, entry.low(node), entry.low_text)},
-        {"high", value_or_text(entry, entry.high(node), entry.high_text)},
+        {"default", described_json(entry, entry.default_value(node), entry.default_text)},
+        {"low", described_json(entry, entry.low(node), entry.low_text)},
+        {"high", described_json(entry, entry.high(node), entry.high_text)},
         {"pdo", entry.pdo_mapping}};
     if (!entry.parameter_text.empty()) {
-        object["value"] = value_or_text(entry, entry.value(node), entry.parameter_text);
+        object["value"] = described_json(entry, entry.value(node), entry.parameter_text);
     }
     output.object(object);
 }
@@ -64,6 +55,31 @@ void show_text(Output& output, const Entry& entry) {
         line += " [" + entry.low_text + " to " + entry.high_text + "]";
     }
     output.line(line + (entry.pdo_mapping ? ", PDO" : ""));
+}
+
+// Gives an entry the value that a word of the command line wants.
+void set_value(DeviceDescription& description, const std::string& word) {
+    const std::size_t equals = word.find('=');
+    if (equals == std::string::npos) {
+        throw Failure(ExitStatus::usage, "'" + word +
+                                             "' is no value for an object; right is OBJECT=VALUE, such as "
+                                             "0x1017=500");
+    }
+    const std::string name = word.substr(0, equals);
+    const ObjectAddress address = parse_address(name, &description);
+    const DeviceDescription::Object* object = description.object(address.index);
+    if (!address.subindex && object != nullptr && !object->is_single()) {
+        throw Failure(ExitStatus::usage, "'" + name + "' has several entries; name one, such as " +
+                                             address_text(address.index, 1));
+    }
+    const std::uint8_t subindex = address.subindex.value_or(0);
+    if (description.entry(address.index, subindex) == nullptr) {
+        throw Failure(ExitStatus::usage, description.file() + " has no object " + name);
+    }
+    const std::string value = word.substr(equals + 1);
+    if (const std::string reason = description.set_value(address.index, subindex, value); !reason.empty()) {
+        throw Failure(ExitStatus::usage, name + ": the value '" + value + "' " + reason);
+    }
 }
 
 }  // namespace
@@ -93,8 +109,7 @@ ExitStatus check_description(Output& output, const std::string& file) {
 }
 
 ExitStatus show_description(Output& output, const std::string& file, const std::string& object) {
-    const Descriptions descriptions({"1=" + file});
-    const DeviceDescription& description = *descriptions.of(1);
+    const DeviceDescription description = load_description(file);
     std::optional<ObjectAddress> wanted;
     if (!object.empty()) {
         wanted = parse_address(object, &description);
@@ -116,6 +131,32 @@ ExitStatus show_description(Output& output, const std::string& file, const std::
     }
     if (!is_found) {
         throw Failure(ExitStatus::usage, file + " has no object " + object);
+    }
+    output.flush();
+    return ExitStatus::done;
+}
+
+ExitStatus make_dcf(Output& output, const DcfArguments& arguments) {
+    DeviceDescription description = load_description(arguments.file);
+    tell_errors(description);
+    set_node(description, arguments.node);
+    for (const std::string& word : arguments.values) {
+        set_value(description, word);
+    }
+    const std::string text = dcf_text(description, arguments.out);
+    if (!arguments.out.empty()) {
+        ResultFile(arguments.out).write(text);
+    } else if (!output.json()) {
+        output.bytes(text);
+    }
+    if (output.json()) {
+        for (const DeviceDescription::Object& object : description.objects()) {
+            for (const Entry& entry : object.entries) {
+                if (!entry.parameter_text.empty()) {
+                    show_json(output, entry, arguments.node);
+                }
+            }
+        }
     }
     output.flush();
     return ExitStatus::done;

@@ -4,6 +4,7 @@
 
 #include "tools/commandregistry.h"
 #include "tools/edscommands.h"
+#include "tools/edsdiff.h"
 
 namespace nodevik_tool {
 
@@ -29,6 +30,30 @@ void add_show(CommandRegistry& registry, CLI::App& eds) {
     });
 }
 
+void add_diff(CommandRegistry& registry, CLI::App& eds) {
+    CLI::App* diff =
+        registry.add(eds, "diff", "Tell how two files differ: status 0 when they do not, 1 when they do",
+                     "nodevik eds diff old.eds new.eds");
+    const auto left = std::make_shared<std::string>();
+    const auto right = std::make_shared<std::string>();
+    diff->add_option("A", *left, "An EDS or DCF file")->required();
+    diff->add_option("B", *right, "The other one")->required();
+    registry.on(*diff, [left, right](const Session& session) {
+        return diff_descriptions(session.output, *left, *right);
+    });
+}
+
+void add_dcf(CommandRegistry& registry, CLI::App& eds) {
+    CLI::App* dcf = registry.add(eds, "dcf", "Make a DCF for a node: what 'nodevik configure' sets it up by",
+                                 "nodevik eds dcf pump.eds 5 0x1017=500 --out pump5.dcf");
+    const auto arguments = std::make_shared<DcfArguments>();
+    dcf->add_option("FILE", arguments->file, "The EDS or DCF file that it is made from")->required();
+    add_node(*dcf, arguments->node);
+    dcf->add_option("OBJECT=VALUE", arguments->values, "What the node is to have; without VALUE, nothing");
+    dcf->add_option("--out", arguments->out, "Put the DCF into a file")->type_name("FILE");
+    registry.on(*dcf, [arguments](const Session& session) { return make_dcf(session.output, *arguments); });
+}
+
 }  // namespace
 
 void add_eds_commands(CommandRegistry& registry) {
@@ -37,6 +62,8 @@ void add_eds_commands(CommandRegistry& registry) {
     eds->require_subcommand(1);
     add_check(registry, *eds);
     add_show(registry, *eds);
+    add_diff(registry, *eds);
+    add_dcf(registry, *eds);
 }
 
 }  // namespace nodevik_tool

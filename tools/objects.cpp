@@ -1,5 +1,6 @@
 #include "tools/objects.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -7,6 +8,7 @@
 
 #include "program/numbers.h"
 #include "tools/failure.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 
@@ -40,6 +42,28 @@ bool is_text(ObjectDataType type) {
 
 }  // namespace
 
+DeviceDescription load_description(const std::string& file) {
+    DeviceDescription description;
+    if (!description.load(file)) {
+        throw Failure(ExitStatus::bad_file, reason_of(description, file));
+    }
+    return description;
+}
+
+bool has_errors(const DeviceDescription& description) {
+    const auto& findings = description.findings();
+    return std::any_of(findings.begin(), findings.end(), [](const DescriptionFinding& finding) {
+        return finding.severity == DescriptionFinding::Severity::error;
+    });
+}
+
+void tell_errors(const DeviceDescription& description) {
+    if (has_errors(description)) {
+        tell(description.file() + " has errors, and what cannot be used is passed over; 'nodevik eds check " +
+             description.file() + "' tells more");
+    }
+}
+
 Descriptions::Descriptions(const std::vector<std::string>& words) {
     for (const std::string& word : words) {
         unsigned int node = 0;
@@ -51,11 +75,7 @@ Descriptions::Descriptions(const std::vector<std::string>& words) {
                 file = word.substr(equals + 1);
             }
         }
-        auto description = std::make_unique<DeviceDescription>();
-        if (!description->load(file)) {
-            throw Failure(ExitStatus::bad_file, reason_of(*description, file));
-        }
-        files_[node] = std::move(description);
+        files_[node] = std::make_unique<DeviceDescription>(load_description(file));
     }
 }
 
@@ -104,11 +124,14 @@ ObjectAddress parse_address(const std::string& text, const DeviceDescription* de
                                          : "'" + text + "' is the name of several: " + list);
 }
 
-std::string address_text(std::uint16_t index, std::uint8_t subindex) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%04X:%u", static_cast<unsigned int>(index),
-                  static_cast<unsigned int>(subindex));
+std::string index_text(std::uint16_t index) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "0x%04X", static_cast<unsigned int>(index));
     return text.data();
+}
+
+std::string address_text(std::uint16_t index, std::uint8_t subindex) {
+    return index_text(index) + ":" + std::to_string(subindex);
 }
 
 std::string ValueForm::name() const {
@@ -223,6 +246,14 @@ nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& byte
         return static_cast<std::uint64_t>(std::strtoull(text.c_str(), nullptr, 10));
     }
     return text;
+}
+
+nlohmann::ordered_json described_json(const DeviceDescription::Entry& entry,
+                                      const std::optional<ObjectBytes>& bytes, const std::string& text) {
+    if (bytes) {
+        return value_json(entry_form(&entry), *bytes);
+    }
+    return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
 }
 
 std::string plain_hex(const ObjectBytes& bytes) {

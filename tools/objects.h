@@ -17,6 +17,17 @@
 
 namespace nodevik_tool {
 
+/// Reads an EDS or DCF file.
+/// @param file  name of the file
+/// @throws Failure  it cannot be used
+DeviceDescription load_description(const std::string& file);
+
+/// Whether something in a description could not be used and was passed over.
+bool has_errors(const DeviceDescription& description);
+
+/// Tells that something in a description could not be used, when there is something.
+void tell_errors(const DeviceDescription& description);
+
 /// The descriptions that --eds names.
 class Descriptions {
 public:
@@ -42,6 +53,9 @@ struct ObjectAddress {
 /// @param description  has the names; may be null
 /// @throws Failure  it is none of them, no object has the name, or several have
 ObjectAddress parse_address(const std::string& text, const DeviceDescription* description);
+
+/// "0x1018".
+std::string index_text(std::uint16_t index);
 
 /// "0x1018:1".
 std::string address_text(std::uint16_t index, std::uint8_t subindex);
@@ -88,6 +102,12 @@ std::string value_text(const ValueForm& form, const ObjectBytes& bytes);
 
 /// A value in JSON: a number, a truth, or a text; null when there are no bytes of a number.
 nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& bytes);
+
+/// A value of a description in JSON: as value_json(), or as the file has it when it cannot be told without a node's number.
+/// @param bytes  the value, nothing when it is not known
+/// @param text   what the file has; empty when it has none: null
+nlohmann::ordered_json described_json(const DeviceDescription::Entry& entry,
+                                      const std::optional<ObjectBytes>& bytes, const std::string& text);
 
 /// Bytes as "02000000".
 std::string plain_hex(const ObjectBytes& bytes);

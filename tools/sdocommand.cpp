@@ -153,15 +153,10 @@ private:
 
 nlohmann::ordered_json result_object(unsigned int node, const Entries& entries, std::uint8_t subindex,
                                      const ObjectBytes& bytes) {
-    std::array<char, 8> index{};
-    std::snprintf(index.data(), index.size(), "0x%04X", static_cast<unsigned int>(entries.index()));
     const ValueForm form = entries.form(subindex);
-    nlohmann::ordered_json result{{"node", node},
-                                  {"index", index.data()},
-                                  {"sub", subindex},
-                                  {"type", form.name()},
-                                  {"value", value_json(form, bytes)},
-                                  {"hex", plain_hex(bytes)}};
+    nlohmann::ordered_json result{
+        {"node", node},        {"index", index_text(entries.index())}, {"sub", subindex},
+        {"type", form.name()}, {"value", value_json(form, bytes)},     {"hex", plain_hex(bytes)}};
     if (const DeviceDescription::Entry* entry = entries.entry(subindex)) {
         result["name"] = entry->full_name();
     }

@@ -11,16 +11,13 @@
 #include "nodevik/recording/framelog.h"
 #include "nodevik/recording/framerecorder.h"
 #include "nodevik/util/monotonicclock.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 
 namespace {
 
 constexpr double nanoseconds = 1e9;
-
-void tell(const std::string& message) {
-    std::fprintf(stderr, "nodevik: %s\n", message.c_str());
-}
 
 // Hands each frame that comes to a function.
 class Listener final : public FrameObserver {

@@ -385,7 +385,9 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"decode"},
                                                          {"eds"},
                                                          {"eds", "check"},
-                                                         {"eds", "show"}};
+                                                         {"eds", "show"},
+                                                         {"eds", "diff"},
+                                                         {"eds", "dcf"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
         words.push_back("--help");

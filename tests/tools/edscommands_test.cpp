@@ -1,8 +1,9 @@
-// What nodevik tells of EDS and DCF files.
+// What nodevik tells of EDS and DCF files, and the DCF files that it makes.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 
 #include "tests/support/childprocess.h"
 #include "tests/support/temporaryfile.h"
@@ -103,4 +104,105 @@ TEST(EdsCheck, TellsWhereAFileIsWrongAndEndsWith5) {
         std::string::npos)
         << json.out;
     EXPECT_EQ(eds({"check", "/no/such"}).status, 5);
+}
+
+namespace {
+
+void expect_wrong(const std::vector<std::string>& words, const std::string& message) {
+    const ChildResult result = eds(words);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "nodevik: " + message + "\n");
+}
+
+}  // namespace
+
+TEST(EdsDcf, HasTheNodeAndTheValuesThatWereAskedFor) {
+    const TemporaryFile file;
+    file.write("; mine\n[FileInfo]\nFileName=pump.eds\nVendorsOwn=1\n" + description_text);
+    const ChildResult result =
+        eds({"dcf", file.path(), "5", "Speed=-7", "0x2001:1=$NODEID+0x280", "inputs/count=0x1"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    std::string expected =
+        "; mine\n[FileInfo]\nFileName=pump.eds\nVendorsOwn=1\nModificationTime=T\nModificationDate=D\n"
+        "ModifiedBy=nodevik\nLastEDS=" +
+        file.path().substr(file.path().rfind('/') + 1) + "\n" + description_text;
+    const auto append = [&expected](const std::string& behind, const std::string& line) {
+        expected.insert(expected.find(behind) + behind.size(), line);
+    };
+    append("PDOMapping=1\n", "ParameterValue=-7\n");
+    append("DefaultValue=1\n", "ParameterValue=0x1\n");
+    append("DefaultValue=$NODEID+0x180\n", "ParameterValue=$NODEID+0x280\n");
+    expected += "\n[DeviceComissioning]\nNodeID=5\nCANopenManager=0\n\n";
+    std::string shown = std::regex_replace(
+        result.out, std::regex("ModificationTime=[01][0-9]:[0-5][0-9][AP]M\n"), "ModificationTime=T\n");
+    shown = std::regex_replace(shown, std::regex("ModificationDate=[01][0-9]-[0-3][0-9]-[0-9]{4}\n"),
+                               "ModificationDate=D\n");
+    EXPECT_EQ(shown, expected);
+}
+
+TEST(EdsDcf, IsReadByCheckAndShow) {
+    const TemporaryFile dcf;
+    const ChildResult made =
+        eds({"dcf", EDS, "127", "0x1017=0x1F4", "0x1800:1=$NODEID+0x380", "--out", dcf.path()});
+    EXPECT_EQ(made.status, 0);
+    EXPECT_EQ(made.out, "");
+    EXPECT_EQ(made.err, "");
+    const ChildResult check = eds({"check", dcf.path()});
+    EXPECT_EQ(check.status, 0);
+    EXPECT_EQ(check.out, "");
+    EXPECT_NE(eds({"show", dcf.path(), "0x1800:1", "--json"}).out.find("\"value\":1023}"), std::string::npos);
+    EXPECT_NE(dcf.content().find("FileName=" + dcf.path().substr(dcf.path().rfind('/') + 1) + "\n"),
+              std::string::npos);
+}
+
+TEST(EdsDcf, KeepsTheValuesOfADcfAndTakesThoseOffThatAreEmpty) {
+    const TemporaryFile first;
+    const TemporaryFile second;
+    eds({"dcf", EDS, "5", "0x1017=500", "0x100C=7", "--out", first.path()});
+    eds({"dcf", first.path(), "6", "0x100C=", "--out", second.path()});
+    const ChildResult result = eds({"diff", first.path(), second.path()});
+    EXPECT_EQ(result.out, "DeviceComissioning  NodeID 5 -> 6\n0x100C:0    value 7 -> none  Guard time\n");
+}
+
+TEST(EdsDcf, ShowsTheValuesInJson) {
+    const TemporaryFile file;
+    file.write(description_text);
+    const TemporaryFile dcf;
+    const std::string lines =
+        "{\"index\":\"0x2000\",\"sub\":0,\"name\":\"Speed\",\"type\":\"i16\",\"access\":\"rww\","
+        "\"default\":null,\"low\":-100,\"high\":100,\"pdo\":true,\"value\":-7}\n";
+    EXPECT_EQ(eds({"dcf", file.path(), "5", "speed=-7", "--json"}).out, lines);
+    EXPECT_EQ(eds({"dcf", file.path(), "5", "speed=-7", "--json", "--out", dcf.path()}).out, lines);
+    EXPECT_EQ(eds({"check", dcf.path()}).status, 0);
+}
+
+TEST(EdsDcf, RefusesWhatIsNoValueAndLeavesTheFileAsItWas) {
+    const TemporaryFile file;
+    file.write(description_text);
+    const TemporaryFile out;
+    out.write("before");
+    const auto refused = [&](const std::string& word, const std::string& message) {
+        expect_wrong({"dcf", file.path(), "5", word, "--out", out.path()}, message);
+        EXPECT_EQ(out.content(), "before");
+    };
+    refused("Speed=101", "Speed: the value '101' is above the high limit 100");
+    refused("Speed=fast", "Speed: the value 'fast' is no number");
+    refused("Speed", "'Speed' is no value for an object; right is OBJECT=VALUE, such as 0x1017=500");
+    refused("Inputs=1", "'Inputs' has several entries; name one, such as 0x2001:1");
+    refused("0x2001:9=1", file.path() + " has no object 0x2001:9");
+    refused("0x3000=1", file.path() + " has no object 0x3000");
+    refused("Pressure=1", "no object of " + file.path() + " is named 'Pressure'");
+    EXPECT_EQ(eds({"dcf", file.path(), "128"}).status, 2);
+}
+
+TEST(EdsDcf, EndsWith5WhenAFileIsBad) {
+    EXPECT_EQ(eds({"dcf", "/no/such", "5"}).err,
+              "nodevik: /no/such: cannot be read: No such file or directory\n");
+    EXPECT_EQ(eds({"dcf", "/no/such", "5"}).status, 5);
+    EXPECT_EQ(eds({"dcf", EDS, "5", "--out", "/no/such/file"}).status, 5);
+    const ChildResult full = eds({"dcf", EDS, "5", "--out", "/dev/full"});
+    EXPECT_EQ(full.status, 5);
+    EXPECT_EQ(full.err, "nodevik: /dev/full cannot be written: No space left on device\n");
 }

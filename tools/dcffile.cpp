@@ -1,0 +1,43 @@
+#include "tools/dcffile.h"
+
+#include <array>
+#include <ctime>
+
+namespace nodevik_tool {
+
+namespace {
+
+std::string time_text(const char* pattern) {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    std::array<char, 16> text{};
+    if (localtime_r(&now, &local) == nullptr ||
+        std::strftime(text.data(), text.size(), pattern, &local) == 0) {
+        return {};
+    }
+    return text.data();
+}
+
+}  // namespace
+
+void set_node(DeviceDescription& description, unsigned int node) {
+    DeviceDescription::Commissioning commissioning = description.commissioning();
+    commissioning.node_id = node;
+    if (!description.set_commissioning(commissioning).empty()) {
+        // A text of the file is not one that a file can have.
+        commissioning.node_name.clear();
+        commissioning.network_name.clear();
+        description.set_commissioning(commissioning);
+    }
+}
+
+std::string dcf_text(const DeviceDescription& description, const std::string& file) {
+    DeviceDescription::DcfOptions options;
+    options.file_name = file.substr(file.rfind('/') + 1);
+    options.modification_date = time_text("%m-%d-%Y");
+    options.modification_time = time_text("%I:%M%p");
+    options.modified_by = "nodevik";
+    return description.dcf(options);
+}
+
+}  // namespace nodevik_tool
