@@ -1,120 +1,17 @@
 #include "tools/sdocommand.h"
 
-#include <array>
-#include <cstdio>
 #include <optional>
 
-#include "nodevik/util/monotonicclock.h"
-#include "program/progress.h"
 #include "tools/objects.h"
 #include "tools/resultfile.h"
+#include "tools/sdotransfers.h"
 
 namespace nodevik_tool {
 
 namespace {
 
-constexpr std::size_t most_bytes = std::size_t{1}
-                                   << 28;               // of an object that is read: no node has a longer one
-constexpr std::uint64_t long_transfer = 2000;           // bytes from which on progress is shown
 constexpr std::uint32_t abort_write_only = 0x06010001;  // CiA 301, 7.2.4.3.17
 constexpr std::uint32_t abort_no_subindex = 0x06090011;
-
-// Takes what a node sends.
-class Collector final : public SdoSink {
-public:
-    bool write(const unsigned char* bytes, std::size_t size) override {
-        if (bytes_.size() + size > most_bytes) {
-            return false;
-        }
-        bytes_.insert(bytes_.end(), bytes, bytes + size);
-        return true;
-    }
-    const ObjectBytes& bytes() const { return bytes_; }
-
-private:
-    ObjectBytes bytes_;
-};
-
-// Transfers with a node, one after the other.
-class Transfers {
-public:
-    Transfers(const Session& session, const SdoArguments& arguments)
-        : session_(&session),
-          node_(arguments.node),
-          mode_(arguments.mode),
-          bus_(session.options.bus, session.reports, session.interrupts),
-          client_(bus_.driver()) {}
-
-    SdoResult read(std::uint16_t index, std::uint8_t subindex, ObjectBytes& bytes) {
-        Collector collector;
-        const SdoResult result = run([&](const SdoCallback& ended, const SdoOptions& options) {
-            client_.start_read({node_, index, subindex}, collector, ended, options);
-        });
-        bytes = collector.bytes();
-        return result;
-    }
-
-    SdoResult write(std::uint16_t index, std::uint8_t subindex, const ObjectBytes& bytes) {
-        return run([&](const SdoCallback& ended, const SdoOptions& options) {
-            client_.start_write({node_, index, subindex}, bytes.data(), bytes.size(), ended, options);
-        });
-    }
-
-    // Why a transfer has not been done.
-    Failure failure(const SdoResult& result) const {
-        const std::string object = "node " + std::to_string(node_) + ", " +
-                                   address_text(result.object.index, result.object.subindex) + ": ";
-        std::array<char, 16> code{};
-        std::snprintf(code.data(), code.size(), " (0x%08X)", static_cast<unsigned int>(result.abort_code));
-        switch (result.outcome) {
-            case SdoOutcome::timed_out:
-                return {ExitStatus::no_answer,
-                        object + "no answer within " + std::to_string(session_->options.timeout_ms) +
-                            " ms; is the node on, and is this its number and its bus?"};
-            case SdoOutcome::driver_failed:
-                return {ExitStatus::no_bus, object + "nothing could be sent: " + bus_.trouble()};
-            case SdoOutcome::aborted_by_client:
-                return {ExitStatus::refused,
-                        object + "the node's answer is wrong: " + result.words() + code.data()};
-            default:
-                return {ExitStatus::refused, object + "the node refuses: " + result.words() + code.data()};
-        }
-    }
-
-private:
-    // Starts a transfer and serves the bus until it has ended.
-    template <typename Start>
-    SdoResult run(const Start& start) {
-        program::Progress progress(!session_->options.quiet);
-        SdoOptions options;
-        options.mode = mode_;
-        options.timeout_ms = session_->options.timeout_ms;
-        options.progress = [&progress](std::uint64_t done, std::uint64_t total) {
-            const bool is_known = total != sdo_unknown_size;
-            if ((is_known ? total : done) >= long_transfer) {
-                progress.update(done, is_known ? total : 0);
-            }
-        };
-        std::optional<SdoResult> end;
-        start([&end](const SdoResult& result) { end = result; }, options);
-        try {
-            while (!end) {
-                bus_.read(client_.next_deadline());
-                client_.process(monotonic_ns());
-            }
-        } catch (...) {
-            client_.cancel(node_);  // the callback must not outlive this call
-            throw;
-        }
-        return *end;
-    }
-
-    const Session* session_;
-    unsigned int node_;
-    SdoMode mode_;
-    Bus bus_;
-    SdoClient client_;
-};
 
 // What the command line says about one entry of an object, and how its value is shown.
 class Entries {
@@ -205,7 +102,7 @@ bool has_subindex(const SdoResult& first) {
 }
 
 // Reads an object that no description has: its subindices too, when the node has any.
-ExitStatus read_unknown_object(const Session& session, Transfers& transfers, const Entries& entries,
+ExitStatus read_unknown_object(const Session& session, SdoTransfers& transfers, const Entries& entries,
                                unsigned int node) {
     ObjectBytes count;
     const SdoResult zero = transfers.read(entries.index(), 0, count);
@@ -235,7 +132,7 @@ ExitStatus read_unknown_object(const Session& session, Transfers& transfers, con
     return ExitStatus::done;
 }
 
-ExitStatus read_described_object(const Session& session, Transfers& transfers, const Entries& entries,
+ExitStatus read_described_object(const Session& session, SdoTransfers& transfers, const Entries& entries,
                                  unsigned int node) {
     std::optional<Failure> refusal;
     for (const std::uint8_t subindex : described_subindices(*entries.object())) {
@@ -297,7 +194,7 @@ ExitStatus read_objects(const Session& session, const SdoArguments& arguments) {
     if (!arguments.file.empty()) {
         file.emplace(arguments.file);
     }
-    Transfers transfers(session, arguments);
+    SdoTransfers transfers(session, arguments.node, arguments.mode);
     if (!subindex) {
         return entries.object() != nullptr
                    ? read_described_object(session, transfers, entries, arguments.node)
@@ -326,7 +223,7 @@ ExitStatus write_object(const Session& session, const SdoArguments& arguments) {
     }
     const std::uint8_t subindex = entries.only_subindex().value_or(0);
     const ObjectBytes bytes = value_to_write(arguments, entries, subindex);
-    Transfers transfers(session, arguments);
+    SdoTransfers transfers(session, arguments.node, arguments.mode);
     const SdoResult result = transfers.write(entries.index(), subindex, bytes);
     if (!result.ok()) {
         throw transfers.failure(result);
