@@ -14,8 +14,12 @@ void write_usage(std::FILE* stream, const char* operands) {
 
 }  // namespace
 
+const char* version() {
+    return OHJAUSPANEELI_VERSION;
+}
+
 void print_version() {
-    std::printf("%s (ohjauspaneeli) %s\n", program_invocation_short_name, OHJAUSPANEELI_VERSION);
+    std::printf("%s (ohjauspaneeli) %s\n", program_invocation_short_name, version());
 }
 
 void print_usage(const char* operands) {

@@ -18,6 +18,9 @@
 
 namespace program {
 
+/// The version of the project, such as "2.0.0".
+const char* version();
+
 /// Prints the program's name, the project and its version as one line.
 void print_version();
 

@@ -12,6 +12,7 @@ from draw import rooms  # noqa: E402
 
 APPLICATION, WIDGETS, LIBRARY, UTILITIES, NODES = "", "widgets", "nodevik", "nodevik/util", "nodevik/nodes"
 VEHICLE, NODE = "simulator/vehicle", "simulator/node"
+PROTOCOL, RECORDER = "vehicle", "recorder"
 
 
 class Rooms(unittest.TestCase):
@@ -29,7 +30,9 @@ class Rooms(unittest.TestCase):
                             (LIBRARY, APPLICATION), (UTILITIES, APPLICATION), (WIDGETS, APPLICATION),
                             (WIDGETS, LIBRARY), (WIDGETS, UTILITIES), (LIBRARY, NODES), (UTILITIES, NODES), (NODES, "Qt"),
                             (NODES, APPLICATION), (NODES, WIDGETS), (VEHICLE, "Qt"), (NODE, "Qt"),
-                            (VEHICLE, APPLICATION), (NODE, APPLICATION), (VEHICLE, NODE), (NODE, VEHICLE)):
+                            (VEHICLE, APPLICATION), (NODE, APPLICATION), (VEHICLE, NODE), (NODE, VEHICLE),
+                            (VEHICLE, PROTOCOL), (PROTOCOL, APPLICATION), (PROTOCOL, "Qt"), (RECORDER, "Qt"),
+                            (RECORDER, VEHICLE), (RECORDER, WIDGETS)):
             self.assertEqual(edges[here, there], 0, f"{here} includes {there}")
 
 

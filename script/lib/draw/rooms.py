@@ -13,6 +13,8 @@ ROOMS = (
     ("nodevik/recording/", "nodevik/recording", "what passed on a bus, kept and played again"),
     ("nodevik/nodes/", "nodevik/nodes", "the nodes of a bus: described, set up, asked, watched"),
     ("program/", "program", "what the programs beside the panel share"),
+    ("vehicle/", "vehicle", "what byte is what on the vehicle's line"),
+    ("recorder/", "recorder", "the vehicle's black box"),
     ("simulator/vehicle/", "simulator/vehicle", "the vehicle's end of the serial line"),
     ("simulator/node/", "simulator/node", "CANopen nodes behind UDP or on a CAN interface"),
     ("tools/", "tools", "one command for a bus"),

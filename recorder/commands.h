@@ -1,0 +1,36 @@
+/// @file
+/// The commands of `vehicle-recorder`. Each adds itself to the command line, from a file of its own.
+
+#ifndef RECORDER_COMMANDS_H
+#define RECORDER_COMMANDS_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "program/exitstatus.h"
+
+namespace CLI {
+class App;
+}
+
+namespace vehicle_recorder {
+
+/// What the chosen command does once the command line is read. The result is the exit status, a number since that of a
+/// started program passes through it. It may throw program::Failure, program::Interrupted and program::ClosedPipe.
+using Action = std::function<int()>;
+
+/// Adds a command with an example in its help.
+/// @param name     the command's name
+/// @param does     what it does, for the help
+/// @param example  a command line, for the help
+/// @return the command, which belongs to @p app
+CLI::App& add_command(CLI::App& app, const std::string& name, const std::string& does,
+                      const std::string& example);
+
+/// A command that adds itself: @p action is set when it is chosen.
+using AddCommand = void(CLI::App& app, Action& action);
+
+}  // namespace vehicle_recorder
+
+#endif
