@@ -1,0 +1,155 @@
+#include "recorder/wholefile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "program/failure.h"
+
+using vehicle_recorder::TemporaryFile;
+using vehicle_recorder::write_whole_file;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string content_of(const fs::path& path) {
+    std::ifstream file(path);
+    std::stringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+// An empty directory for each test.
+class WholeFile : public testing::Test {
+protected:
+    WholeFile() {
+        std::string name = (fs::temp_directory_path() / "wholefile-XXXXXX").string();
+        directory_ = mkdtemp(name.data());
+    }
+    ~WholeFile() override { fs::remove_all(directory_); }
+
+    std::string path(const std::string& name) const { return (directory_ / name).string(); }
+
+    // Names of what is in the directory.
+    std::vector<std::string> names() const {
+        std::vector<std::string> found;
+        for (const fs::directory_entry& entry : fs::directory_iterator(directory_)) {
+            found.push_back(entry.path().filename().string());
+        }
+        return found;
+    }
+
+    void write(const std::string& name, const std::string& content) const {
+        std::ofstream(path(name)) << content;
+    }
+
+private:
+    fs::path directory_;
+};
+
+std::string failure_of(const std::string& path, const std::string& content = "content") {
+    try {
+        write_whole_file(path, content);
+    } catch (const program::Failure& failure) {
+        EXPECT_EQ(failure.status(), program::ExitStatus::bad_file);
+        return failure.what();
+    }
+    return "no failure";
+}
+
+using Names = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(WholeFile, IsNewWithTheUsualPermissions) {
+    const mode_t mask = umask(027);
+    write_whole_file(path("page"), "content\n");
+    umask(mask);
+    EXPECT_EQ(content_of(path("page")), "content\n");
+    EXPECT_EQ(names(), Names{"page"});
+    struct stat status {};
+    ASSERT_EQ(stat(path("page").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0640u);
+}
+
+TEST_F(WholeFile, TakesThePlaceAndThePermissionsOfTheOldOne) {
+    write("page", "what was there before, longer");
+    chmod(path("page").c_str(), 0604);
+    write_whole_file(path("page"), "new");
+    EXPECT_EQ(content_of(path("page")), "new");
+    EXPECT_EQ(names(), Names{"page"});
+    struct stat status {};
+    ASSERT_EQ(stat(path("page").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0604u);
+}
+
+TEST_F(WholeFile, FollowsASymbolicLink) {
+    write("page", "old");
+    fs::create_symlink("page", path("link"));
+    write_whole_file(path("link"), "new");
+    EXPECT_TRUE(fs::is_symlink(path("link")));
+    EXPECT_EQ(content_of(path("page")), "new");
+}
+
+TEST_F(WholeFile, LeavesTheOldOneWhenTheDiskDoesNotTakeAll) {
+    write("page", "old");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit limit = {1000, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const std::string replaced = failure_of(path("page"), std::string(5000, 'x'));
+    const std::string made = failure_of(path("other"), std::string(5000, 'x'));
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(replaced, path("page") + " cannot be written: File too large");
+    EXPECT_EQ(made, path("other") + " cannot be written: File too large");
+    EXPECT_EQ(content_of(path("page")), "old");
+    EXPECT_EQ(names(), Names{"page"});
+}
+
+TEST_F(WholeFile, WritesIntoWhatIsNoRegularFile) {
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+    const int reader = open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    write_whole_file(path("pipe"), "content");
+    char text[16] = {};
+    EXPECT_EQ(read(reader, text, sizeof text), 7);
+    EXPECT_STREQ(text, "content");
+    close(reader);
+    EXPECT_TRUE(fs::is_fifo(path("pipe")));
+    EXPECT_EQ(failure_of("/dev/full"), "/dev/full cannot be written: No space left on device");
+}
+
+TEST_F(WholeFile, TellsWhyItCannotBeWritten) {
+    EXPECT_EQ(failure_of(path("none/page")),
+              path("none/page") + " cannot be written: No such file or directory");
+    EXPECT_EQ(failure_of(path("")), path("") + " cannot be written: Is a directory");
+}
+
+TEST_F(WholeFile, TemporaryFilesStandWhereTmpdirSaysAndGoWithTheirObject) {
+    setenv("TMPDIR", path("").c_str(), 1);
+    std::string name;
+    {
+        const TemporaryFile file(".csv");
+        name = file.path();
+        EXPECT_TRUE(name.starts_with(path("")));
+        EXPECT_TRUE(name.ends_with(".csv"));
+        EXPECT_EQ(::write(file.descriptor(), "x", 1), 1);
+        EXPECT_EQ(content_of(name), "x");
+    }
+    EXPECT_FALSE(fs::exists(name));
+    setenv("TMPDIR", path("none").c_str(), 1);
+    EXPECT_THROW(TemporaryFile(".csv"), program::Failure);
+    unsetenv("TMPDIR");
+}
