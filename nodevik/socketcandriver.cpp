@@ -251,6 +251,11 @@ void SocketCanDriver::reset_tx_errors() {
     TXerrors = 0;
 }
 
+std::uint32_t SocketCanDriver::bit_rate() const {
+    can_link link;
+    return isopen != 0 && ask_can_link(link_socket.get(), index, link) == 0 ? link.bitrate : 0;
+}
+
 /// Ends the process after an error report, if the debug word wants that.
 void SocketCanDriver::exit_if_fatal() const {
     if (has_debug(can_driver::debug_fatal)) {

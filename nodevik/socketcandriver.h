@@ -221,6 +221,15 @@ public:
     /// Whether the frame that was fetched last was an error frame.
     bool is_error_frame() const { return error_frame; }
 
+    /// Whether the driver knows that the controller is bus-off: it has left the bus, until it is restarted. Learned by
+    /// reading, see read().
+    bool is_bus_off() const { return condition == Condition::bus_off; }
+
+    /// The interface's bit rate, asked from the kernel.
+    ///
+    /// @return bit/s; 0 when it has none, as a virtual one, when the kernel does not tell, or the driver is not open
+    std::uint32_t bit_rate() const;
+
     /// The socket, to be waited for with poll(2) together with others; -1 when the driver is not open. Frames
     /// are moved with read() and write() only.
     int get_socket() const { return bus_socket.get(); }

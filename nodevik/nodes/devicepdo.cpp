@@ -249,29 +249,39 @@ void FrameNames::add_node(unsigned int node_id, const DeviceDescription& descrip
 }
 
 std::string FrameNames::names(unsigned int id, unsigned int length, const unsigned char* data) const {
-    const unsigned int function = id & 0x780;
-    if ((function == 0x580 || function == 0x600) && id <= 0x7FF) {
-        return length == 8 ? sdo_names(id, data) : std::string();
-    }
-    const auto pdo = pdos_.find(id);
-    return pdo == pdos_.end() ? std::string() : pdo_names(pdo->second, length, data);
-}
-
-std::string FrameNames::pdo_names(const DescribedPdo& pdo, unsigned int length,
-                                  const unsigned char* data) const {
-    const std::uint64_t frame = frame_number(data, length);
     std::string text;
-    for (const DescribedPdo::Item& item : pdo.items) {
-        if (item.entry == nullptr || item.bits == 0 || item.position + item.bits > 8 * std::min(length, 8U)) {
-            continue;
-        }
-        text += (text.empty() ? "" : ", ") + item.entry->full_name() + "=" +
-                item.entry->format(bits_of(frame, item));
+    for (const FrameObject& object : objects(id, length, data)) {
+        text += (text.empty() ? "" : ", ") + object.name;
+        text += object.value ? "=" + object.entry->format(*object.value) : "";
     }
     return text;
 }
 
-std::string FrameNames::sdo_names(unsigned int id, const unsigned char* data) const {
+std::vector<FrameObject> FrameNames::objects(unsigned int id, unsigned int length,
+                                             const unsigned char* data) const {
+    const unsigned int function = id & 0x780;
+    if ((function == 0x580 || function == 0x600) && id <= 0x7FF) {
+        return length == 8 ? sdo_objects(id, data) : std::vector<FrameObject>();
+    }
+    const auto pdo = pdos_.find(id);
+    return pdo == pdos_.end() ? std::vector<FrameObject>() : pdo_objects(pdo->second, length, data);
+}
+
+std::vector<FrameObject> FrameNames::pdo_objects(const DescribedPdo& pdo, unsigned int length,
+                                                 const unsigned char* data) const {
+    const std::uint64_t frame = frame_number(data, length);
+    std::vector<FrameObject> objects;
+    for (const DescribedPdo::Item& item : pdo.items) {
+        if (item.entry != nullptr && item.bits != 0 &&
+            item.position + item.bits <= 8 * std::min(length, 8U)) {
+            objects.push_back(
+                {item.index, item.subindex, item.entry, item.entry->full_name(), bits_of(frame, item)});
+        }
+    }
+    return objects;
+}
+
+std::vector<FrameObject> FrameNames::sdo_objects(unsigned int id, const unsigned char* data) const {
     const DeviceDescription* description = nodes_[id & 0x7F];
     const bool request = (id & 0x780) == 0x600;
     if (description == nullptr || !names_an_object(data[0], request)) {
@@ -279,11 +289,17 @@ std::string FrameNames::sdo_names(unsigned int id, const unsigned char* data) co
     }
     const auto index = static_cast<std::uint16_t>(data[1] | data[2] << 8);
     const auto* object = description->object(index);
-    const auto* entry = description->entry(index, data[3]);
-    if (entry == nullptr) {
-        return object == nullptr ? std::string() : object->name + ":" + std::to_string(data[3]);
+    FrameObject found{index, data[3], description->entry(index, data[3]), {}, {}};
+    if (found.entry == nullptr) {
+        if (object == nullptr) {
+            return {};
+        }
+        found.name = object->name + ":" + std::to_string(data[3]);
+        return {found};
     }
-    const unsigned int length = expedited_length(data[0], request);
-    return length == 0 ? entry->full_name()
-                       : entry->full_name() + "=" + format_object(entry->type, data + 4, length);
+    found.name = found.entry->full_name();
+    if (const unsigned int length = expedited_length(data[0], request); length != 0) {
+        found.value.emplace(data + 4, data + 4 + length);
+    }
+    return {found};
 }

@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -100,6 +101,16 @@ NODEVIK_EXPORT std::vector<DescribedPdo> described_pdos(const DeviceDescription&
 NODEVIK_EXPORT const DescribedPdo* find_pdo(const std::vector<DescribedPdo>& pdos,
                                             DescribedPdo::Direction direction, unsigned int number);
 
+/// An object that a frame is about.
+struct NODEVIK_EXPORT FrameObject {
+    std::uint16_t index = 0;    ///< of the object
+    std::uint8_t subindex = 0;  ///< of the entry in that object
+    const DeviceDescription::Entry* entry =
+        nullptr;                       ///< null when the file has the object, but not this entry
+    std::string name;                  ///< "Identity object/Vendor-ID"
+    std::optional<ObjectBytes> value;  ///< when the frame holds all of it; none without an entry
+};
+
 /// Names for the frames of a bus, from the descriptions of its nodes: what a line about the frame can be followed by.
 class NODEVIK_EXPORT FrameNames {
 public:
@@ -120,10 +131,17 @@ public:
     /// @return empty when nothing is known about it
     std::string names(unsigned int id, unsigned int length, const unsigned char* data) const;
 
+    /// The same one by one, for programs. Entries point into the descriptions.
+    /// @param id      identifier, 11 bits
+    /// @param length  number of bytes, 0 to 8
+    /// @param data    the bytes
+    /// @return in the frame's order; empty when nothing is known about it
+    std::vector<FrameObject> objects(unsigned int id, unsigned int length, const unsigned char* data) const;
+
 private:
-    NODEVIK_LOCAL std::string pdo_names(const DescribedPdo& pdo, unsigned int length,
-                                        const unsigned char* data) const;
-    NODEVIK_LOCAL std::string sdo_names(unsigned int id, const unsigned char* data) const;
+    NODEVIK_LOCAL std::vector<FrameObject> pdo_objects(const DescribedPdo& pdo, unsigned int length,
+                                                       const unsigned char* data) const;
+    NODEVIK_LOCAL std::vector<FrameObject> sdo_objects(unsigned int id, const unsigned char* data) const;
 
     std::array<const DeviceDescription*, 128> nodes_ = {};
     std::map<unsigned int, DescribedPdo>

@@ -315,6 +315,11 @@ int FrameLogReader::open(const char* path) {
     return file < 0 ? -1 : 0;
 }
 
+void FrameLogReader::adopt(int descriptor) {
+    close();
+    file = descriptor;
+}
+
 void FrameLogReader::close() {
     if (file >= 0) {
         ::close(file);

@@ -112,6 +112,13 @@ public:
     /// @retval -1  it is not, and errno tells why
     int open(const char* path);
 
+    /// Reads from a descriptor that is open already, such as a pipe's; an earlier log is closed.
+    ///
+    /// Of one that does not block (O_NONBLOCK), next() fails with EAGAIN while nothing has come; the call after it goes on.
+    ///
+    /// @param descriptor  closed with the log
+    void adopt(int descriptor);
+
     /// Closes the log.
     void close();
 

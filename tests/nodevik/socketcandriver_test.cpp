@@ -323,6 +323,20 @@ TEST_F(SocketCanOpen, AnInterfaceWithoutABitRateHasNothingToCompare) {
     EXPECT_EQ(driver.open(500000, 0, 0, false), 0);
 }
 
+TEST_F(SocketCanOpen, TellsTheBitRateThatTheInterfaceHas) {
+    SocketCanDriver driver;
+    EXPECT_EQ(driver.bit_rate(), 0U) << "not open";
+    open_quietly(driver);
+    EXPECT_EQ(driver.bit_rate(), 250000U);
+    can0().bitrate = 125000;
+    EXPECT_EQ(driver.bit_rate(), 125000U);
+    can_kernel().errors["send(AF_NETLINK)"] = ENOBUFS;
+    EXPECT_EQ(driver.bit_rate(), 0U);
+    can_kernel().errors.clear();
+    can0().kind = "vcan";
+    EXPECT_EQ(driver.bit_rate(), 0U);
+}
+
 TEST_F(SocketCanOpen, AnInterfaceThatIsDownIsReported) {
     can0().up = false;
     EXPECT_EQ(
@@ -730,6 +744,23 @@ TEST_F(SocketCanRead, DeliversFramesInTheirOrder) {
     EXPECT_EQ(fetch(driver).id, 1U);
     EXPECT_EQ(fetch(driver).id, 2U);
     expect_nothing(fetch(driver), 1);
+}
+
+TEST_F(SocketCanRead, KnowsWhetherTheControllerIsBusOff) {
+    SocketCanDriver driver;
+    driver.receive_also(SocketCanDriver::error_frames);
+    open_quietly(driver);
+    EXPECT_FALSE(driver.is_bus_off());
+    can0().bus_off = true;
+    can_kernel().put(error_frame | CAN_ERR_BUSOFF, {0, 0, 0, 0, 0, 0, 0, 0});
+    fetch(driver);
+    EXPECT_TRUE(driver.is_bus_off());
+    fetch(driver);
+    EXPECT_TRUE(driver.is_bus_off());
+    can0().bus_off = false;
+    can_kernel().put(error_frame | CAN_ERR_RESTARTED, {0, 0, 0, 0, 0, 0, 0, 0});
+    fetch(driver);
+    EXPECT_FALSE(driver.is_bus_off());
 }
 
 TEST_F(SocketCanRead, NothingWaitingIs1WithEverythingCleared) {

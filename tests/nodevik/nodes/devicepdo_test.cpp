@@ -227,6 +227,32 @@ TEST(FrameNames, TellsTheObjectOfAnSdoAndItsValueWhenItIsThere) {
     EXPECT_EQ(names(frames, 0x606, {0x40, 0x77, 0x60, 0, 0, 0, 0, 0}), "");
 }
 
+TEST(FrameNames, TellsObjectsOneByOneToo) {
+    const auto description = read(drive);
+    FrameNames frames;
+    frames.add_node(5, description);
+    const auto objects = [&frames](unsigned int id, std::vector<unsigned char> data) {
+        return frames.objects(id, static_cast<unsigned int>(data.size()), data.data());
+    };
+    const auto process = objects(0x185, {0x37, 0x02, 0xFD, 0xFF});
+    ASSERT_EQ(process.size(), 2U);
+    EXPECT_EQ(process[0].index, 0x6041);
+    EXPECT_EQ(process[1].name, "Torque");
+    EXPECT_EQ(process[1].entry, description.entry("Torque"));
+    EXPECT_EQ(process[1].value, (ObjectBytes{0xFD, 0xFF}));
+    const auto answer = objects(0x585, {0x41, 0x00, 0x18, 1, 0, 0, 0, 0});
+    ASSERT_EQ(answer.size(), 1U);
+    EXPECT_EQ(answer[0].index, 0x1800);
+    EXPECT_EQ(answer[0].subindex, 1);
+    EXPECT_EQ(answer[0].name, "T1/id");
+    EXPECT_EQ(answer[0].value, std::nullopt);
+    const auto other = objects(0x585, {0x41, 0x00, 0x18, 9, 0, 0, 0, 0});
+    ASSERT_EQ(other.size(), 1U);
+    EXPECT_EQ(other[0].entry, nullptr);
+    EXPECT_TRUE(objects(0x605, {0x40, 0x78, 0x60, 0, 0, 0, 0, 0}).empty());
+    EXPECT_TRUE(objects(0x186, {0}).empty());
+}
+
 TEST(FrameNames, WhoTransmitsGivesTheNameAndANewDescriptionReplacesTheOld) {
     const auto sender =
         read(object("2000", "Sent", "5") + "[1800]\nParameterName=T\nObjectType=9\n" +

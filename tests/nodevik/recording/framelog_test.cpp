@@ -2,8 +2,10 @@
 
 #include "nodevik/recording/framelog.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -375,6 +377,32 @@ TEST_F(Log, OnAFullDiskHoldsWholeLinesAndGoesOnWhenThereIsRoom) {
     EXPECT_GT(frames, 1000U) << "those that were kept in memory, too";
     EXPECT_LT(frames, 5000U);
     EXPECT_EQ(reader.passed_over().foreign, 0U);
+}
+
+TEST_F(Log, CanComeThroughAPipeThatDoesNotBlock) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const auto send = [&ends](std::string_view text) {
+        EXPECT_EQ(::write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    };
+    FrameLogReader reader;
+    reader.adopt(ends[0]);
+    LogFrame frame;
+    EXPECT_EQ(reader.next(frame), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    send("(1.000001) can0 1");
+    EXPECT_EQ(reader.next(frame), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    send("85#01\n(1.000002) can0 186#02\n");
+    EXPECT_EQ(reader.next(frame), 0);
+    EXPECT_EQ(frame.identifier, 0x185U);
+    EXPECT_EQ(reader.next(frame), 0);
+    EXPECT_EQ(frame.identifier, 0x186U);
+    EXPECT_EQ(reader.line(), 2U);
+    ::close(ends[1]);
+    EXPECT_EQ(reader.next(frame), 1);
+    reader.close();
+    EXPECT_EQ(fcntl(ends[0], F_GETFD), -1) << "the descriptor was not closed";
 }
 
 TEST_F(Log, ThatCannotBeWrittenTellsWhyAndCountsWhatIsLost) {
