@@ -1,18 +1,22 @@
 #include "tools/bus.h"
 
 #include <fcntl.h>
+#include <linux/sock_diag.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "nodevik/kvaserdriver.h"
 #include "nodevik/socketcandriver.h"
@@ -139,10 +143,14 @@ std::string LibraryReports::take_last() const {
     if (ftruncate(STDOUT_FILENO, 0) == 0) {
         lseek(STDOUT_FILENO, 0, SEEK_SET);
     }
-    const std::size_t end = text.find_last_not_of(" \n");
-    text.resize(end == std::string::npos ? 0 : end + 1);
-    const std::size_t line = text.rfind('\n');
-    text.erase(0, line == std::string::npos ? 0 : line + 1);
+    std::istringstream lines(text);
+    text.clear();
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t end = line.find_last_not_of(' ');
+        if (end != std::string::npos && line.find("-Errorcounter = ") == std::string::npos) {
+            text = line.substr(0, end + 1);
+        }
+    }
     for (const std::string_view ahead : {"::open() - ", "Virhe: "}) {
         if (const std::size_t at = text.find(ahead); at != std::string::npos) {
             text.erase(0, at + ahead.size());
@@ -200,12 +208,29 @@ void Bus::open_kvaser(const std::string& text, Use use) {
     if (driver->open(channel.bitrate, 0, channel.number, use == Use::listen) != 0) {
         throw Failure(ExitStatus::no_bus, trouble());
     }
+    kvaser_bitrate_ = channel.bitrate;
     name_ = "kvaser" + std::to_string(channel.number);
     observed_ = std::make_unique<ObservedDriver>(*driver);
     driver_ = std::move(driver);
 }
 
+unsigned int Bus::bit_rate() const {
+    const auto* can = dynamic_cast<const SocketCanDriver*>(driver_.get());
+    return can != nullptr ? can->bit_rate() : kvaser_bitrate_;
+}
+
+bool Bus::is_bus_off() const {
+    const auto* can = dynamic_cast<const SocketCanDriver*>(driver_.get());
+    return can != nullptr && can->is_bus_off();
+}
+
 std::uint64_t Bus::dropped_frames() const {
+    // What the kernel tells beside a frame (SO_RXQ_OVFL) lacks those that were dropped after it.
+    std::array<std::uint32_t, SK_MEMINFO_VARS> memory{};
+    socklen_t size = sizeof memory;
+    if (descriptor_ >= 0 && getsockopt(descriptor_, SOL_SOCKET, SO_MEMINFO, memory.data(), &size) == 0) {
+        return memory[SK_MEMINFO_DROPS];
+    }
     if (const auto* can = dynamic_cast<const SocketCanDriver*>(driver_.get())) {
         return can->dropped_frames();
     }

@@ -73,7 +73,8 @@ public:
     /// Standard output as it was.
     int results() const { return results_; }
 
-    /// What was printed last, without the name of the function that printed it; forgets all that was printed.
+    /// What was printed last, without the name of the function that printed it and without error counters; forgets all
+    /// that was printed.
     std::string take_last() const;
 
 private:
@@ -108,6 +109,15 @@ public:
     /// Whether remote requests and 29-bit identifiers can be sent.
     bool has_all_frames() const { return has_all_frames_; }
 
+    /// The bit rate of the bus in bit/s; 0 when nobody tells it, as over UDP and on a virtual interface.
+    unsigned int bit_rate() const;
+
+    /// Whether the controller is known to be bus-off.
+    bool is_bus_off() const;
+
+    /// Can be waited for by poll(2); -1 when the driver has none.
+    int descriptor() const { return descriptor_; }
+
     /// The driver, for observers and senders.
     ObservedDriver& driver() { return *observed_; }
 
@@ -136,6 +146,7 @@ private:
     std::string name_;
     bool has_all_frames_ = true;
     int descriptor_ = -1;
+    unsigned int kvaser_bitrate_ = 0;
     std::unique_ptr<CANdriver> driver_;
     std::unique_ptr<ObservedDriver> observed_;
 };

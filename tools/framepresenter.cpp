@@ -15,7 +15,6 @@ namespace nodevik_tool {
 namespace {
 
 constexpr std::int64_t highest_identifier = 0x1FFFFFFF;
-constexpr double usual_bitrate = 500000;  // bit/s: what the load is told of
 constexpr std::uint64_t microseconds = 1'000'000;
 constexpr double kilo = 1000;
 constexpr double percent = 100;
@@ -78,6 +77,11 @@ std::string data_text(const ShownFrame& frame, const char* pattern) {
         text += byte.data();
     }
     return text;
+}
+
+// Whether a description can have something about a frame.
+bool has_objects(const ShownFrame& frame) {
+    return !frame.extended && !frame.error && !frame.remote;
 }
 
 // What kinds look like on a terminal; the others are plain.
@@ -145,6 +149,22 @@ void FramePresenter::show(const ShownFrame& frame) {
     }
 }
 
+nlohmann::ordered_json FramePresenter::objects_json(const ShownFrame& frame) const {
+    auto list = nlohmann::ordered_json::array();
+    for (const FrameObject& object : names_.objects(frame.identifier, frame.length, frame.data.data())) {
+        nlohmann::ordered_json one{
+            {"index", index_text(object.index)}, {"sub", object.subindex}, {"name", object.name}};
+        if (object.entry != nullptr) {
+            one["type"] = entry_form(object.entry).name();
+        }
+        if (object.value) {
+            one["value"] = value_json(entry_form(object.entry), *object.value);
+        }
+        list.push_back(one);
+    }
+    return list;
+}
+
 void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
     nlohmann::ordered_json object{
         {"time", static_cast<double>(frame.time_us) / static_cast<double>(microseconds)},
@@ -165,6 +185,11 @@ void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
     if (frame.error) {
         object["error"] = true;
     }
+    if (has_objects(frame)) {
+        if (auto objects = objects_json(frame); !objects.empty()) {
+            object["objects"] = std::move(objects);
+        }
+    }
     output_->object(object);
 }
 
@@ -183,7 +208,7 @@ void FramePresenter::show_text(const ShownFrame& frame, const FrameKind& kind) {
                   data.c_str());
     std::string line = head.data();
     std::string meaning = frame_words(frame);
-    if (!frame.extended && !frame.error && !frame.remote) {
+    if (has_objects(frame)) {
         if (const std::string names = names_.names(frame.identifier, frame.length, frame.data.data());
             !names.empty()) {
             meaning += (meaning.empty() ? "" : "  ") + printable(names);
@@ -231,10 +256,15 @@ std::string FramePresenter::summary(double seconds) const {
         std::snprintf(text.data(), text.size(), "%llu frames", count);
         return text.data();
     }
-    const double bitrate = static_cast<double>(bits_) / seconds;
-    std::snprintf(text.data(), text.size(),
-                  "%llu frames in %.1f s, %.1f frames/s, %.1f kbit/s (%.1f %% of 500 kbit/s)", count, seconds,
-                  static_cast<double>(shown_) / seconds, bitrate / kilo, bitrate * percent / usual_bitrate);
+    const double bits = static_cast<double>(bits_) / seconds;  // a second
+    const int length =
+        std::snprintf(text.data(), text.size(), "%llu frames in %.1f s, %.1f frames/s, %.1f kbit/s", count,
+                      seconds, static_cast<double>(shown_) / seconds, bits / kilo);
+    if (bit_rate_ != 0) {
+        const auto end = static_cast<std::size_t>(length);
+        std::snprintf(&text[end], text.size() - end, " (%.1f %% of %g kbit/s)", bits * percent / bit_rate_,
+                      bit_rate_ / kilo);
+    }
     return text.data();
 }
 

@@ -36,6 +36,10 @@ public:
     /// Shows a frame if it is wanted.
     void show(const ShownFrame& frame);
 
+    /// Sets the bit rate that the summary's load refers to.
+    /// @param bit_rate  bit/s; 0 when it is not known: no load is told
+    void set_bit_rate(unsigned int bit_rate) { bit_rate_ = bit_rate; }
+
     /// Whether as many as were asked for have been shown.
     bool is_complete() const { return options_.count != 0 && shown_ >= options_.count; }
 
@@ -43,7 +47,7 @@ public:
     /// @param seconds  what rates refer to; 0 when nobody knows
     void show_statistics(double seconds);
 
-    /// "12 frames in 3.0 s, 4.0 frames/s, 0.4 kbit/s (0.1 % of 500 kbit/s)".
+    /// "12 frames in 3.0 s, 4.0 frames/s, 0.4 kbit/s", and with a bit rate the load: " (0.1 % of 500 kbit/s)".
     std::string summary(double seconds) const;
 
     /// Seconds between the first and the last frame.
@@ -56,6 +60,7 @@ private:
     };
 
     bool is_wanted(const ShownFrame& frame, const FrameKind& kind) const;
+    nlohmann::ordered_json objects_json(const ShownFrame& frame) const;
     void show_json(const ShownFrame& frame, const FrameKind& kind);
     void show_text(const ShownFrame& frame, const FrameKind& kind);
 
@@ -68,6 +73,7 @@ private:
     std::map<std::pair<bool, unsigned int>, Identifier> statistics_;
     std::uint64_t shown_ = 0;
     std::uint64_t bits_ = 0;
+    unsigned int bit_rate_ = 0;
     std::uint64_t first_us_ = 0;
     std::uint64_t last_us_ = 0;
 };

@@ -203,6 +203,10 @@ std::string error_words(const ShownFrame& frame) {
             }
         }
     }
+    if ((frame.identifier & CAN_ERR_CNT) != 0) {
+        text += print("%stransmit errors %u, receive errors %u", text.empty() ? "" : ", ",
+                      static_cast<unsigned int>(frame.data[6]), static_cast<unsigned int>(frame.data[7]));
+    }
     return "error of the bus: " + (text.empty() ? "unknown" : text);
 }
 

@@ -35,15 +35,15 @@ void Output::object(const nlohmann::ordered_json& object) {
     line(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
-void Output::flush_at_end() {
-    flush(monotonic_ns() + patience_ns);
+void Output::hurry() {
+    deadline_ns_ = monotonic_ns() + patience_ns;
 }
 
-void Output::flush(std::uint64_t deadline_ns) {
+void Output::flush() {
     std::string_view rest = collected_;
     while (!rest.empty()) {
         // So many bytes never block where poll() has said that there is room (pipe(7)).
-        if (interrupts_->wait(descriptor_, POLLOUT, deadline_ns) == 0) {
+        if (interrupts_->wait(descriptor_, POLLOUT, deadline_ns_) == 0) {
             break;
         }
         const ssize_t count =

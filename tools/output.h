@@ -4,6 +4,7 @@
 #ifndef TOOLS_OUTPUT_H
 #define TOOLS_OUTPUT_H
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -50,22 +51,21 @@ public:
     /// @throws ClosedPipe   when nobody reads any more
     /// @throws Interrupted  when a signal came while nobody read
     /// @throws Failure      when it cannot be written: the disk is full
-    void flush() { flush(UINT64_MAX); }
+    void flush();
 
-    /// Writes what is collected as far as it can be written within a moment: for the end after a signal.
-    /// @throws ClosedPipe, Interrupted, Failure  as flush()
-    void flush_at_end();
+    /// From now on waits no longer than a moment for a reader that does not read, all calls together, and lets go what
+    /// cannot be written then: for the end after a signal.
+    void hurry();
 
     /// Takes the results.
     int descriptor() const { return descriptor_; }
 
 private:
-    void flush(std::uint64_t deadline_ns);
-
     int descriptor_;
     bool json_;
     bool coloured_;
     const Interrupts* interrupts_;
+    std::uint64_t deadline_ns_ = UINT64_MAX;  // of a reader that does not read
     std::string collected_;
 };
 

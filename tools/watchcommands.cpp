@@ -1,16 +1,20 @@
 #include "tools/watchcommands.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <functional>
-#include <optional>
+#include <utility>
 
 #include "nodevik/recording/framelog.h"
 #include "nodevik/recording/framerecorder.h"
 #include "nodevik/util/monotonicclock.h"
+#include "tools/frameintake.h"
 #include "tools/tell.h"
 
 namespace nodevik_tool {
@@ -18,44 +22,157 @@ namespace nodevik_tool {
 namespace {
 
 constexpr double nanoseconds = 1e9;
+constexpr std::uint64_t ns_per_us = 1000;
+constexpr std::uint64_t gather_ns = 5'000'000;     // frames that follow each other are handed out together
+constexpr std::uint64_t patience_ns = 30'000'000;  // with frames that still wait after a signal
+constexpr unsigned int look_around = 1024;         // frames until a signal is looked for
 
-// Hands each frame that comes to a function.
-class Listener final : public FrameObserver {
+// The frames of a bus, one after the other, until a limit, a signal or the end of the bus.
+class Listening {
 public:
-    using Take = std::function<void(const ShownFrame& frame)>;
-    Listener(Bus& bus, Take take) : bus_(&bus), take_(std::move(take)) { bus_->driver().add_observer(*this); }
-    ~Listener() { bus_->driver().remove_observer(*this); }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-    void frame_passed(const ObservedFrame& frame) override { take_(shown_frame(frame, bus_->name())); }
-
-private:
-    Bus* bus_;
-    Take take_;
-};
-
-// The time that listening takes.
-class Clock {
-public:
-    explicit Clock(double seconds) : begin_(monotonic_ns()) {
+    // The bus outlives this.
+    Listening(const Session& session, Bus& bus, double seconds)
+        : interrupts_(&session.interrupts), bus_(&bus), intake_(bus), begin_ns_(monotonic_ns()) {
         if (seconds > 0) {
-            end_ = begin_ + static_cast<std::uint64_t>(seconds * nanoseconds);
+            end_ns_ = begin_ns_ + static_cast<std::uint64_t>(seconds * nanoseconds);
         }
     }
-    std::uint64_t end() const { return end_; }
-    bool is_over() const { return monotonic_ns() >= end_; }
-    double elapsed() const { return static_cast<double>(monotonic_ns() - begin_) / nanoseconds; }
+
+    // Waits until frames have come, or a deadline; false when the time is over. Throws what Interrupts::wait() does.
+    bool wait(std::uint64_t deadline_ns, const Output* results) {
+        const std::uint64_t now = monotonic_ns();
+        if (now >= end_ns_) {
+            return false;
+        }
+        const int reader = results != nullptr ? results->descriptor() : -1;
+        const std::uint64_t until = std::min(end_ns_, deadline_ns);
+        if (now < gather_until_ns_) {
+            interrupts_->wait(-1, 0, std::min(until, gather_until_ns_), reader);
+        }
+        interrupts_->wait(intake_.descriptor(), POLLIN, until, reader);
+        gather_until_ns_ = monotonic_ns() + gather_ns;
+        fetch();
+        return true;
+    }
+
+    // Gives what has come to a function, as long as that returns true. Throws Failure when no more can come.
+    template <typename Take>
+    void hand_out(const Take& take) {
+        while (next_ < frames_.size()) {
+            if (next_ % look_around == 0) {
+                interrupts_->wait(-1, 0, 0);
+            }
+            if (!take(frames_[next_++])) {
+                return;
+            }
+        }
+        if (!trouble_.empty()) {
+            throw Failure(ExitStatus::no_bus, trouble_);
+        }
+    }
+
+    // Ends listening, and gives out what has come until now.
+    template <typename Take>
+    void finish(const Take& take) {
+        stop();
+        hand_out(take);
+        fetch();
+        hand_out(take);
+    }
+
+    // The same in no more than a moment, after a signal: what is not given out then is told at the end.
+    template <typename Take>
+    void finish_at_once(const Take& take) {
+        stop();
+        const std::uint64_t deadline = monotonic_ns() + patience_ns;
+        do {
+            while (next_ < frames_.size() && (next_ % look_around != 0 || monotonic_ns() < deadline)) {
+                if (!take(frames_[next_++])) {
+                    return;
+                }
+            }
+            if (next_ < frames_.size()) {
+                kept_back_ += frames_.size() - next_;
+                next_ = frames_.size();
+            }
+            fetch();
+        } while (next_ < frames_.size());
+    }
+
+    // How long it has listened.
+    double seconds() const {
+        const std::uint64_t end = stopped_ns_ != 0 ? stopped_ns_ : monotonic_ns();
+        return static_cast<double>(end - begin_ns_) / nanoseconds;
+    }
+
+    // Tells what is missing, once it has finished.
+    void tell_missing() const {
+        tell_lost(bus_->dropped_frames(), "the kernel had no room for them");
+        tell_lost(intake_.left_out(), "they came faster than they could be passed on");
+        tell_lost(kept_back_, "they still waited to be passed on");
+    }
 
 private:
-    std::uint64_t begin_;
-    std::uint64_t end_ = no_deadline;
+    static void tell_lost(std::uint64_t count, const char* reason) {
+        if (count > 0) {
+            tell(std::to_string(count) + " frames were lost: " + reason);
+        }
+    }
+
+    void fetch() {
+        FrameIntake::News news = intake_.take();
+        if (!news.remark.empty()) {
+            tell(news.remark);
+        }
+        frames_ = std::move(news.frames);
+        next_ = 0;
+        trouble_ = std::move(news.trouble);
+    }
+
+    void stop() {
+        stopped_ns_ = stopped_ns_ != 0 ? stopped_ns_ : monotonic_ns();
+        intake_.stop();
+    }
+
+    const Interrupts* interrupts_;
+    Bus* bus_;
+    FrameIntake intake_;
+    std::uint64_t begin_ns_;
+    std::uint64_t end_ns_ = no_deadline;
+    std::uint64_t stopped_ns_ = 0;
+    std::uint64_t gather_until_ns_ = 0;
+    std::vector<ShownFrame> frames_;
+    std::size_t next_ = 0;  // of the frames
+    std::uint64_t kept_back_ = 0;
+    std::string trouble_;
 };
 
-// Tells how many frames the kernel had no room for.
-void tell_dropped(const Bus& bus) {
-    if (const std::uint64_t dropped = bus.dropped_frames(); dropped > 0) {
-        tell(std::to_string(dropped) + " frames were lost: the kernel had no room for them");
+// A frame as a recorder takes it.
+ObservedFrame observed(const ShownFrame& frame) {
+    ObservedFrame result(ObservedFrame::Direction::received, frame.identifier, frame.length,
+                         frame.data.data());
+    result.remote = frame.remote;
+    result.extended = frame.extended;
+    result.error = frame.error;
+    result.set_times(frame.time_us * ns_per_us, 0);
+    return result;
+}
+
+// A recording goes to a disk: what makes a writer wait, or is somebody else's, is refused.
+void require_a_file(const std::string& file) {
+    struct stat there {};
+    struct stat reports {};
+    if (stat(file.c_str(), &there) != 0) {
+        return;  // it is created, or opening it tells the reason
+    }
+    const bool is_standard_output = fstat(STDOUT_FILENO, &reports) == 0 && there.st_dev == reports.st_dev &&
+                                    there.st_ino == reports.st_ino;
+    if (S_ISFIFO(there.st_mode) || S_ISSOCK(there.st_mode) || is_standard_output) {
+        throw Failure(
+            ExitStatus::bad_file,
+            file +
+                " cannot be written: a recording is a file; 'nodevik monitor --raw' writes to standard "
+                "output and into pipes");
     }
 }
 
@@ -63,39 +180,110 @@ std::string frames_text(std::uint64_t count) {
     return std::to_string(count) + " frames";
 }
 
+// A log that is read, also one that still comes through a pipe.
+class Log {
+public:
+    Log(const Session& session, const std::string& file) : session_(&session), file_(file) {
+        descriptor_ = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        struct stat status {};
+        if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
+            fail(errno);
+        }
+        reader_.adopt(descriptor_);
+        reader_.set_foreign_line([this](std::uint64_t line, const char* reason) {
+            tell(file_ + ":" + std::to_string(line) + ": " + reason);
+        });
+        if (S_ISFIFO(status.st_mode)) {
+            wait();  // for whoever writes
+        }
+    }
+    Log(const Log&) = delete;
+    Log& operator=(const Log&) = delete;
+
+    // The next frame; false at the end. Throws Failure, and what Interrupts::wait() does.
+    bool next(LogFrame& frame) {
+        if (++count_ % look_around == 0) {
+            session_->interrupts.wait(-1, 0, 0);
+        }
+        for (;;) {
+            const int result = reader_.next(frame);
+            if (result >= 0) {
+                return result == 0;
+            }
+            if (errno != EAGAIN) {
+                fail(errno);
+            }
+            session_->output.flush();
+            wait();
+        }
+    }
+
+    void tell_passed_over() const {
+        const FrameLogReader::PassedOver& passed = reader_.passed_over();
+        if (passed.error_frames + passed.fd_frames + passed.drop_counts > 0) {
+            tell("passed over: " + std::to_string(passed.error_frames) + " error frames, " +
+                 std::to_string(passed.fd_frames) + " FD frames, " + std::to_string(passed.drop_counts) +
+                 " counts of lost frames");
+        }
+    }
+
+private:
+    void wait() const {
+        session_->interrupts.wait(descriptor_, POLLIN, no_deadline, session_->output.descriptor());
+    }
+    [[noreturn]] void fail(int reason) const {
+        throw Failure(ExitStatus::bad_file, file_ + " cannot be read: " + std::strerror(reason));
+    }
+
+    const Session* session_;
+    std::string file_;
+    FrameLogReader reader_;
+    int descriptor_ = -1;  // the reader's
+    unsigned int count_ = 0;
+};
+
 }  // namespace
 
 ExitStatus monitor_bus(const Session& session, const FrameOptions& frames, const ListenLimits& limits) {
     FramePresenter presenter(session, frames);
     Bus bus(session.options.bus, session.reports, session.interrupts, Bus::Use::listen);
-    const Listener listener(bus, [&presenter](const ShownFrame& frame) { presenter.show(frame); });
-    const Clock clock(limits.seconds);
-    const auto finish = [&] {
-        const double seconds = clock.elapsed();
-        presenter.show_statistics(seconds);
-        session.output.flush_at_end();
-        tell(presenter.summary(seconds));
-        tell_dropped(bus);
+    presenter.set_bit_rate(bus.bit_rate());
+    Listening listening(session, bus, limits.seconds);
+    const auto show = [&presenter](const ShownFrame& frame) {
+        presenter.show(frame);
+        return !presenter.is_complete();
+    };
+    const auto tell_end = [&] {
+        presenter.show_statistics(listening.seconds());
+        session.output.flush();
+        tell(presenter.summary(listening.seconds()));
+        listening.tell_missing();
     };
     try {
-        while (!presenter.is_complete() && !clock.is_over()) {
-            bus.read(clock.end(), &session.output);
+        while (!presenter.is_complete() && listening.wait(no_deadline, &session.output)) {
+            listening.hand_out(show);
             session.output.flush();
         }
+        listening.finish(show);
+        session.output.flush();
     } catch (const Interrupted&) {
-        finish();
+        session.output.hurry();
+        listening.finish_at_once(show);
+        tell_end();
         throw;
     } catch (const Failure& failure) {
         if (failure.status() == ExitStatus::no_bus) {
-            finish();
+            listening.finish_at_once(show);
+            tell_end();
         }
         throw;
     }
-    finish();
+    tell_end();
     return ExitStatus::done;
 }
 
 ExitStatus record_bus(const Session& session, const std::string& file, const ListenLimits& limits) {
+    require_a_file(file);
     Bus bus(session.options.bus, session.reports, session.interrupts, Bus::Use::listen);
     FrameRecorder recorder(bus.name().c_str());
     recorder.set_failure([&file](int reason) {
@@ -107,23 +295,22 @@ ExitStatus record_bus(const Session& session, const std::string& file, const Lis
     }
     bool is_full = false;
     std::uint64_t bytes = 0;
-    const Listener listener(bus, [&](const ShownFrame& frame) {
+    const auto keep = [&](const ShownFrame& frame) {
         std::array<char, longest_log_line> line{};
-        bytes += frame.error ? 0 : format_log_line(frame, line);
-        if (limits.max_bytes != 0 && bytes > limits.max_bytes && !is_full) {
-            is_full = true;  // the recorder comes behind and is not shown this frame
-            bus.driver().remove_observer(recorder);
+        bytes += frame.error || limits.max_bytes == 0 ? 0 : format_log_line(frame, line);
+        is_full = limits.max_bytes != 0 && bytes > limits.max_bytes;
+        if (!is_full) {
+            recorder.frame_passed(observed(frame));
         }
-    });
-    bus.driver().add_observer(recorder);
-    const Clock clock(limits.seconds);
-    const auto finish = [&] {
-        bus.driver().remove_observer(recorder);
+        return !is_full;
+    };
+    Listening listening(session, bus, limits.seconds);
+    const auto close = [&] {
         const int closed = recorder.close();
         const int reason = errno;
         const std::uint64_t lost = recorder.lost();  // some of these were in memory, and counted as recorded
         tell(frames_text(recorder.recorded() - std::min(lost, recorder.recorded())) + " recorded in " + file);
-        tell_dropped(bus);
+        listening.tell_missing();
         if (closed != 0 || lost > 0) {
             throw Failure(ExitStatus::bad_file, file + " lacks " + frames_text(lost) +
                                                     ", for which there was no room: " +
@@ -131,50 +318,51 @@ ExitStatus record_bus(const Session& session, const std::string& file, const Lis
         }
     };
     try {
-        while (!is_full && !clock.is_over()) {
-            bus.read(std::min(clock.end(), recorder.next_deadline()));
+        while (!is_full && listening.wait(recorder.next_deadline(), nullptr)) {
+            listening.hand_out(keep);
             recorder.process(monotonic_ns());
         }
+        if (!is_full) {
+            listening.finish(keep);
+        }
     } catch (const Interrupted&) {
-        finish();
+        listening.finish_at_once(keep);
+        close();
         throw;
     } catch (const Failure&) {
-        finish();
+        listening.finish_at_once(keep);
+        close();
         throw;
     }
-    finish();
+    close();
     return ExitStatus::done;
 }
 
 ExitStatus decode_log(const Session& session, const std::string& file, const FrameOptions& frames) {
     FramePresenter presenter(session, frames);
-    FrameLogReader log;
-    if (log.open(file.c_str()) != 0) {
-        throw Failure(ExitStatus::bad_file, file + " cannot be read: " + std::strerror(errno));
+    Log log(session, file);
+    const auto tell_end = [&] {
+        presenter.show_statistics(presenter.span());
+        session.output.flush();
+        tell(presenter.summary(presenter.span()));
+        log.tell_passed_over();
+    };
+    try {
+        ShownFrame frame;
+        while (!presenter.is_complete() && log.next(frame)) {
+            presenter.show(frame);
+        }
+        session.output.flush();
+    } catch (const Interrupted&) {
+        session.output.hurry();
+        tell_end();
+        throw;
+    } catch (const Failure&) {
+        presenter.show_statistics(presenter.span());
+        session.output.flush();
+        throw;
     }
-    log.set_foreign_line([&file](std::uint64_t line, const char* reason) {
-        tell(file + ":" + std::to_string(line) + ": " + reason);
-    });
-    int result = 0;
-    LogFrame frame;
-    while (!presenter.is_complete() && (result = log.next(frame)) == 0) {
-        ShownFrame shown;
-        static_cast<LogFrame&>(shown) = frame;
-        presenter.show(shown);
-    }
-    const int reason = errno;
-    presenter.show_statistics(presenter.span());
-    session.output.flush();
-    tell(presenter.summary(presenter.span()));
-    const FrameLogReader::PassedOver& passed = log.passed_over();
-    if (passed.error_frames + passed.fd_frames + passed.drop_counts > 0) {
-        tell("passed over: " + std::to_string(passed.error_frames) + " error frames, " +
-             std::to_string(passed.fd_frames) + " FD frames, " + std::to_string(passed.drop_counts) +
-             " counts of lost frames");
-    }
-    if (result < 0) {
-        throw Failure(ExitStatus::bad_file, file + " cannot be read: " + std::strerror(reason));
-    }
+    tell_end();
     return ExitStatus::done;
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -111,4 +112,19 @@ TEST(CanInterfaces, OfSeveralOneMustBeNamed) {
     EXPECT_EQ(status, ExitStatus::usage);
     EXPECT_EQ(message,
               "several CAN interfaces are up (can0 is up, can1 is down, can2 is up); name one with --can");
+}
+
+TEST(LibraryReports, TellTheLastReasonWithoutErrorCounters) {
+    std::string reason;
+    std::string nothing;
+    {
+        const nodevik_tool::LibraryReports reports;
+        std::printf(
+            "Virhe: SocketCAN driver: Read Error !\n\nVirhe: interface can0 is bus-off: restart it \n\n"
+            "Virhe: Read Error ! RX-Errorcounter = 135 \n\n");
+        reason = reports.take_last();
+        nothing = reports.take_last();
+    }
+    EXPECT_EQ(reason, "interface can0 is bus-off: restart it");
+    EXPECT_EQ(nothing, "");
 }

@@ -100,6 +100,10 @@ TEST(FrameWords, TellErrorsOfTheController) {
               "error of the bus: no acknowledgement, controller error passive at sending");
     frame.identifier = 0;
     EXPECT_EQ(frame_words(frame), "error of the bus: unknown");
+    frame.identifier = CAN_ERR_BUSERROR | CAN_ERR_CNT;
+    frame.data[6] = 128;
+    frame.data[7] = 9;
+    EXPECT_EQ(frame_words(frame), "error of the bus: bus error, transmit errors 128, receive errors 9");
     EXPECT_EQ(kind_of(frame).word, "other");
     EXPECT_EQ(frame_bits(frame), 0U);
 }
