@@ -6,15 +6,14 @@
 
 #include "descriptorzero.h"
 #include "lineguard.h"
+#include "vehicle/telemetry.h"
 
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
-              std::atomic<char>::is_always_lock_free);
+              std::atomic<std::uint8_t>::is_always_lock_free);
 
 namespace {
 
 constexpr std::array<int, 5> line_speeds = {9600, 19200, 38400, 57600, 115200};
-
-constexpr std::size_t slot_bytes = 3;
 
 constexpr unsigned long reply_pause_ms = 10;
 constexpr unsigned long opening_pause_ms = 300;
@@ -64,10 +63,7 @@ void ControlThread::LopetaYhteys() {
 
 void ControlThread::ReadAndSendData() {
     const int bytes = LueLinja();
-    std::array<uint8_t, 13> slots = {};
-    for (std::size_t i = 0; i < slots.size(); i++) {
-        slots[i] = static_cast<uint8_t>(ohjuri.buffer[i * slot_bytes]);
-    }
+    const vehicle::Slots slots = vehicle::slots_of(ohjuri.buffer);
     msleep(reply_pause_ms);
     Q_EMIT LahetaArvot(slots[0], slots[1], slots[2], slots[3], slots[4], slots[5], slots[6], slots[7],
                        slots[8], slots[9], slots[10], slots[11], slots[12], bytes);
@@ -75,9 +71,9 @@ void ControlThread::ReadAndSendData() {
 }
 
 void ControlThread::ReceiveData(int Data1, int Data2, int Data3) {
-    Message[0].store(static_cast<char>(Data1), std::memory_order_relaxed);
-    Message[1].store(static_cast<char>(Data2), std::memory_order_relaxed);
-    Message[2].store(static_cast<char>(Data3), std::memory_order_relaxed);
+    Message[0].store(static_cast<std::uint8_t>(Data1), std::memory_order_relaxed);
+    Message[1].store(static_cast<std::uint8_t>(Data2), std::memory_order_relaxed);
+    Message[2].store(static_cast<std::uint8_t>(Data3), std::memory_order_relaxed);
 }
 
 void ControlThread::AvaaPortti(int Index, int nopeus) {
@@ -111,7 +107,7 @@ void ControlThread::SuljePortti() {
 }
 
 void ControlThread::MoottoriOn(bool Mon) {
-    Message[3].store(Mon ? 'Q' : 'P', std::memory_order_relaxed);
+    Message[3].store(Mon ? vehicle::motor_on : vehicle::motor_off, std::memory_order_relaxed);
 }
 
 void ControlThread::run() {
@@ -158,9 +154,10 @@ int ControlThread::LueLinja() {
 }
 
 void ControlThread::LahetaViesti() {
-    std::array<char, 4> frame = {};
-    std::transform(Message.begin(), Message.end(), frame.begin(),
-                   [](const std::atomic<char>& byte) { return byte.load(std::memory_order_relaxed); });
+    std::array<char, vehicle::frame_bytes> frame = {};
+    std::transform(Message.begin(), Message.end(), frame.begin(), [](const std::atomic<std::uint8_t>& byte) {
+        return static_cast<char>(byte.load(std::memory_order_relaxed));
+    });
     constexpr int size = static_cast<int>(frame.size());
     bool sent = false;
     {
@@ -180,8 +177,9 @@ void ControlThread::LahetaViesti() {
 // Leaves the vehicle at rest when the panel goes away without having closed the line.
 void ControlThread::PysaytaAjoneuvo() {
     if (lopetetaan && kaynnistysLippu) {
-        std::array<char, 4> frame = lepoviesti;
-        constexpr int size = static_cast<int>(lepoviesti.size());
+        std::array<char, vehicle::frame_bytes> frame = {};
+        std::copy(vehicle::neutral_frame.begin(), vehicle::neutral_frame.end(), frame.begin());
+        constexpr int size = static_cast<int>(frame.size());
         lepoviestiJai = ohjuri.write(frame.data(), size) != size;
     }
 }

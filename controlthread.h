@@ -5,18 +5,9 @@
 /// the master: once per cycle it takes what the controller has sent and then sends one command frame. There
 /// is no framing, checksum or acknowledgement.
 ///
-/// Command frame, panel to controller, 4 bytes:
-///
-/// | Byte | Content                                  | From the start |
-/// |------|------------------------------------------|----------------|
-/// | 0    | throttle set-point (kaasu), low 8 bits   | 0              |
-/// | 1    | direction set-point (suunta), low 8 bits | 103            |
-/// | 2    | bucket set-point (kauha), low 8 bits     | 110            |
-/// | 3    | 'Q' motor on, 'P' motor off              | 'P'            |
-///
-/// Telemetry, controller to panel: 13 slots of 3 bytes, of which the first counts. The slots hold, in this
-/// order: motor speed (high, low byte), battery voltage (high, low), current (high, low), capacity (high,
-/// low), latitude (four bytes, lowest first), and one byte that is passed on only.
+/// Command frame, panel to controller: the four bytes of vehicle/commandframe.h, from the start those of the
+/// neutral frame. Telemetry, controller to panel: the 13 slots of vehicle/telemetry.h, of which the first byte
+/// counts; they are passed on in slot order.
 ///
 /// @par Two threads, no lock
 /// The GUI thread calls the slots, the link thread runs `run`. All that both touch is atomic: the frame's
@@ -43,6 +34,7 @@
 #include <string>
 
 #include "nodevik/util/serial.h"
+#include "vehicle/commandframe.h"
 
 class LineGuard;
 
@@ -144,14 +136,14 @@ private:
     void SuljeLinja();
     void OdotaEdellinenLoppuun() const;
 
-    static constexpr std::array<char, 4> lepoviesti = {0, 103, 110, 'P'};  // brings the vehicle to rest
-
     std::string laite;
     LineGuard* vartija;
     serial ohjuri;
     int linja = -1;              // descriptor of the last opening
     bool lepoviestiJai = false;  // the line did not take the frame that brings the vehicle to rest
-    std::array<std::atomic<char>, 4> Message = {lepoviesti[0], lepoviesti[1], lepoviesti[2], lepoviesti[3]};
+    std::array<std::atomic<std::uint8_t>, vehicle::frame_bytes> Message = {
+        vehicle::neutral_frame[0], vehicle::neutral_frame[1], vehicle::neutral_frame[2],
+        vehicle::neutral_frame[3]};
     std::atomic<int> aika = 200;
     std::atomic<bool> lopetusLippu = false;     // ends the cycle
     std::atomic<bool> kaynnistysLippu = false;  // begins the cycle: the link thread may use the line

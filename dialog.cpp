@@ -14,15 +14,13 @@
 #include <utility>
 
 #include "ui_dialog.h"
+#include "vehicle/commandframe.h"
+#include "vehicle/telemetry.h"
 #include "widgets/leanpainting.h"
 
 namespace {
 
 constexpr std::array<const char*, 5> baud_rates = {"9600", "19200", "38400", "57600", "115200"};
-
-constexpr int start_throttle = 0;
-constexpr int start_direction = 103;
-constexpr int start_bucket = 110;
 
 constexpr int update_period_ms = 100;
 
@@ -45,29 +43,6 @@ constexpr int cross_arm = 10;
 // as the number of lines below it, so that is done for many at once.
 constexpr int status_lines = 1000;
 constexpr int surplus_status_lines = 100;
-
-// Control voltage of a set-point, in millivolts.
-int control_voltage(int set_point) {
-    constexpr double millivolts_per_step = 19.5;
-    return static_cast<int>(set_point * millivolts_per_step);
-}
-
-int from_bytes(uint8_t high, uint8_t low) {
-    return high * 256 + low;
-}
-
-// Motor speed in rpm. The controller counts from 32767 downwards for forward rotation.
-int motor_speed(int raw) {
-    constexpr int standstill = 32767;
-    constexpr double rpm_per_ten_counts = 3.27701;
-    return -static_cast<int>((raw - standstill) * rpm_per_ten_counts / 10.0);
-}
-
-int32_t latitude(uint8_t byte0, uint8_t byte1, uint8_t byte2, uint8_t byte3) {
-    const uint32_t bits = static_cast<uint32_t>(byte0) | static_cast<uint32_t>(byte1) << 8U |
-                          static_cast<uint32_t>(byte2) << 16U | static_cast<uint32_t>(byte3) << 24U;
-    return static_cast<int32_t>(bits);
-}
 
 // Black on light, whatever the desktop's own colours: the gauges' faces are light, and so are the pad and its
 // cross made for a light ground.
@@ -161,9 +136,9 @@ Dialog::Dialog(QWidget* parent, std::string device, LineGuard* guard)
         ui->comboBox_bauds->addItem(QLatin1StringView(rate));
     }
     ui->comboBox_bauds->setCurrentIndex(0);
-    ui->Browser_Kaasu->setText(QString::number(start_throttle));
-    ui->Browser_Suunta->setText(QString::number(start_direction));
-    ui->Browser_Kauha->setText(QString::number(start_bucket));
+    ui->Browser_Kaasu->setText(QString::number(vehicle::rest_throttle));
+    ui->Browser_Suunta->setText(QString::number(vehicle::straight_ahead));
+    ui->Browser_Kauha->setText(QString::number(vehicle::rest_bucket));
     setFixedSize(narrow_width, low_height);
     LuoYhteydet();
     NimeaMittarit();
@@ -226,14 +201,14 @@ void Dialog::LueSuunta(int SuuntaLuku) {
     Suunta = QString::number(SuuntaLuku);
     ui->Browser_Suunta->setText(Suunta);
     Viesti2 = SuuntaLuku;
-    ui->SuuntaJannite->setValue(control_voltage(SuuntaLuku));
+    ui->SuuntaJannite->setValue(vehicle::control_voltage_mv(SuuntaLuku));
 }
 
 void Dialog::LueKauha(int KauhaLuku) {
     Kauha = QString::number(KauhaLuku);
     ui->Browser_Kauha->setText(Kauha);
     Viesti3 = KauhaLuku;
-    ui->KauhaJannite->setValue(control_voltage(KauhaLuku));
+    ui->KauhaJannite->setValue(vehicle::control_voltage_mv(KauhaLuku));
 }
 
 void Dialog::KirjoitaIkkunaan(const QString& teksti) {
@@ -263,15 +238,14 @@ void Dialog::VastaanotaArvot(uint8_t m_Rpm1, uint8_t m_Rpm2, uint8_t m_Jannite1,
                              uint8_t m_Kapasiteetti2, uint8_t Lat1, uint8_t Lat2, uint8_t Lat3, uint8_t Lat4,
                              uint8_t /*m_Nopeus2*/, int bytes) {
     VaihdaVastaanottoLed(bytes);
-    const int RPM = motor_speed(from_bytes(m_Rpm1, m_Rpm2));
-    const int Jannite = from_bytes(m_Jannite1, m_Jannite2);
-    const int Virta = from_bytes(m_Virta1, m_Virta2);
-    const int Kapasiteetti = from_bytes(m_Kapasiteetti1, m_Kapasiteetti2);
-    ui->Latitude->setNum(latitude(Lat1, Lat2, Lat3, Lat4));
-    ui->Nopeus_manometer->setValue(RPM);
-    show_numbers({{ui->JanniteArvo, Jannite}, {ui->VirtaArvo, Virta}});
-    ui->KapasiteettiArvo->setNum(Kapasiteetti);
-    ui->BatteryCapacity->setValue(Kapasiteetti);
+    const vehicle::Telemetry telemetry =
+        vehicle::telemetry_of({m_Rpm1, m_Rpm2, m_Jannite1, m_Jannite2, m_Virta1, m_Virta2, m_Kapasiteetti1,
+                               m_Kapasiteetti2, Lat1, Lat2, Lat3, Lat4, 0});
+    ui->Latitude->setNum(telemetry.latitude);
+    ui->Nopeus_manometer->setValue(telemetry.speed_rpm);
+    show_numbers({{ui->JanniteArvo, telemetry.voltage}, {ui->VirtaArvo, telemetry.current}});
+    ui->KapasiteettiArvo->setNum(telemetry.capacity_ah);
+    ui->BatteryCapacity->setValue(telemetry.capacity_ah);
     // The high byte comes first, yet it goes to the label named LSB: the two columns are crossed over, and
     // the people at the panel know them so.
     show_numbers({{ui->Nopeus_LSB, m_Rpm1},

@@ -32,6 +32,7 @@
 #include <string>
 
 #include "controlthread.h"
+#include "vehicle/commandframe.h"
 
 class QTimer;
 class Ui_Dialog;
@@ -162,9 +163,9 @@ private:
     QPainter painter;
     std::unique_ptr<Ui_Dialog> ui;
     ControlThread cthread;  // behind the form: joined before the form goes
-    int Viesti1 = 0;
-    int Viesti2 = 103;
-    int Viesti3 = 110;
+    int Viesti1 = vehicle::rest_throttle;
+    int Viesti2 = vehicle::straight_ahead;
+    int Viesti3 = vehicle::rest_bucket;
     QTimer* updatetimer;
     int Xaxis = 0;  // last position of the mouse, in dialog coordinates
     int Yaxis = 0;

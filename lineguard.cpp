@@ -19,6 +19,8 @@
 #include <string_view>
 #include <thread>
 
+#include "vehicle/commandframe.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -28,7 +30,8 @@ constexpr std::string_view process_name = "lineguard";
 constexpr char message_opened = 'O';
 constexpr char message_closed = 'C';
 
-constexpr std::array<char, 4> neutral_frame = {0, 103, 110, 'P'};
+using vehicle::neutral_frame;
+
 constexpr auto longest_try = 2s;
 constexpr auto pause_between_tries = 5ms;
 

@@ -5,13 +5,12 @@ add_library(panel STATIC
     controlthread.cpp controlthread.h
     descriptorzero.cpp descriptorzero.h
     dialog.cpp dialog.h dialog.ui
-    lineguard.cpp lineguard.h
     mainwindow.cpp mainwindow.h mainwindow.ui
     terminationsignals.cpp terminationsignals.h)
 ohjauspaneeli_configure_qt(panel)
 target_include_directories(panel PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
                                         $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/panel_autogen/include>)
-target_link_libraries(panel PUBLIC gauges nodevik::nodevik Qt6::Widgets)
+target_link_libraries(panel PUBLIC gauges lineguard nodevik::nodevik vehicle Qt6::Widgets)
 
 add_executable(ohjauspaneeli main.cpp)
 ohjauspaneeli_configure_qt(ohjauspaneeli)
