@@ -35,9 +35,13 @@ const char* rendition(Colour colour) {
 
 }  // namespace
 
-bool takes_colour(int descriptor) {
+bool takes_escapes(int descriptor) {
     const std::string_view terminal = variable("TERM");
-    return isatty(descriptor) == 1 && variable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb";
+    return isatty(descriptor) == 1 && !terminal.empty() && terminal != "dumb";
+}
+
+bool takes_colour(int descriptor) {
+    return takes_escapes(descriptor) && variable("NO_COLOR").empty();
 }
 
 std::string painted(std::string_view text, Colour colour) {

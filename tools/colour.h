@@ -19,8 +19,11 @@ enum class Colour : unsigned char {
     faint     ///< of little interest
 };
 
-/// Whether what is written to a descriptor may have colours: it is a terminal that knows them (TERM is set, and not
-/// "dumb"), and the user has not set NO_COLOR to anything (https://no-color.org).
+/// Whether a descriptor is a terminal that can be commanded: TERM is set, and not "dumb".
+bool takes_escapes(int descriptor);
+
+/// Whether what is written to a descriptor may have colours: it is such a terminal, and the user has not set NO_COLOR to
+/// anything (https://no-color.org).
 bool takes_colour(int descriptor);
 
 /// A text in a colour, which ends with it; the text alone when it is empty or the colour `plain`.

@@ -48,7 +48,9 @@ CommandLine::CommandLine() {
     add_common_options();
     add_sdo_commands(registry_);
     add_frame_commands(registry_);
+    add_node_commands(registry_);
     add_watch_commands(registry_);
+    add_lss_commands(registry_);
     add_eds_commands(registry_);
     app_.require_subcommand(1);
     app_.footer(

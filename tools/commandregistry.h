@@ -82,11 +82,17 @@ CLI::Option* add_seconds(CLI::App& command, double& seconds);
 /// `nodevik sdo`.
 void add_sdo_commands(CommandRegistry& registry);
 
-/// `nodevik nmt` and `nodevik send`.
+/// `nodevik nmt`, `nodevik send` and `nodevik sync`.
 void add_frame_commands(CommandRegistry& registry);
+
+/// `nodevik nodes` and `nodevik scan`.
+void add_node_commands(CommandRegistry& registry);
 
 /// `nodevik monitor`, `nodevik record` and `nodevik decode`.
 void add_watch_commands(CommandRegistry& registry);
+
+/// `nodevik lss`.
+void add_lss_commands(CommandRegistry& registry);
 
 /// `nodevik eds`.
 void add_eds_commands(CommandRegistry& registry);

@@ -1,14 +1,18 @@
-// The command lines of "nodevik nmt" and "nodevik send".
+// The command lines of "nodevik nmt", "nodevik send" and "nodevik sync".
 
 #include <memory>
 
 #include "program/numbers.h"
 #include "tools/commandregistry.h"
 #include "tools/framecommands.h"
+#include "tools/synccommand.h"
 
 namespace nodevik_tool {
 
 namespace {
+
+constexpr double shortest_period_ms = 0.1;
+constexpr double longest_period_ms = 3'600'000;
 
 void add_nmt(CommandRegistry& registry) {
     CLI::App* nmt = registry.add(registry.root(), "nmt", "Command the state of a node, or of all",
@@ -48,11 +52,26 @@ void add_send(CommandRegistry& registry) {
         [frame](const Session& session) { return send_frame(session, *frame); });
 }
 
+void add_sync(CommandRegistry& registry) {
+    CLI::App* sync = registry.add(registry.root(), "sync", "Send SYNC in a period",
+                                  "nodevik --can can0 sync --period 10 --count 100");
+    const auto arguments = std::make_shared<SyncArguments>();
+    sync->add_option("--period", arguments->period_ms, "Time from one to the next, such as 10 or 0.5")
+        ->type_name("MS")
+        ->required()
+        ->check(CLI::Range(shortest_period_ms, longest_period_ms));
+    sync->add_option("--count", arguments->count, "End after N")
+        ->type_name("N")
+        ->check(CLI::Range(1UL, UINT64_MAX));
+    registry.on(*sync, [arguments](const Session& session) { return produce_sync(session, *arguments); });
+}
+
 }  // namespace
 
 void add_frame_commands(CommandRegistry& registry) {
     add_nmt(registry);
     add_send(registry);
+    add_sync(registry);
 }
 
 }  // namespace nodevik_tool

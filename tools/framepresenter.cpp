@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <sstream>
 #include <string_view>
 
 #include "program/numbers.h"
+#include "tools/clocktime.h"
 #include "tools/failure.h"
 
 namespace nodevik_tool {
@@ -55,17 +55,6 @@ std::pair<unsigned int, unsigned int> parse_identifiers(const std::string& text)
 std::string identifier_text(const ShownFrame& frame, const char* narrow, const char* wide) {
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), frame.extended || frame.error ? wide : narrow, frame.identifier);
-    return text.data();
-}
-
-// The time of the day, with microseconds.
-std::string time_text(std::uint64_t time_us) {
-    const auto seconds = static_cast<time_t>(time_us / microseconds);
-    tm day{};
-    localtime_r(&seconds, &day);
-    std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%06u", day.tm_hour, day.tm_min, day.tm_sec,
-                  static_cast<unsigned int>(time_us % microseconds));
     return text.data();
 }
 
@@ -166,13 +155,12 @@ nlohmann::ordered_json FramePresenter::objects_json(const ShownFrame& frame) con
 }
 
 void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
-    nlohmann::ordered_json object{
-        {"time", static_cast<double>(frame.time_us) / static_cast<double>(microseconds)},
-        {"bus", frame.name.data()},
-        {"id", identifier_text(frame, "0x%03X", "0x%08X")},
-        {"length", frame.length},
-        {"data", data_text(frame, "%02x")},
-        {"kind", kind.word}};
+    nlohmann::ordered_json object{{"time", json_time(frame.time_us)},
+                                  {"bus", frame.name.data()},
+                                  {"id", identifier_text(frame, "0x%03X", "0x%08X")},
+                                  {"length", frame.length},
+                                  {"data", data_text(frame, "%02x")},
+                                  {"kind", kind.word}};
     if (kind.node != 0) {
         object["node"] = kind.node;
     }
@@ -203,7 +191,7 @@ void FramePresenter::show_text(const ShownFrame& frame, const FrameKind& kind) {
     }
     std::array<char, 100> head{};
     const std::string data = frame.remote ? " remote" : data_text(frame, " %02X");
-    std::snprintf(head.data(), head.size(), "%s  %s  %8s  %u %-24s", time_text(frame.time_us).c_str(),
+    std::snprintf(head.data(), head.size(), "%s  %s  %8s  %u %-24s", clock_text(frame.time_us).c_str(),
                   frame.name.data(), identifier_text(frame, "%03X", "%08X").c_str(), frame.length,
                   data.c_str());
     std::string line = head.data();
