@@ -33,6 +33,8 @@ const char* const description_text =
     "[2002]\nParameterName=Program\nObjectType=2\nDataType=15\nAccessType=rw\n"
     "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
 
+const std::string all_commands = "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds";
+
 constexpr const char* marker = "7f0";  // a frame of the test's own
 
 // A simulator with nodes 5 and 6, and what it has heard.
@@ -241,14 +243,9 @@ TEST_F(Command, EndsWith1WhenTheNodeRefuses) {
 
 TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
-        {{},
-         "a command is missing; right are sdo, nmt, send, monitor, record, decode, eds; 'nodevik --help' "
-         "tells "
-         "more"},
+        {{}, "a command is missing; right are " + all_commands + "; 'nodevik --help' tells more"},
         {{"foo"},
-         "'foo' is none of its commands; right are sdo, nmt, send, monitor, record, decode, eds; 'nodevik "
-         "--help' "
-         "tells more"},
+         "'foo' is none of its commands; right are " + all_commands + "; 'nodevik --help' tells more"},
         {{"sdo"}, "a command is missing; right are read, write; 'nodevik sdo --help' tells more"},
         {{"sdo", "read", "5"}, "OBJECT is required; 'nodevik sdo read --help' tells more"},
         {{"sdo", "read", "128", "0x1018"},
@@ -380,6 +377,15 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"nmt", "start"},
                                                          {"nmt", "reset-comm"},
                                                          {"send"},
+                                                         {"sync"},
+                                                         {"nodes"},
+                                                         {"scan"},
+                                                         {"lss"},
+                                                         {"lss", "scan"},
+                                                         {"lss", "fastscan"},
+                                                         {"lss", "node"},
+                                                         {"lss", "bitrate"},
+                                                         {"lss", "store"},
                                                          {"monitor"},
                                                          {"record"},
                                                          {"decode"},
