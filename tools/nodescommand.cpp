@@ -148,10 +148,11 @@ void tell_if_nobody(const HeartbeatWatch& watch, std::uint64_t begin_ns) {
 
 // Does a thing at the end, also when that comes by a signal or by the bus.
 template <typename Work, typename End>
-void with_end(const Work& work, const End& end) {
+void with_end(Output& output, const Work& work, const End& end) {
     try {
         work();
     } catch (const Interrupted&) {
+        output.hurry();
         end();
         throw;
     } catch (const Failure& failure) {
@@ -174,27 +175,29 @@ ExitStatus show_nodes(const Session& session, const NodesArguments& arguments) {
     const std::uint64_t end =
         seconds > 0 ? begin + static_cast<std::uint64_t>(seconds * nanoseconds_per_second) : no_deadline;
     if (!arguments.watch) {
-        with_end([&] { listen(session, bus, watch, end, [](std::uint64_t) { return no_deadline; }); },
-                 [&] {
-                     if (output.json()) {
-                         for (unsigned int number = 1; number <= program::highest_node; ++number) {
-                             if (watch.node(number).heard_ns != 0) {
-                                 nlohmann::ordered_json object;
-                                 add_node(object, watch, number, state_word(watch.node(number)));
-                                 output.object(object);
-                             }
-                         }
-                     } else {
-                         table_of(watch).show(output);
-                     }
-                     output.flush_at_end();
-                     tell_if_nobody(watch, begin);
-                 });
+        with_end(
+            output, [&] { listen(session, bus, watch, end, [](std::uint64_t) { return no_deadline; }); },
+            [&] {
+                if (output.json()) {
+                    for (unsigned int number = 1; number <= program::highest_node; ++number) {
+                        if (watch.node(number).heard_ns != 0) {
+                            nlohmann::ordered_json object;
+                            add_node(object, watch, number, state_word(watch.node(number)));
+                            output.object(object);
+                        }
+                    }
+                } else {
+                    table_of(watch).show(output);
+                }
+                output.flush();
+                tell_if_nobody(watch, begin);
+            });
     } else if (Screen::is_possible(output)) {
         Screen screen(output);
         const auto draw = [&] { screen.draw(table_of(watch).lines(output, true, screen.width())); };
         std::uint64_t next = 0;
         with_end(
+            output,
             [&] {
                 listen(session, bus, watch, end, [&](std::uint64_t now) {
                     if (now >= next) {
@@ -207,11 +210,12 @@ ExitStatus show_nodes(const Session& session, const NodesArguments& arguments) {
             },
             [&] {
                 draw();
-                output.flush_at_end();
+                output.flush();
             });
     } else {
         Reporter reporter(output, watch);
         with_end(
+            output,
             [&] {
                 listen(session, bus, watch, end, [&](std::uint64_t) {
                     reporter.look_for_new_nodes();
@@ -219,7 +223,7 @@ ExitStatus show_nodes(const Session& session, const NodesArguments& arguments) {
                     return no_deadline;
                 });
             },
-            [&] { output.flush_at_end(); });
+            [&] { output.flush(); });
     }
     return ExitStatus::done;
 }

@@ -126,7 +126,7 @@ void show(Output& output, const std::vector<ScannedNode>& nodes, const NodeWatch
     if (!output.json()) {
         table.show(output);
     }
-    output.flush_at_end();
+    output.flush();
 }
 
 // A scan of a bus.
@@ -219,6 +219,7 @@ ExitStatus scan_bus(const Session& session, const ScanArguments& arguments) {
     try {
         result = scan.run(arguments.seconds);
     } catch (const Interrupted&) {
+        session.output.hurry();
         scan.show_found();
         throw;
     } catch (const Failure&) {

@@ -64,7 +64,7 @@ ExitStatus produce_sync(const Session& session, const SyncArguments& arguments) 
             static_cast<double>(monotonic_ns() - begin) / static_cast<double>(nanoseconds_per_second);
         if (session.output.json()) {
             session.output.object({{"sent", sent}, {"missed", missed}, {"seconds", seconds}});
-            session.output.flush_at_end();
+            session.output.flush();
         }
         std::array<char, 40> duration{};
         std::snprintf(duration.data(), duration.size(), "%.1f s", seconds);
@@ -82,6 +82,7 @@ ExitStatus produce_sync(const Session& session, const SyncArguments& arguments) 
             ++sent;
         }
     } catch (const Interrupted&) {
+        session.output.hurry();
         finish();
         throw;
     } catch (const Failure&) {
