@@ -18,6 +18,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "nodevik/candriverwords.h"
 #include "nodevik/kvaserdriver.h"
 #include "nodevik/socketcandriver.h"
 #include "nodevik/util/monotonicclock.h"
@@ -30,6 +31,7 @@ namespace nodevik_tool {
 namespace {
 
 constexpr std::uint64_t look_again_ns = 1'000'000;  // at a driver without a descriptor
+constexpr unsigned int frames_of_a_crowd = 64;      // read without a look at the signals
 constexpr std::int64_t highest_channel = 255;
 constexpr std::int64_t lowest_bitrate = 1000;
 constexpr std::int64_t highest_bitrate = 1000000;
@@ -160,7 +162,9 @@ std::string LibraryReports::take_last() const {
 }
 
 Bus::Bus(const BusOptions& options, const LibraryReports& reports, const Interrupts& interrupts, Use use)
-    : reports_(&reports), interrupts_(&interrupts) {
+    : reports_(&reports),
+      interrupts_(&interrupts),
+      frames_at_once_(use == Use::listen ? frames_of_a_crowd : 1) {
     if (!options.udp.empty()) {
         open_udp(options.udp);
     } else if (!options.kvaser.empty()) {
@@ -244,8 +248,17 @@ void Bus::read(std::uint64_t deadline_ns, const Output* results) {
         until = std::min(until, monotonic_ns() + look_again_ns);
     }
     interrupts_->wait(descriptor_, POLLIN, until, results != nullptr ? results->descriptor() : -1);
-    if (observed_->read_all() != 0) {
-        throw Failure(ExitStatus::no_bus, trouble());
+    unsigned int id = 0;
+    unsigned int length = 0;
+    std::array<unsigned char, can_driver::frame_size> data{};
+    for (unsigned int frames = 0; frames < frames_at_once_; ++frames) {
+        const int result = observed_->read(id, length, data.data());
+        if (result == 1) {
+            return;
+        }
+        if (result != 0) {
+            throw Failure(ExitStatus::no_bus, trouble());
+        }
     }
 }
 

@@ -121,7 +121,8 @@ public:
     /// The driver, for observers and senders.
     ObservedDriver& driver() { return *observed_; }
 
-    /// Waits for frames and shows them to the observers.
+    /// Waits for frames and shows some of them to the observers: in a conversation one at a time, so that a signal ends
+    /// it between two.
     ///
     /// @param deadline_ns  longest wait, nanoseconds of CLOCK_MONOTONIC
     /// @param results      whose reader may go meanwhile; null looks after none
@@ -143,6 +144,7 @@ private:
 
     const LibraryReports* reports_;
     const Interrupts* interrupts_;
+    unsigned int frames_at_once_;
     std::string name_;
     bool has_all_frames_ = true;
     int descriptor_ = -1;

@@ -52,6 +52,7 @@ CommandLine::CommandLine() {
     add_watch_commands(registry_);
     add_lss_commands(registry_);
     add_eds_commands(registry_);
+    add_setup_commands(registry_);
     app_.require_subcommand(1);
     app_.footer(
         "Without a bus: the only CAN interface that is up.\n"

@@ -97,6 +97,9 @@ void add_lss_commands(CommandRegistry& registry);
 /// `nodevik eds`.
 void add_eds_commands(CommandRegistry& registry);
 
+/// `nodevik configure`, `nodevik pdo` and `nodevik dump`.
+void add_setup_commands(CommandRegistry& registry);
+
 }  // namespace nodevik_tool
 
 #endif

@@ -34,10 +34,14 @@ private:
 
 }  // namespace
 
+std::string code_text(std::uint32_t abort_code) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "0x%08X", static_cast<unsigned int>(abort_code));
+    return text.data();
+}
+
 std::string abort_text(const SdoResult& result) {
-    std::array<char, 16> code{};
-    std::snprintf(code.data(), code.size(), " (0x%08X)", static_cast<unsigned int>(result.abort_code));
-    return result.words() + std::string(code.data());
+    return std::string(result.words()) + " (" + code_text(result.abort_code) + ")";
 }
 
 SdoTransfers::SdoTransfers(const Session& session, unsigned int node, SdoMode mode)

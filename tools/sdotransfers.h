@@ -14,6 +14,9 @@
 
 namespace nodevik_tool {
 
+/// An abort code as "0x06090011".
+std::string code_text(std::uint32_t abort_code);
+
 /// "Sub-index does not exist. (0x06090011)".
 std::string abort_text(const SdoResult& result);
 

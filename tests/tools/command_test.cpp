@@ -33,7 +33,8 @@ const char* const description_text =
     "[2002]\nParameterName=Program\nObjectType=2\nDataType=15\nAccessType=rw\n"
     "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
 
-const std::string all_commands = "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds";
+const std::string all_commands =
+    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds, configure";
 
 constexpr const char* marker = "7f0";  // a frame of the test's own
 
@@ -393,7 +394,8 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"eds", "check"},
                                                          {"eds", "show"},
                                                          {"eds", "diff"},
-                                                         {"eds", "dcf"}};
+                                                         {"eds", "dcf"},
+                                                         {"configure"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
         words.push_back("--help");

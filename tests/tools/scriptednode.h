@@ -1,0 +1,162 @@
+/// @file
+/// A node over UDP that does what a test says: it lies, is late, repeats itself or falls silent at any step.
+
+#ifndef TESTS_TOOLS_SCRIPTEDNODE_H
+#define TESTS_TOOLS_SCRIPTEDNODE_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/candatagram.h"
+#include "tests/support/loopbacksocket.h"
+#include "tests/support/scriptedsdonode.h"
+
+/// Node 5. It is set up first, then started; a thread of its own answers until it is stopped.
+class ScriptedNode {
+public:
+    using Data = ScriptedSdoNode::Data;
+    using Answers = ScriptedSdoNode::Answers;
+
+    static constexpr unsigned int number = 5;
+
+    ScriptedSdoNode sdo;             ///< its objects
+    unsigned int silent_from = ~0U;  ///< first request that it does not hear, from 1
+    bool boots = true;               ///< tells its boot-up after a reset
+    /// Changes the answers to a request; of the request it is told which one it is, from 1.
+    std::function<void(unsigned int request, const Data& frame, Answers& answers)> script;
+    std::function<void()> when_reset;  ///< called when it is reset
+
+    ScriptedNode() = default;
+    ~ScriptedNode() { stop(); }
+    ScriptedNode(const ScriptedNode&) = delete;
+    ScriptedNode& operator=(const ScriptedNode&) = delete;
+
+    /// What --udp takes.
+    std::string bus() const { return "127.0.0.1:" + std::to_string(socket_.port()); }
+
+    /// Adds an object of up to eight bytes.
+    void add(unsigned int index, unsigned int subindex, std::uint64_t value, std::size_t size) {
+        ScriptedSdoNode::Bytes& bytes = sdo.objects[index << 8 | subindex];
+        for (std::size_t i = 0; i < size; ++i) {
+            bytes.push_back(static_cast<std::uint8_t>(value >> 8 * i));
+        }
+    }
+
+    /// The value of an object of up to eight bytes.
+    std::uint64_t value(unsigned int index, unsigned int subindex) {
+        std::uint64_t result = 0;
+        const ScriptedSdoNode::Bytes& bytes = sdo.objects[index << 8 | subindex];
+        for (std::size_t i = bytes.size(); i > 0; --i) {
+            result = result << 8 | bytes[i - 1];
+        }
+        return result;
+    }
+
+    /// Begins to answer.
+    void start() {
+        stopping_ = false;
+        thread_ = std::thread([this] { serve(); });
+    }
+
+    /// How many requests have come so far.
+    unsigned int requests() const { return requests_; }
+
+    /// Waits until a request has come; false when none does.
+    /// @param request  which one, from 1
+    bool await(unsigned int request) const {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (requests_ < request && std::chrono::steady_clock::now() < limit) {
+            std::this_thread::yield();
+        }
+        return requests_ >= request;
+    }
+
+    /// Ends, once everything that has arrived is taken. @return every frame: "605 8 40 18 10 01 00 00 00 00"
+    std::vector<std::string> stop() {
+        stopping_ = true;
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+        return frames_;
+    }
+
+    /// An abort of the request.
+    static Data abort(const Data& request, std::uint32_t code) {
+        Data frame{0x80, request[1], request[2], request[3]};
+        for (int i = 0; i < 4; ++i) {
+            frame[4 + i] = static_cast<std::uint8_t>(code >> (8 * i));
+        }
+        return frame;
+    }
+
+private:
+    void serve() {
+        for (;;) {
+            const bool was_stopping = stopping_;
+            const auto datagram = socket_.receive(was_stopping ? 0 : 5);
+            if (datagram) {
+                take(*datagram);
+            } else if (was_stopping) {
+                return;
+            }
+        }
+    }
+
+    void take(const std::string& datagram) {
+        const auto byte = [&datagram](std::size_t at) { return static_cast<unsigned char>(datagram.at(at)); };
+        const unsigned int id = byte(0) | static_cast<unsigned int>(byte(1)) << 8;
+        const unsigned int length = byte(4);
+        char text[40];
+        std::snprintf(text, sizeof text, "%03x %u", id, length);
+        std::string frame = text;
+        Data data{};
+        for (unsigned int i = 0; i < length; ++i) {
+            data[i] = byte(8 + i);
+            std::snprintf(text, sizeof text, " %02x", data[i]);
+            frame += text;
+        }
+        frames_.push_back(frame);
+        const bool is_reset = id == 0 && data[0] == 0x81;
+        if (is_reset && when_reset) {
+            when_reset();
+        }
+        if (is_reset && boots) {
+            send(0x700 + number, std::string(1, '\0'));
+        }
+        if (id == 0x600 + number) {
+            answer(data);
+        }
+    }
+
+    void answer(const Data& request) {
+        const unsigned int which = requests_ + 1;
+        Answers answers;
+        if (which < silent_from) {
+            answers = sdo.receive(request);
+            if (script) {
+                script(which, request, answers);
+            }
+        }
+        for (const Data& data : answers) {
+            send(0x580 + number, std::string(data.begin(), data.end()));
+        }
+        requests_ = which;
+    }
+
+    void send(unsigned int id, const std::string& data) {
+        socket_.send(socket_.last_sender(), can_datagram(id, data));
+    }
+
+    LoopbackSocket socket_;
+    std::thread thread_;
+    std::atomic<bool> stopping_ = false;
+    std::atomic<unsigned int> requests_ = 0;
+    std::vector<std::string> frames_;
+};
+
+#endif
