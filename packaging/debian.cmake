@@ -120,7 +120,7 @@ install(FILES debian/ohjauspaneeli-tools.lintian-overrides RENAME ohjauspaneeli-
 
 # The guides: those of the library in a package of their own, the operator's with the panel.
 find_program(OHJAUSPANEELI_SYSTEM_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
-set(doc_guides nodevik abi.md architecture.md troubleshooting.md)
+set(doc_guides nodevik abi.md architecture.md at-the-machine.md nodevik-command.md troubleshooting.md)
 set(panel_guides operator.md kayttoohje.md vehicle-link.md troubleshooting.md)
 foreach(component doc panel)
     string(TOUPPER ${component} key)

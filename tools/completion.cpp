@@ -232,7 +232,7 @@ std::vector<std::string> types() {
 Answer list_of(const std::vector<std::string>& words, const std::string& typed) {
     const std::size_t comma = typed.rfind(',');
     const std::string before = comma == std::string::npos ? "" : typed.substr(0, comma + 1);
-    Answer answer{"parts", {}, {}};
+    Answer answer{"words parts", {}, {}};
     for (const std::string& word : words) {
         answer.candidates.push_back(before + word);
     }
@@ -320,7 +320,7 @@ std::vector<std::string> words_in(const std::string& name) {
 Answer values_for(const Choice& choice, const CLI::Option& option, const std::string& typed) {
     const std::string type = option.get_type_name();
     const std::string name = option.get_positional() ? option.get_name() : type.substr(0, type.find(":UINT"));
-    if (name.find("FILE") != std::string::npos) {
+    if (name.find("FILE") != std::string::npos || type == "FILE") {
         const std::size_t equals = name.find('=') == std::string::npos ? std::string::npos : typed.find('=');
         return {"files", {}, equals == std::string::npos ? typed : typed.substr(equals + 1)};
     }
@@ -333,6 +333,14 @@ Answer values_for(const Choice& choice, const CLI::Option& option, const std::st
     }
     if (name == "KINDS") {
         return list_of(frame_kinds(), typed);
+    }
+    if (name == "OBJECT=VALUE") {
+        Answer answer = objects_for(choice, typed);
+        answer.kind += " parts";
+        for (std::string& candidate : answer.candidates) {
+            candidate += '=';
+        }
+        return answer;
     }
     if (name.rfind("OBJECT", 0) == 0) {
         return objects_for(choice, typed);

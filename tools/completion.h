@@ -10,10 +10,11 @@
 ///
 /// | First line | Then |
 /// |---|---|
-/// | `words` | candidates that end a word |
-/// | `parts` | candidates that something may follow, such as a comma |
+/// | `words` | candidates |
 /// | `names` | candidates that may need quotes |
-/// | `files` | the beginning of a file's name, for the shell to complete; then other candidates |
+/// | `files` | the beginning of a file's name, for the shell to complete |
+///
+/// With ` parts` behind it the candidates do not end their word: a comma may follow, say.
 ///
 /// Everything is taken from the command line as it is registered, so a new command is known at once.
 

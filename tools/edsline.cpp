@@ -36,8 +36,8 @@ void add_diff(CommandRegistry& registry, CLI::App& eds) {
                      "nodevik eds diff old.eds new.eds");
     const auto left = std::make_shared<std::string>();
     const auto right = std::make_shared<std::string>();
-    diff->add_option("A", *left, "An EDS or DCF file")->required();
-    diff->add_option("B", *right, "The other one")->required();
+    diff->add_option("A", *left, "An EDS or DCF file")->type_name("FILE")->required();
+    diff->add_option("B", *right, "The other one")->type_name("FILE")->required();
     registry.on(*diff, [left, right](const Session& session) {
         return diff_descriptions(session.output, *left, *right);
     });

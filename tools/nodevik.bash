@@ -6,12 +6,14 @@ _nodevik() {
     mapfile -t answer < <("$1" __complete "${COMP_LINE:0:COMP_POINT}" "$COMP_WORDBREAKS" 2>/dev/null)
     COMPREPLY=("${answer[@]:1}")
     case ${answer[0]:-} in
-    parts) compopt -o nospace ;;
-    names) compopt -o filenames ;;
+    names*) compopt -o filenames ;;
     files)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "${answer[1]}")
         ;;
+    esac
+    case ${answer[0]:-} in
+    *parts) compopt -o nospace ;;
     esac
 }
 

@@ -212,6 +212,7 @@ TEST(Completion, KnowsTheArgumentsThatAreFiles) {
     EXPECT_EQ(told("nodevik record bus"), (Words{"files", "bus"}));
     EXPECT_EQ(told("nodevik decode --raw "), (Words{"files", ""}));
     EXPECT_EQ(told("nodevik eds check ./"), (Words{"files", "./"}));
+    EXPECT_EQ(told("nodevik eds diff old.eds ne"), (Words{"files", "ne"}));
     EXPECT_EQ(told("nodevik --eds 5=pump"), (Words{"files", "pump"}));
     EXPECT_EQ(told("nodevik --eds=pump"), (Words{"files", "pump"}));
 }
@@ -242,9 +243,9 @@ TEST(Completion, KnowsInterfacesTypesAndKinds) {
     EXPECT_EQ(told("nodevik sdo read 5 0x1018 --type r"), (Words{"words", "r32", "r64"}));
     EXPECT_TRUE(has(told("nodevik sdo write 5 0x1018 --type "), "oct"));
     Words kinds = nodevik_tool::frame_kinds();
-    kinds.insert(kinds.begin(), "parts");
+    kinds.insert(kinds.begin(), "words parts");
     EXPECT_EQ(told("nodevik monitor --filter "), kinds);
-    EXPECT_EQ(told("nodevik monitor --filter emcy,hea"), (Words{"parts", "emcy,heartbeat"}));
+    EXPECT_EQ(told("nodevik monitor --filter emcy,hea"), (Words{"words parts", "emcy,heartbeat"}));
 }
 
 TEST(Completion, KnowsTheNodesThatADescriptionIsGivenFor) {
@@ -267,6 +268,8 @@ TEST(Completion, KnowsTheObjectsOfADescription) {
     EXPECT_EQ(told(line + "0x1018:"), (Words{"names", "0", "1", "2", "3", "4"}));
     EXPECT_EQ(told(line + "'0x1018:4"), (Words{"names", "0x1018:4"}));  // the shell cuts nothing in quotes
     EXPECT_EQ(told("nodevik eds show " EDS " 0x1017"), (Words{"names", "0x1017"}));
+    EXPECT_EQ(told("nodevik eds dcf " EDS " 5 0x1017=500 0x1016:"),
+              (Words{"names parts", "0=", "1=", "2=", "3=", "4="}));
 }
 
 TEST(Completion, TakesTheDescriptionOfTheNode) {
@@ -311,5 +314,7 @@ TEST(BashCompletion, CompletesObjects) {
     EXPECT_EQ(shell.run(line + "\"Device t" + tab), words + "<Device type>");
     EXPECT_EQ(shell.run(line + "Identity\\ object/V" + tab), words + "<Identity object/Vendor-ID>");
     EXPECT_EQ(shell.run(line + "0x1018:" + all), words + "<0x1018:0><1><2><3><4>");
+    EXPECT_EQ(shell.run("nodevik eds dcf " EDS " 5 Device\\ t" + tab + "7"),
+              "<eds><dcf><" EDS "><5><Device type=7>");
     EXPECT_EQ(shell.run("nodevik --eds 5=" EDS " sdo read " + tab + "0x1017" + tab), words + "<0x1017>");
 }
