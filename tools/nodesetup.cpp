@@ -1,6 +1,7 @@
 #include "tools/nodesetup.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <set>
 #include <utility>
@@ -17,19 +18,22 @@ namespace {
 constexpr std::uint64_t patience_ns = 40'000'000;  // with a PDO that is being set up when a signal comes
 constexpr unsigned int request_id = 0x600;
 constexpr unsigned int answer_id = 0x580;
-constexpr unsigned char four_bytes = 0x23;  // a download in one frame (CiA 301, 7.2.4.3.3)
-constexpr unsigned char confirmation = 0x60;
+constexpr unsigned char confirmation = 0x60;  // of a write (CiA 301, 7.2.4.3)
 constexpr unsigned char refusal = 0x80;
+constexpr unsigned char four_bytes = 0x43;  // were read
 constexpr unsigned char reset_node = 0x81;
+constexpr std::uint64_t pdo_off = 0x80000000;
 
-// The highest byte of the COB-ID of a PDO: its bit 31 says that the PDO is switched off.
-bool is_off_byte(unsigned char byte) {
-    return (byte & 0x80) != 0;
+// The object with the communication parameters of the PDO that an object belongs to; 0 of one that belongs to none.
+std::uint16_t pdo_of(std::uint16_t index) {
+    constexpr unsigned int mapping = 0x0200;
+    return index >= 0x1400 && index < 0x1C00 ? static_cast<std::uint16_t>(index & ~mapping)
+                                             : std::uint16_t{0};
 }
 
-// The COB-ID of a PDO (CiA 301, 7.5.2.35 and .37).
-bool is_cob_id(unsigned int index, unsigned int subindex) {
-    return subindex == 1 && ((index >= 0x1400 && index < 0x1600) || (index >= 0x1800 && index < 0x1A00));
+// Whether a request begins to write an object.
+bool is_write(unsigned char specifier) {
+    return (specifier & 0xE0) == 0x20;
 }
 
 // Follows what is sent to a node while it is set up.
@@ -39,9 +43,8 @@ public:
         : transfers_(&transfers), progress_(!session.options.quiet) {
         for (const ConfigurationValue& value : values) {
             objects_.emplace(value.index, value.subindex);
-            const bool is_off = value.bytes.size() == 4 && is_off_byte(value.bytes[3]);
-            if (is_cob_id(value.index, value.subindex) && is_off) {
-                wanted_off_.insert(value.index);
+            if (is_cob_id(value.index, value.subindex)) {
+                pdos_[value.index].wanted = little_endian(value.bytes);
             }
         }
         transfers_->bus().driver().add_observer(*this);
@@ -63,37 +66,72 @@ public:
         if (frame.length < 8) {
             return;
         }
-        const unsigned int index = frame.data[1] | static_cast<unsigned int>(frame.data[2]) << 8;
+        const auto index = static_cast<std::uint16_t>(frame.data[1] | frame.data[2] << 8);
         if (is_sent && frame.identifier == request_id + node) {
-            requested(static_cast<std::uint16_t>(index), frame);
-        } else if (!is_sent && frame.identifier == answer_id + node && is_cob_id(index, frame.data[3])) {
-            answered(static_cast<std::uint16_t>(index), frame.data[0]);
+            requested(index, frame);
+        } else if (!is_sent && frame.identifier == answer_id + node && pdo_of(index) != 0) {
+            answered(pdos_[pdo_of(index)], index, frame);
         }
     }
 
-    // The PDOs that were switched off to be changed and are not on again.
-    std::vector<std::uint16_t> changed_pdos() const { return {switched_off_.begin(), switched_off_.end()}; }
+    // The PDOs that are neither as they were nor as they are to be.
+    std::vector<std::uint16_t> changed_pdos() const {
+        std::vector<std::uint16_t> result;
+        for (const auto& [index, pdo] : pdos_) {
+            if (pdo.is_changed) {
+                result.push_back(index);
+            }
+        }
+        return result;
+    }
 
 private:
+    // Setting a PDO up ends with its COB-ID, and so does putting it back.
+    struct Pdo {
+        std::optional<std::uint64_t> wanted;  // COB-ID
+        std::optional<std::uint64_t> former;
+        unsigned int writes = 0;
+        std::pair<std::uint16_t, std::uint8_t> written;  // by the last of them
+        bool is_changed = false;
+        bool is_last = false;  // the request under way ends it
+    };
+
+    static bool is_cob_id(std::uint16_t index, std::uint8_t subindex) {
+        return subindex == 1 && pdo_of(index) == index && index != 0;
+    }
+
+    static std::uint64_t number_in(const ObservedFrame& frame) {
+        return little_endian({frame.data + 4, frame.data + 8});
+    }
+
     void requested(std::uint16_t index, const ObservedFrame& frame) {
         if (const auto object = objects_.find({index, frame.data[3]}); object != objects_.end()) {
             reached_.insert(*object);
             progress_.update(reached_.size(), objects_.size());
         }
-        if (frame.data[0] != four_bytes || !is_cob_id(index, frame.data[3]) ||
-            wanted_off_.count(index) != 0) {
+        if (pdo_of(index) == 0 || !is_write(frame.data[0])) {
             return;
         }
-        is_switched_on_ = !is_off_byte(frame.data[7]);
-        if (!is_switched_on_) {
-            switched_off_.insert(index);
-        }
+        Pdo& pdo = pdos_[pdo_of(index)];
+        pdo.is_changed = true;
+        ++pdo.writes;
+        pdo.written = {index, frame.data[3]};
+        const std::uint64_t number = number_in(frame);
+        const bool switches_off = pdo.writes == 1 && pdo.former && (*pdo.former & pdo_off) == 0 &&
+                                  number == (*pdo.former | pdo_off);
+        pdo.is_last = is_cob_id(index, frame.data[3]) && !switches_off &&
+                      (number == pdo.wanted || number == pdo.former);
     }
 
-    // A PDO is whole again when it is on, and still is when the node refuses to switch it off.
-    void answered(std::uint16_t index, unsigned char specifier) {
-        if (specifier == (is_switched_on_ ? confirmation : refusal)) {
-            switched_off_.erase(index);
+    static void answered(Pdo& pdo, std::uint16_t index, const ObservedFrame& frame) {
+        const unsigned char specifier = frame.data[0];
+        const bool is_of_write = pdo.written == std::pair(index, std::uint8_t{frame.data[3]});
+        if (specifier == four_bytes && is_cob_id(index, frame.data[3]) && !pdo.former) {
+            pdo.former = number_in(frame);
+        } else if (specifier == confirmation && is_of_write && pdo.is_last) {
+            pdo.is_changed = false;
+        } else if (specifier == refusal && is_of_write && pdo.writes == 1) {
+            pdo.is_changed = false;  // nothing has been done
         }
     }
 
@@ -101,9 +139,7 @@ private:
     program::Progress progress_;
     std::set<std::pair<std::uint16_t, std::uint8_t>> objects_;
     std::set<std::pair<std::uint16_t, std::uint8_t>> reached_;
-    std::set<std::uint16_t> wanted_off_;
-    std::set<std::uint16_t> switched_off_;
-    bool is_switched_on_ = false;  // by the last request for a COB-ID
+    std::map<std::uint16_t, Pdo> pdos_;
 };
 
 // Whether the driver, and not the node, is why nothing has come.

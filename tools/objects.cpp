@@ -28,14 +28,6 @@ std::string reason_of(const DeviceDescription& description, const std::string& f
     return file + ": it has no object that can be used";
 }
 
-std::uint64_t as_number(const ObjectBytes& bytes) {
-    std::uint64_t number = 0;
-    for (std::size_t i = bytes.size(); i > 0; --i) {
-        number = number << 8 | bytes[i - 1];
-    }
-    return number;
-}
-
 bool is_text(ObjectDataType type) {
     return type == ObjectDataType::visible_string;
 }
@@ -216,14 +208,14 @@ std::string value_text(const ValueForm& form, const ObjectBytes& bytes) {
     }
     std::string text = format_object(ObjectDataType::octet_string, bytes);
     if (!bytes.empty() && bytes.size() <= number_bytes) {
-        text += "  " + std::to_string(as_number(bytes));
+        text += "  " + std::to_string(little_endian(bytes));
     }
     return text;
 }
 
 nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& bytes) {
     if (form.kind == ValueForm::Kind::unknown && !bytes.empty() && bytes.size() <= number_bytes) {
-        return as_number(bytes);
+        return little_endian(bytes);
     }
     if (form.kind != ValueForm::Kind::typed) {
         return plain_hex(bytes);
@@ -254,6 +246,14 @@ nlohmann::ordered_json described_json(const DeviceDescription::Entry& entry,
         return value_json(entry_form(&entry), *bytes);
     }
     return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
+std::uint64_t little_endian(const ObjectBytes& bytes) {
+    std::uint64_t number = 0;
+    for (std::size_t i = std::min(bytes.size(), number_bytes); i > 0; --i) {
+        number = number << 8 | bytes[i - 1];
+    }
+    return number;
 }
 
 std::string plain_hex(const ObjectBytes& bytes) {

@@ -109,6 +109,9 @@ nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& byte
 nlohmann::ordered_json described_json(const DeviceDescription::Entry& entry,
                                       const std::optional<ObjectBytes>& bytes, const std::string& text);
 
+/// The number that bytes are, least significant first; of more than 8 the first 8 count.
+std::uint64_t little_endian(const ObjectBytes& bytes);
+
 /// Bytes as "02000000".
 std::string plain_hex(const ObjectBytes& bytes);
 

@@ -34,7 +34,7 @@ const char* const description_text =
     "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
 
 const std::string all_commands =
-    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds, configure";
+    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds, configure, pdo";
 
 constexpr const char* marker = "7f0";  // a frame of the test's own
 
@@ -395,7 +395,10 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"eds", "show"},
                                                          {"eds", "diff"},
                                                          {"eds", "dcf"},
-                                                         {"configure"}};
+                                                         {"configure"},
+                                                         {"pdo"},
+                                                         {"pdo", "list"},
+                                                         {"pdo", "set"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
         words.push_back("--help");

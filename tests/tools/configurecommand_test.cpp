@@ -82,8 +82,9 @@ void fill(ScriptedNode& node) {
 }
 
 ChildResult configure(const ScriptedNode& node, const std::string& file,
-                      const std::vector<std::string>& options = {}) {
-    std::vector<std::string> words{NODEVIK, "--udp", node.bus(), "--timeout", "40", "configure", "5", file};
+                      const std::vector<std::string>& options = {}, const char* timeout_ms = "60000") {
+    std::vector<std::string> words{NODEVIK,    "--udp",     node.bus(), "--timeout",
+                                   timeout_ms, "configure", "5",        file};
     words.insert(words.end(), options.begin(), options.end());
     return run_program(words);
 }
@@ -95,6 +96,8 @@ const char* const all_written =
     "0x1A00:0    same         1  Mapping 1/Count\n"
     "0x1A00:1    written      0x60000208  Mapping 1/Object 1\n"
     "0x2000:0    written      -7  Speed\n";
+
+constexpr std::uint32_t not_mappable = 0x06040041;
 
 // What is written to set it all up, in an order that every node takes.
 const Frames all_writes{"605 8 23 00 18 01 85 01 00 80", "605 8 2f 00 18 02 01 00 00 00",
@@ -257,22 +260,12 @@ TEST_F(Configure, LeavesAPdoAsItWasWhenTheNodeRefusesAnyOfItsSteps) {
         ScriptedNode node;
         fill(node);
         bool is_refused = false;
-        node.script = [&](unsigned int, const ScriptedNode::Data& frame, ScriptedNode::Answers& answers) {
-            const Frames& writes = all_writes;
-            char text[40];
-            std::snprintf(text, sizeof text, "605 8 %02x %02x %02x %02x %02x %02x %02x %02x", frame[0],
-                          frame[1], frame[2], frame[3], frame[4], frame[5], frame[6], frame[7]);
-            if (!is_refused && text == writes[step]) {
-                is_refused = true;
-                answers = {ScriptedNode::abort(frame, 0x06040041)};
-                const unsigned int key = frame[2] << 16U | frame[1] << 8U | frame[3];
-                node.sdo.objects[key] =
-                    key == 0x180001   ? (step == 0 ? ScriptedSdoNode::Bytes{0x85, 1, 0, 0}
-                                                   : ScriptedSdoNode::Bytes{0x85, 1, 0, 0x80})
-                    : key == 0x180002 ? ScriptedSdoNode::Bytes{255}
-                    : key == 0x1A0000 ? ScriptedSdoNode::Bytes{static_cast<unsigned char>(step == 2)}
-                                      : ScriptedSdoNode::Bytes{0x08, 1, 0, 0x60};
+        node.refusal = [&](const std::string& frame) {
+            if (is_refused || frame != all_writes[step]) {
+                return 0U;
             }
+            is_refused = true;
+            return not_mappable;
         };
         node.start();
         const ChildResult result = configure(node, dcf(), {"--store"});
@@ -296,11 +289,7 @@ TEST_F(Configure, LeavesAPdoAsItWasWhenTheNodeRefusesAnyOfItsSteps) {
 TEST_F(Configure, TellsTheAbortOfARefusedObjectInJson) {
     ScriptedNode node;
     fill(node);
-    node.script = [](unsigned int, const ScriptedNode::Data& frame, ScriptedNode::Answers& answers) {
-        if (frame[0] == 0x2B && frame[2] == 0x20) {
-            answers = {ScriptedNode::abort(frame, 0x06090031)};
-        }
-    };
+    node.refusal = [](const std::string& frame) { return frame == all_writes[6] ? 0x06090031U : 0U; };
     node.start();
     const ChildResult result = configure(node, dcf(), {"--json"});
     EXPECT_EQ(result.status, 1);
@@ -361,18 +350,19 @@ TEST_F(Configure, EndsWith3AndTellsHowFarItCameAtWhicheverStepTheNodeFallsSilent
         fill(node);
         node.silent_from = step;
         node.start();
-        const ChildResult result = configure(node, dcf());
+        const ChildResult result = configure(node, dcf(), {}, "40");
         EXPECT_EQ(result.status, 3) << step;
         EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 6) << result.out;
         EXPECT_NE(result.err.find(": The node does not answer"), std::string::npos) << result.err;
         const Frames frames = node.stop();
-        const bool is_off = node.value(0x1800, 1) == 0x80000185;
-        EXPECT_EQ(result.err.find(
-                      "TPDO 1 is neither set up nor as it was, and may be switched off: set it up again") !=
-                      std::string::npos,
-                  is_off || frames.back().rfind("605 8 23 00 18 01", 0) == 0 ||
-                      result.err.find("the PDO is not put back") != std::string::npos)
-            << step << result.err;
+        const bool is_told =
+            result.err.find(
+                "TPDO 1 is neither set up nor as it was, and may be switched off: set it up again") !=
+            std::string::npos;
+        const bool is_whole = node.value(0x1800, 1) == 0x185 || node.value(0x1800, 1) == 0x285;
+        EXPECT_TRUE(is_told || is_whole) << step << result.err;
+        // An abort is all that is sent to a node that has only been asked.
+        EXPECT_TRUE(!is_told || changing(frames).size() > 1) << step << result.err;
         for (const std::string& frame : frames) {
             EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
         }

@@ -29,6 +29,8 @@ public:
     bool boots = true;               ///< tells its boot-up after a reset
     /// Changes the answers to a request; of the request it is told which one it is, from 1.
     std::function<void(unsigned int request, const Data& frame, Answers& answers)> script;
+    /// The abort code that refuses a request, which is not done then; 0 does it.
+    std::function<std::uint32_t(const std::string& frame)> refusal;
     std::function<void()> when_reset;  ///< called when it is reset
 
     ScriptedNode() = default;
@@ -129,15 +131,16 @@ private:
             send(0x700 + number, std::string(1, '\0'));
         }
         if (id == 0x600 + number) {
-            answer(data);
+            answer(data, frame);
         }
     }
 
-    void answer(const Data& request) {
+    void answer(const Data& request, const std::string& frame) {
         const unsigned int which = requests_ + 1;
         Answers answers;
         if (which < silent_from) {
-            answers = sdo.receive(request);
+            const std::uint32_t code = refusal ? refusal(frame) : 0;
+            answers = code != 0 ? Answers{abort(request, code)} : sdo.receive(request);
             if (script) {
                 script(which, request, answers);
             }
