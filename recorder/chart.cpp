@@ -257,32 +257,37 @@ Stretch between(const Series& series, std::int64_t from_us, std::int64_t to_us) 
 // The stretches of time in which a series is 1.
 std::string strip_data(const Series& series, std::int64_t shown_us) {
     const TimeBuckets<Stretch>& stretches = series.stretches();
-    const double width_us = static_cast<double>(stretches.width_us());
+    const auto edge = [&](std::size_t index) {
+        return x_of(static_cast<double>(index) * static_cast<double>(stretches.width_us()), shown_us);
+    };
     std::string data;
-    double on_since = -1;
+    std::optional<double> on_since;
+    std::size_t end = 0;  // behind the last stretch with a value
     const auto end_at = [&](double x) {
-        if (on_since >= 0) {
-            data += rectangle("strip", on_since, 0, std::max(1.0, x - on_since), drawing_height);
+        if (on_since) {
+            data += rectangle("strip", *on_since, 0, std::max(1.0, x - *on_since), drawing_height);
         }
-        on_since = -1;
+        on_since.reset();
     };
     for (std::size_t index = 0; index < stretches.size(); ++index) {
         const Stretch& stretch = stretches[index];
         if (stretch.count == 0) {
             continue;
         }
-        const double begin = x_of(static_cast<double>(index) * width_us, shown_us);
-        if (!stretch.joined || stretch.max == 0) {
-            end_at(begin);
+        if (!stretch.joined) {
+            end_at(edge(end));
+        } else if (stretch.max == 0) {
+            end_at(edge(index));
         }
-        if (stretch.max > 0 && on_since < 0) {
-            on_since = begin;
+        if (stretch.max > 0 && !on_since) {
+            on_since = edge(index);
         }
+        end = index + 1;
         if (stretch.last == 0) {
-            end_at(x_of(static_cast<double>(index + 1) * width_us, shown_us));
+            end_at(edge(end));
         }
     }
-    end_at(x_of(static_cast<double>(stretches.size()) * width_us, shown_us));
+    end_at(edge(end));
     return data;
 }
 
@@ -495,7 +500,7 @@ std::string Charts::faults(const std::string& heading) const {
 std::string Charts::spread(const std::string& heading, const std::string& what, const Spread& spread) const {
     constexpr int most_bars = 40;
     constexpr int fewest_bars = 20;
-    constexpr double all_but_the_outermost = 0.995;
+    constexpr double all_but_the_outermost = 0.99;
     if (spread.count() == 0) {
         return {};
     }

@@ -16,7 +16,7 @@ using program::ExitStatus;
 namespace {
 
 // In the order of the help.
-constexpr std::array<AddCommand*, 0> commands = {};
+constexpr std::array<AddCommand*, 1> commands = {add_report_command};
 
 int status_of(ExitStatus status) {
     return static_cast<int>(status);

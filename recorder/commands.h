@@ -31,6 +31,9 @@ CLI::App& add_command(CLI::App& app, const std::string& name, const std::string&
 /// A command that adds itself: @p action is set when it is chosen.
 using AddCommand = void(CLI::App& app, Action& action);
 
+/// The page that a person reads first.
+AddCommand add_report_command;
+
 }  // namespace vehicle_recorder
 
 #endif

@@ -103,7 +103,8 @@ std::string Phrasing::duration(std::int64_t time_us) const {
 }
 
 std::string Phrasing::milliseconds(double time_us) const {
-    return decimal(time_us / 1000, 1) + no_break_space + "ms";
+    constexpr double long_us = 100'000;  // from here on one decimal is enough
+    return decimal(time_us / 1000, std::abs(time_us) < long_us ? 2 : 1) + no_break_space + "ms";
 }
 
 std::string Phrasing::seconds(std::int64_t time_us) {

@@ -41,7 +41,7 @@ public:
     /// A time in the unit that suits it: "3.2 ms", "1.25 s", "12 min 5 s", "8 h 0 min".
     std::string duration(std::int64_t time_us) const;
 
-    /// A time in milliseconds with one decimal: "210.4 ms".
+    /// A time in milliseconds: "210.4 ms", "45.02 ms".
     std::string milliseconds(double time_us) const;
 
     /// Seconds since the start as the recording has them, six decimals and a full stop in any language, so that they

@@ -16,18 +16,18 @@
 #include <vector>
 
 #include "recorder/recording.h"
-#include "recorder/series.h"
 #include "recorder/spread.h"
 #include "recorder/timebuckets.h"
+#include "recorder/timeseries.h"
 
 namespace vehicle_recorder {
 
 /// What can be wrong with the reply to a frame.
 enum class Fault {
-    lost,     ///< nothing came before the next frame
-    late,     ///< it came whole, but behind the read that the program makes before its next frame
-    cut,      ///< fewer bytes came than a reply has
-    garbled,  ///< more bytes came than a reply has, or it does not read as one
+    lost,    ///< not a byte of it came, though the line stayed open
+    late,    ///< its last byte came when the next frame was out already
+    cut,     ///< fewer bytes came than a reply has
+    garbled  ///< bytes that belong to no reply stand ahead of it, or in it
 };
 
 /// How often each fault occurred.
@@ -70,6 +70,7 @@ struct FirstOf {
 struct FaultyReply {
     std::int64_t time_us = 0;                   ///< when the frame went out, since the start
     Fault fault = Fault::lost;                  ///< what was wrong
+    bool late = false;                          ///< whether it was late besides
     std::size_t bytes = 0;                      ///< how many bytes came
     std::optional<std::int64_t> delay_us = {};  ///< from the frame to the first of them
 };
@@ -93,7 +94,7 @@ enum class Rest {
 struct Opening {
     std::int64_t opened_us = 0;                  ///< since the start
     std::optional<std::int64_t> closed_us = {};  ///< none when the recording ends before
-    std::string settings;        ///< as the recording has them: "9600 8N1 none"; empty when unknown
+    std::string settings = {};   ///< as the recording has them: "9600 8N1 none"; empty when unknown
     std::uint64_t frames = 0;    ///< sent meanwhile
     std::uint64_t replies = 0;   ///< frames that were answered with at least a byte
     Rest rest = Rest::no_frame;  ///< what its last frame left the vehicle with
@@ -119,7 +120,6 @@ struct Ending {
     Rest rest = Rest::no_frame;               ///< what the vehicle was left with
     LastSender sender = LastSender::program;  ///< who sent that
     std::array<std::uint8_t, 4> frame = {};   ///< the last frame, unless there was none
-    std::int64_t frame_us = 0;                ///< when it was sent
     ProgramEnd program;                       ///< what became of the program
     bool line_lost = false;                   ///< the line itself went away
     std::uint64_t bytes_not_recorded = 0;     ///< passed on, but not written down
@@ -132,13 +132,14 @@ struct Report {
     std::int64_t length_us = 0;    ///< up to the last entry
     std::uint64_t file_bytes = 0;  ///< size of the file
 
-    std::uint64_t frames = 0;          ///< whole frames sent
-    std::uint64_t replies = 0;         ///< frames that were answered with at least a byte
-    std::uint64_t good_replies = 0;    ///< of these, whole and in time
-    std::uint64_t bytes_sent = 0;      ///< to the vehicle
-    std::uint64_t bytes_received = 0;  ///< from the vehicle
-    FaultCounts faults;                ///< what was wrong with replies
-    std::uint64_t step_losses = 0;     ///< how often frames could not be told apart in the bytes sent
+    std::uint64_t frames = 0;              ///< whole frames sent
+    std::uint64_t replies = 0;             ///< frames that were answered with at least a byte
+    std::uint64_t good_replies = 0;        ///< of these, whole and in time
+    std::uint64_t bytes_sent = 0;          ///< to the vehicle
+    std::uint64_t bytes_received = 0;      ///< from the vehicle
+    FaultCounts faults;                    ///< what was wrong with replies
+    std::uint64_t frames_out_of_step = 0;  ///< frames that do not end with a motor command
+    std::uint64_t stray_bytes = 0;         ///< bytes from the vehicle that answer no frame
     std::int64_t silence_us = 0;  ///< the longest time without a byte from the vehicle while frames were sent
     std::int64_t silence_from_us = 0;  ///< when it began
 

@@ -101,8 +101,12 @@ std::vector<Fact> origin_facts(const Report& report, const Phrasing& phrasing) {
         {.name = phrasing(words::writer), .value = report.header.program},
         {.name = phrasing(words::bytes_sent), .value = phrasing.whole(report.bytes_sent)},
         {.name = phrasing(words::bytes_received), .value = phrasing.whole(report.bytes_received)}};
-    if (report.step_losses > 0) {
-        facts.push_back({.name = phrasing(words::step_losses), .value = phrasing.whole(report.step_losses)});
+    if (report.stray_bytes > 0) {
+        facts.push_back({.name = phrasing(words::stray_bytes), .value = phrasing.whole(report.stray_bytes)});
+    }
+    if (report.frames_out_of_step > 0) {
+        facts.push_back(
+            {.name = phrasing(words::out_of_step), .value = phrasing.whole(report.frames_out_of_step)});
     }
     return facts;
 }
@@ -113,20 +117,22 @@ std::string first_of(std::size_t shown, std::uint64_t all, const Phrasing& phras
 }
 
 std::string words_of(const FaultyReply& reply, const Phrasing& phrasing) {
-    const std::string count = std::to_string(reply.bytes) + phrasing({" bytes", " tavua"});
+    const std::string count = ", " + std::to_string(reply.bytes) + phrasing({" bytes", " tavua"});
     const std::string delay =
         reply.delay_us ? ", " + time_and_unit(*reply.delay_us, phrasing) : std::string();
+    const std::string late =
+        reply.late ? std::string(", ") + phrasing(words::fault_late) + delay : std::string();
     switch (reply.fault) {
         case Fault::lost:
             return phrasing(words::fault_lost);
         case Fault::late:
             return phrasing(words::fault_late) + delay;
         case Fault::cut:
-            return phrasing(words::fault_cut) + (", " + count);
+            return phrasing(words::fault_cut) + count + late;
         case Fault::garbled:
             break;
     }
-    return phrasing(words::fault_garbled) + (", " + count);
+    return phrasing(words::fault_garbled) + count + late;
 }
 
 }  // namespace vehicle_recorder

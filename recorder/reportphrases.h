@@ -76,7 +76,9 @@ inline constexpr Phrase device = {"Device", "Laite"};
 inline constexpr Phrase writer = {"Recorded by", "Tallentanut"};
 inline constexpr Phrase bytes_sent = {"Bytes to the vehicle", "Tavuja ajoneuvolle"};
 inline constexpr Phrase bytes_received = {"Bytes from the vehicle", "Tavuja ajoneuvolta"};
-inline constexpr Phrase step_losses = {"Frames out of step", "Tahdistus kadonnut viesteissä"};
+inline constexpr Phrase out_of_step = {"Frames out of step", "Tahdistuksesta pudonneita viestejä"};
+inline constexpr Phrase stray_bytes = {"Bytes that answer no frame",
+                                       "Tavuja, jotka eivät vastaa mihinkään viestiin"};
 inline constexpr Phrase shortest = {"Shortest", "Lyhin"};
 inline constexpr Phrase longest = {"Longest", "Pisin"};
 inline constexpr Phrase mean = {"Mean", "Keskiarvo"};

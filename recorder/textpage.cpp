@@ -14,6 +14,7 @@ namespace words = report_phrases;
 
 constexpr std::size_t page_width = 80;  // characters
 constexpr std::size_t curve_width = 40;
+constexpr std::size_t seconds_width = 14;
 constexpr std::size_t most_faults = 20;  // of those that are listed one by one
 
 // Characters of a UTF-8 text.
@@ -136,9 +137,9 @@ std::string curve_section(const Report& report, const Phrasing& phrasing) {
 std::string spread_line(const Phrase& name, const Spread& spread, const Phrasing& phrasing) {
     std::string line;
     for (const Fact& fact : spread_facts(spread, phrasing)) {
-        line += (line.empty() ? "" : ", ") + fact.name + " " + fact.value;
+        line += (line.empty() ? "" : ", ") + fact.name + "\u00a0" + fact.value;
     }
-    return line.empty() ? "" : heading(phrasing(name)) + wrapped("  " + line);
+    return line.empty() ? "" : heading(phrasing(name)) + wrapped(line);
 }
 
 std::string in_part(std::size_t shown, std::uint64_t all, const Phrasing& phrasing) {
@@ -146,7 +147,8 @@ std::string in_part(std::size_t shown, std::uint64_t all, const Phrasing& phrasi
 }
 
 std::string moment(const Report& report, std::int64_t time_us, const Phrasing& phrasing) {
-    return right(Phrasing::seconds(time_us), 14) + "  " + phrasing.time_of_day(report.header, time_us, 3);
+    return right(Phrasing::seconds(time_us), seconds_width) + "  " +
+           phrasing.time_of_day(report.header, time_us, 3);
 }
 
 std::string opening_section(const Report& report, const Phrasing& phrasing) {
@@ -161,10 +163,10 @@ std::string opening_section(const Report& report, const Phrasing& phrasing) {
                    (opening.settings.empty() ? "" : ", " + opening.settings) + "\n";
         section += opening.closed_us ? moment(report, *opening.closed_us, phrasing) + "  " +
                                            phrasing({"closed", "suljettu"})
-                                     : std::string(14, ' ') + "  " + phrasing(words::not_closed);
+                                     : std::string(seconds_width, ' ') + "  " + phrasing(words::not_closed);
         section += ", " + phrasing.whole(opening.frames) + phrasing({" frames, ", " viestiä, "}) +
-                   phrasing.whole(opening.replies) +
-                   phrasing({" replies; left the vehicle: ", " vastausta; ajoneuvo jäi: "}) +
+                   phrasing.whole(opening.replies) + phrasing({" replies;\n", " vastausta;\n"}) +
+                   std::string(seconds_width + 2, ' ') + phrasing({"left the vehicle: ", "ajoneuvo jäi: "}) +
                    words_of(opening.rest, opening.throttle, phrasing) + "\n";
     }
     return section;

@@ -135,8 +135,8 @@ Grade grade_of(const Report& report) {
     }
     const bool failed = ending.program.signal || ending.program.status.value_or(0) != 0;
     const bool incomplete = !ending.whole || ending.bytes_not_recorded > 0 || report.unread_lines > 0;
-    if (report.faults.all() > 0 || report.step_losses > 0 || failed || incomplete || report.frames == 0 ||
-        ending.sender == LastSender::recorder) {
+    if (report.faults.all() > 0 || report.frames_out_of_step > 0 || failed || incomplete ||
+        report.frames == 0 || ending.sender == LastSender::recorder) {
         return Grade::look;
     }
     return Grade::good;

@@ -74,7 +74,8 @@ TEST(Phrasing, TellsASmallShareAsSmallAndNotAsNothing) {
 }
 
 TEST(Phrasing, TellsADurationInTheUnitThatSuitsIt) {
-    EXPECT_EQ(readable(english.duration(0)), "0.0 ms");
+    EXPECT_EQ(readable(english.duration(0)), "0.00 ms");
+    EXPECT_EQ(readable(english.duration(45'021)), "45.02 ms");
     EXPECT_EQ(readable(english.duration(210'449)), "210.4 ms");
     EXPECT_EQ(readable(english.duration(1'000'000)), "1.00 s");
     EXPECT_EQ(readable(english.duration(59'999'999)), "59.99 s");

@@ -1,8 +1,8 @@
 /// @file
 /// A value over time, for a curve.
 
-#ifndef RECORDER_SERIES_H
-#define RECORDER_SERIES_H
+#ifndef RECORDER_TIMESERIES_H
+#define RECORDER_TIMESERIES_H
 
 #include <cstddef>
 #include <cstdint>
@@ -38,6 +38,8 @@ struct Extremes {
 class Series {
 public:
     static constexpr std::size_t most_points = 600;  ///< as many as a picture of a page's width can show
+    static constexpr std::int64_t longest_join_us =
+        2'000'000;  ///< values farther apart have a gap between them
 
     /// Adds a value.
     /// @param time_us  microseconds since the start, as a rule not before that of the last value
@@ -63,6 +65,7 @@ private:
     std::optional<Extremes> extremes_;
     double first_ = 0;
     double last_ = 0;
+    std::int64_t last_us_ = 0;
     bool joined_ = false;
 };
 

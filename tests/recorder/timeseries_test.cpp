@@ -1,4 +1,4 @@
-#include "recorder/series.h"
+#include "recorder/timeseries.h"
 
 #include <gtest/gtest.h>
 
@@ -96,6 +96,19 @@ TEST(Series, TellsWhereItWasInterrupted) {
     EXPECT_TRUE(series.stretches()[1].joined);
     EXPECT_FALSE(series.stretches()[9].joined);
     EXPECT_TRUE(series.stretches()[10].joined);
+}
+
+TEST(Series, HasAGapWhereNothingCameForLong) {
+    Series series;
+    series.add(0, 1);
+    series.add(2'000'000, 2);
+    series.add(4'000'001, 3);
+    const auto& stretches = series.stretches();
+    const auto joined_at = [&](std::int64_t time_us) {
+        return stretches[static_cast<std::size_t>(time_us / stretches.width_us())].joined;
+    };
+    EXPECT_TRUE(joined_at(2'000'000));
+    EXPECT_FALSE(joined_at(4'000'001));
 }
 
 TEST(Series, KeepsAnInterruptionThroughADoubling) {

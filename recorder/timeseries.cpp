@@ -1,4 +1,4 @@
-#include "recorder/series.h"
+#include "recorder/timeseries.h"
 
 #include <algorithm>
 
@@ -20,6 +20,7 @@ void Stretch::absorb(const Stretch& later) {
 }
 
 void Series::add(std::int64_t time_us, double value) {
+    joined_ = joined_ && time_us - last_us_ <= longest_join_us;
     stretches_.at(time_us).absorb(
         {.count = 1, .min = value, .max = value, .sum = value, .last = value, .joined = joined_});
     joined_ = true;
@@ -29,6 +30,7 @@ void Series::add(std::int64_t time_us, double value) {
     }
     extremes_ = {std::min(extremes_->min, value), std::max(extremes_->max, value)};
     last_ = value;
+    last_us_ = time_us;
 }
 
 }  // namespace vehicle_recorder
