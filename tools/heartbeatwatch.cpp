@@ -22,12 +22,10 @@ unsigned int longest_silence_ms(std::uint64_t heartbeat_ns) {
 
 }  // namespace
 
-HeartbeatWatch::Observation::Observation(ObservedDriver& driver, FrameObserver& observer)
-    : driver_(&driver), observer_(&observer) {
-    driver_->add_observer(observer);
+HeartbeatWatch::HeartbeatWatch(ObservedDriver& driver) : driver_(&driver), watch_(driver) {
+    driver_->remove_observer(watch_);
+    driver_->add_observer(*this);
 }
-
-HeartbeatWatch::HeartbeatWatch(ObservedDriver& driver) : observation_(driver, *this), watch_(driver) {}
 
 std::optional<std::uint64_t> HeartbeatWatch::heartbeat_ms(unsigned int number) const {
     const Beats& beats = beats_[number];
@@ -39,26 +37,24 @@ std::optional<std::uint64_t> HeartbeatWatch::heartbeat_ms(unsigned int number) c
 
 void HeartbeatWatch::frame_passed(const ObservedFrame& frame) {
     const unsigned int number = frame.identifier & highest_node;
-    if (frame.direction != ObservedFrame::Direction::received || frame.extended || frame.error ||
-        number == 0 || frame.identifier != error_control_id + number) {
+    const bool is_error_control = frame.identifier == error_control_id + number && number != 0;
+    if (is_error_control && frame.direction == ObservedFrame::Direction::received && !frame.extended &&
+        !frame.error) {
+        note(number, frame);
+    }
+    watch_.frame_passed(frame);
+}
+
+/// Something has come on a node's identifier of error control.
+void HeartbeatWatch::note(unsigned int number, const ObservedFrame& frame) {
+    if (!frame.remote && frame.length != 1) {
         return;
     }
-    if (frame.remote) {
+    const unsigned int byte = frame.remote ? 0 : frame.data[0];
+    const bool is_guarding = frame.remote || (byte & toggle_bit) != 0;
+    if (is_guarding || byte == 0) {  // what was before a boot-up tells nothing of what comes now
         beats_[number] = Beats();
-        beats_[number].is_guarded = true;
-        watch_.ignore(number);
-        return;
-    }
-    if (frame.length != 1) {
-        return;
-    }
-    const unsigned int byte = frame.data[0];
-    if (byte == 0) {  // what it has sent before its start tells nothing of what it will send now
-        beats_[number] = Beats();
-        watch_.ignore(number);
-    } else if ((byte & toggle_bit) != 0) {
-        beats_[number] = Beats();
-        beats_[number].is_guarded = true;
+        beats_[number].is_guarded = is_guarding;
         watch_.ignore(number);
     } else if (!beats_[number].is_guarded) {
         measure(number, frame.time_ns());

@@ -31,6 +31,9 @@ public:
     /// @param driver  outlives the watch
     explicit HeartbeatWatch(ObservedDriver& driver);
 
+    /// Ceases to observe.
+    ~HeartbeatWatch() { driver_->remove_observer(*this); }
+
     HeartbeatWatch(const HeartbeatWatch&) = delete;
     HeartbeatWatch& operator=(const HeartbeatWatch&) = delete;
 
@@ -61,19 +64,6 @@ private:
     static constexpr std::size_t nodes = 128;
     static constexpr std::size_t kept_times = 5;
 
-    // Has the driver show frames as long as it lives.
-    class Observation {
-    public:
-        Observation(ObservedDriver& driver, FrameObserver& observer);
-        ~Observation() { driver_->remove_observer(*observer_); }
-        Observation(const Observation&) = delete;
-        Observation& operator=(const Observation&) = delete;
-
-    private:
-        ObservedDriver* driver_;
-        FrameObserver* observer_;
-    };
-
     // The heartbeats of a node.
     struct Beats {
         std::uint64_t last_ns = 0;                      // when the last one came; 0 none yet
@@ -82,12 +72,13 @@ private:
         bool is_guarded = false;
     };
 
+    void note(unsigned int number, const ObservedFrame& frame);
     void measure(unsigned int number, std::uint64_t time_ns);
     static std::uint64_t middle(const Beats& beats);
 
+    ObservedDriver* driver_;
     std::array<Beats, nodes> beats_{};  // by node number
-    Observation observation_;  // ahead of the watch, which is told what to expect before it sees the frame
-    NodeWatch watch_;
+    NodeWatch watch_;                   // is shown each frame by this class, which first says what to expect
 };
 
 }  // namespace nodevik_tool

@@ -6,17 +6,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
-#include <sstream>
-#include <thread>
+#include <memory>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
-#include "tests/support/nodeprocess.h"
 #include "tests/support/pseudoterminal.h"
 #include "tests/support/temporaryfile.h"
+#include "tests/tools/simulatedbus.h"
 
 namespace {
 
@@ -36,69 +34,26 @@ const char* const description_text =
 const std::string all_commands =
     "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds, configure, pdo";
 
-constexpr const char* marker = "7f0";  // a frame of the test's own
-
 // A simulator with nodes 5 and 6, and what it has heard.
 class Command : public testing::Test {
 protected:
     Command() {
         description_.write(description_text);
-        node_ = std::make_unique<NodeProcess>(
-            NODE_SIMULATOR, std::vector<std::string>{"--nodes", "5,6", "--log", log_.path(), "--eds",
-                                                     "6=" + description_.path()});
+        bus_ = std::make_unique<SimulatedBus>(
+            NODEVIK, NODE_SIMULATOR,
+            std::vector<std::string>{"--nodes", "5,6", "--eds", "6=" + description_.path()});
     }
 
-    std::string bus() const { return "127.0.0.1:" + std::to_string(node_->port()); }
-
-    std::vector<std::string> words(const std::vector<std::string>& more) const {
-        std::vector<std::string> result{NODEVIK, "--udp", bus()};
-        result.insert(result.end(), more.begin(), more.end());
-        return result;
-    }
-
-    ChildResult run(const std::vector<std::string>& more) const { return run_program(words(more)); }
-
-    // Every frame that the simulator has received up to now: identifier, length, data.
-    std::vector<std::string> heard() {
-        const LoopbackSocket own;
-        own.send(node_->port(), can_datagram(0x7F0, ""));
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (std::chrono::steady_clock::now() < limit) {
-            std::vector<std::string> frames;
-            std::istringstream lines(log_.content());
-            for (std::string line; std::getline(lines, line);) {
-                if (const std::size_t at = line.find(" in  "); at != std::string::npos) {
-                    const std::string frame = line.substr(at + 5);
-                    if (frame.rfind(marker, 0) == 0) {
-                        return frames;
-                    }
-                    frames.push_back(frame);
-                }
-            }
-            std::this_thread::yield();
-        }
-        return {"the simulator is silent"};
-    }
-
+    std::string bus() const { return bus_->address(); }
+    std::vector<std::string> words(const std::vector<std::string>& more) const { return bus_->words(more); }
+    ChildResult run(const std::vector<std::string>& more) const { return bus_->run(more); }
+    Frames heard() const { return bus_->heard(); }
     const std::string& description() const { return description_.path(); }
 
 private:
-    TemporaryFile log_;
     TemporaryFile description_;
-    std::unique_ptr<NodeProcess> node_;
+    std::unique_ptr<SimulatedBus> bus_;
 };
-
-void expect_done(const ChildResult& result, const std::string& out) {
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, out);
-    EXPECT_EQ(result.err, "");
-}
-
-void expect_failure(const ChildResult& result, int status, const std::string& err) {
-    EXPECT_EQ(result.status, status);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "nodevik: " + err + "\n");
-}
 
 // Turns the process into a program.
 [[noreturn]] void become(std::vector<std::string> words) {
@@ -110,8 +65,6 @@ void expect_failure(const ChildResult& result, int status, const std::string& er
     execv(arguments[0], arguments.data());
     _exit(99);
 }
-
-using Frames = std::vector<std::string>;
 
 }  // namespace
 
