@@ -299,19 +299,21 @@ Answer objects_for(const Choice& choice, const std::string& typed) {
     return answer;
 }
 
-// Words in small letters that the name of a type lists, such as "all" in "1...127|all".
-std::vector<std::string> words_in(const std::string& name) {
+// The words that the name of a type lists: "all" in "1...127|all", "tpdo" and "rpdo" in "TEXT:{tpdo,rpdo}".
+std::vector<std::string> words_in(const std::string& type) {
     std::vector<std::string> words;
-    std::size_t begin = 0;
-    while (name.find('|') != std::string::npos && begin <= name.size()) {
-        const std::size_t end = std::min(name.find('|', begin), name.size());
-        const std::string word = name.substr(begin, end - begin);
-        if (!word.empty() && std::all_of(word.begin(), word.end(), [](unsigned char letter) {
-                return std::islower(letter) || letter == '-';
-            })) {
+    if (type.find_first_of("|{") == std::string::npos) {
+        return words;
+    }
+    constexpr const char* separators = "|{,}:";
+    for (std::size_t begin = type.find_first_not_of(separators); begin != std::string::npos;) {
+        const std::size_t end = std::min(type.find_first_of(separators, begin), type.size());
+        const std::string word = type.substr(begin, end - begin);
+        if (std::all_of(word.begin(), word.end(),
+                        [](unsigned char letter) { return std::islower(letter) || letter == '-'; })) {
             words.push_back(word);
         }
-        begin = end + 1;
+        begin = type.find_first_not_of(separators, end);
     }
     return words;
 }

@@ -217,6 +217,14 @@ TEST(Completion, KnowsTheArgumentsThatAreFiles) {
     EXPECT_EQ(told("nodevik --eds=pump"), (Words{"files", "pump"}));
 }
 
+TEST(Completion, KnowsTheWordsOfAnArgument) {
+    EXPECT_EQ(told("nodevik nmt reset-comm a"), (Words{"words", "all"}));
+    EXPECT_EQ(told("nodevik pdo set 5 "), (Words{"words", "tpdo", "rpdo"}));
+    EXPECT_EQ(told("nodevik pdo set 5 tpdo 1 "), Words{"words"});
+    EXPECT_TRUE(
+        has(told("nodevik --eds " EDS " pdo set 5 tpdo 1 0x185 255 0x6000:1 Read\\ in"), "Read input 8-bit"));
+}
+
 TEST(Completion, LeavesOutWhatMayNotBeGivenAnyMore) {
     const Words after_can = told("nodevik --can can0 --json --eds pump.eds --");
     for (const char* option : {"--can", "--udp", "--kvaser", "--json"}) {
