@@ -31,8 +31,9 @@ CLI::App& add_command(CLI::App& app, const std::string& name, const std::string&
 /// A command that adds itself: @p action is set when it is chosen.
 using AddCommand = void(CLI::App& app, Action& action);
 
-/// The page that a person reads first.
-AddCommand add_report_command;
+AddCommand add_report_command;  ///< the page that a person reads first
+AddCommand add_show_command;    ///< each frame and reply in words
+AddCommand add_export_command;  ///< a row for each cycle
 
 }  // namespace vehicle_recorder
 
