@@ -104,7 +104,7 @@ class Pictures:
 
     def plot(self):
         """The window of nodevik-plot when a feed has come to its end."""
-        view = process.start([self._options.plot_view, "--picture", self.path("plot_view.png"), "0"], text=True,
+        view = process.start([self._options.plot_view, "--picture", self.path("plot_view.png"), "--port", "0"], text=True,
                              env=dict(os.environ, QT_QPA_PLATFORM="offscreen", LC_ALL="C.UTF-8"),
                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         try:

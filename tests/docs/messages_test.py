@@ -12,7 +12,7 @@ DOTS = "…"
 
 # Where messages come from. Left out are the texts of decoded frames and of the terminal sequences.
 SOURCES = ("*.cpp", "nodevik/*.cpp", "nodevik/*.h", "nodevik/util/*.cpp", "widgets/*.cpp", "simulator/*/*.cpp",
-           "tools/*.cpp")
+           "tools/*.cpp", "tools/plot_view/*.cpp")
 NO_MESSAGES = ("nodevik/canopendecode.cpp", "nodevik/codetexts.cpp", "nodevik/util/vt100.cpp", "nodevik/util/vt100.h")
 # The simulators' and the command's help texts, logs, and what the nodes contain, stand beside their messages.
 # The panel's own texts are names of its gauges for assistive technology, which the operator's guide has.

@@ -345,7 +345,7 @@ TEST(PlotFeed, SendsTwoCurvesThatAClientUnderstands) {
     LoopbackSocket client;
     const ChildResult result = run_program({PLOT_FEED, std::to_string(client.port()), "50", "2000"});
     EXPECT_EQ(result.status, 0) << result.err;
-    CurveModel model;
+    plot::CurveModel model;
     std::vector<std::size_t> sizes;
     while (!model.stopped()) {
         const auto datagram = client.receive();
@@ -360,16 +360,16 @@ TEST(PlotFeed, SendsTwoCurvesThatAClientUnderstands) {
     EXPECT_FALSE(model.drawing_stopped());
 
     ASSERT_EQ(model.curves().size(), 2U);
-    const Curve& sine = model.curves().at(0);
-    const Curve& triangle = model.curves().at(1);
+    const plot::Curve& sine = model.curves().at(0);
+    const plot::Curve& triangle = model.curves().at(1);
     EXPECT_EQ(sine.name, "speed");
     EXPECT_EQ(sine.color, 0x00FF00U);
     EXPECT_EQ(sine.width, 2);
     EXPECT_EQ(triangle.name, "bucket cylinder pressure");
     EXPECT_EQ(triangle.color, 0xFFFF00U);
     EXPECT_EQ(triangle.width, 1);
-    const std::vector<CurvePoint> waves = sine.points(0, 1000);
-    const std::vector<CurvePoint> slopes = triangle.points(0, 1000);
+    const std::vector<plot::CurvePoint> waves = sine.points(0, 1000);
+    const std::vector<plot::CurvePoint> slopes = triangle.points(0, 1000);
     ASSERT_EQ(waves.size(), 50U);
     ASSERT_EQ(slopes.size(), 50U);
     for (unsigned i = 0; i < 50; ++i) {
@@ -381,7 +381,7 @@ TEST(PlotFeed, SendsTwoCurvesThatAClientUnderstands) {
 TEST(PlotFeed, ClearsAClientThatWasStoppedBefore) {
     LoopbackSocket client;
     run_program({PLOT_FEED, std::to_string(client.port()), "20", "100000"});
-    CurveModel model;
+    plot::CurveModel model;
     const auto deliver = [&] {
         const auto datagram = client.receive();
         const std::vector<std::uint8_t> bytes(datagram->begin(), datagram->end());

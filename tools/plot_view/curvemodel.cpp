@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+namespace plot {
+
 namespace {
 
 constexpr std::uint32_t color_bits = 0xFFFFFF;
@@ -18,23 +20,43 @@ std::size_t parts_of(std::size_t length) {
     return (length + PlotNamePart::size - 1) / PlotNamePart::size;
 }
 
+// The first sample that is not before a position; mostly the one behind the last.
+template <typename Samples>
+auto from(Samples& samples, std::uint32_t position) {
+    if (samples.empty() || samples.back().position < position) {
+        return samples.end();
+    }
+    return std::lower_bound(
+        samples.begin(), samples.end(), position,
+        [](const CurvePoint& sample, std::uint32_t wanted) { return sample.position < wanted; });
+}
+
 }  // namespace
 
 void Curve::set_sample(std::uint32_t position, double sample) {
-    samples_[position] = sample;
+    const auto at = from(samples_, position);
+    if (at != samples_.end() && at->position == position) {
+        at->value = sample;
+        return;
+    }
+    const bool newest_is_last = at == samples_.end();
+    samples_.insert(at, {position, sample});
     if (samples_.size() > CurveModel::longest_range) {
         // The one that is furthest away in time: after a jump back to low positions that is a high one.
-        const bool newest_is_last = samples_.rbegin()->first == position;
-        samples_.erase(newest_is_last ? samples_.begin() : std::prev(samples_.end()));
+        if (newest_is_last) {
+            samples_.pop_front();
+        } else {
+            samples_.pop_back();
+        }
     }
 }
 
 std::vector<CurvePoint> Curve::points(std::uint32_t first, std::uint32_t last) const {
     std::vector<CurvePoint> result;
-    for (auto entry = samples_.lower_bound(first); entry != samples_.end() && entry->first <= last; ++entry) {
-        const double value = entry->second * scale + level;
+    for (auto entry = from(samples_, first); entry != samples_.end() && entry->position <= last; ++entry) {
+        const double value = entry->value * scale + level;
         if (std::isfinite(value)) {
-            result.push_back({entry->first, value});
+            result.push_back({entry->position, value});
         }
     }
     return result;
@@ -129,3 +151,5 @@ void CurveModel::apply(const PlotScale& record) {
 void CurveModel::apply(const PlotNamePart& record) {
     curves_[record.table].add_name_part(record);
 }
+
+}  // namespace plot

@@ -6,12 +6,15 @@
 
 #include <bitset>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "tools/plot_view/plotrecord.h"
+
+namespace plot {
 
 /// A sample at its position.
 struct CurvePoint {
@@ -48,8 +51,8 @@ public:
     void add_name_part(const PlotNamePart& part);
 
 private:
-    std::map<std::uint32_t, double> samples_;
-    std::string partial_name_;  // as long as the whole name will be
+    std::deque<CurvePoint> samples_;  // in the order of their positions, values as they came
+    std::string partial_name_;        // as long as the whole name will be
     std::bitset<256> parts_received_;
 };
 
@@ -110,5 +113,7 @@ private:
     bool stopped_ = false;
     bool drawing_stopped_ = false;
 };
+
+}  // namespace plot
 
 #endif

@@ -1,116 +1,157 @@
-// Shows the curves of a plotting feed, such as plot_feed's, in a window.
-//
-//     nodevik-plot [--picture FILE] PORT
-//     nodevik-plot --version
-//
-// Receives batches of plotting messages by UDP on PORT (0: a free one, which it prints). With --picture it
-// saves the window's picture to FILE when the feed stops the client, and ends.
+// Shows curves over time in a window: of a plotting feed, of a table, or of a recording of frames.
 
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <QApplication>
-#include <QCommandLineParser>
-#include <QSocketNotifier>
-#include <array>
+#include <QTimer>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <optional>
-#include <span>
 #include <string>
 
-#include "nodevik/util/udpserver.h"
+#include "program/exitstatus.h"
 #include "program/numbers.h"
 #include "program/standardoptions.h"
-#include "tools/plot_view/curveview.h"
+#include "tools/plot_view/plotwindow.h"
 
 namespace {
 
-constexpr const char* version_option = "--version";
-constexpr int longest_datagram = 65535;
+using program::ExitStatus;
 
-unsigned local_port(const udpserver& endpoint) {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    getsockname(endpoint.server_socket(), reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
+constexpr double shortest_step = 1e-9;
+constexpr double longest_step = 1e6;
+
+struct Options {
+    std::string file;
+    std::optional<unsigned> port;
+    double step_s = 0;
+    std::string picture;
+};
+
+ExitStatus tell(ExitStatus status, const std::string& what) {
+    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, what.c_str());
+    return status;
 }
 
-// Hands every waiting datagram to the view.
-void receive(udpserver& endpoint, CurveView& view) {
-    std::array<std::uint8_t, longest_datagram> datagram;
-    auto* const room = reinterpret_cast<char*>(datagram.data());
-    int size = 0;
-    while ((size = endpoint.server_receive(longest_datagram, room)) > 0) {
-        view.take(std::span(datagram).first(static_cast<std::size_t>(size)));
+// Reads the command line; a status if the program ends with it.
+std::optional<ExitStatus> read_command_line(int argc, char** argv, Options& options) {
+    CLI::App app("Shows curves over time: of a plotting feed, of a table (CSV), or of a recording of frames.",
+                 "nodevik-plot");
+    app.set_version_flag("--version", std::string(), "Print the version and end");
+    CLI::Option* const file =
+        app.add_option("FILE", options.file, "A table, or what 'nodevik --json monitor' has written");
+    CLI::Option* const port =
+        app.add_option_function<std::string>(
+               "--port",
+               [&](const std::string& text) {
+                   const auto number = program::whole_number(text, 0, program::highest_port);
+                   if (!number) {
+                       throw CLI::ValidationError("--port",
+                                                  "takes a whole number from 0 to 65535, not '" + text + "'");
+                   }
+                   options.port = static_cast<unsigned>(*number);
+               },
+               "Receive a plotting feed on this UDP port, 0: any that is free")
+            ->type_name("PORT")
+            ->excludes(file);
+    app.add_option("--step", options.step_s, "Seconds from one sample of the feed to the next: shows times")
+        ->type_name("SECONDS")
+        ->check([&](const std::string& text) {
+            double step = 0;
+            const bool is_number = CLI::detail::lexical_cast(text, step);
+            const bool is_right = is_number && step >= shortest_step && step <= longest_step;
+            return is_right ? std::string() : "takes seconds from 1e-9 to 1e6, not '" + text + "'";
+        })
+        ->needs(port);
+    app.add_option("--picture", options.picture,
+                   "Save a picture of the file, or of the feed when it stops, and end")
+        ->type_name("PNG");
+    app.footer(
+        "Exit status: 0 done, 2 wrong usage, 4 the port cannot be used, 5 a file is bad or cannot be "
+        "written.\n"
+        "Example:\n  nodevik-plot drive.csv");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        std::fputs(app.help().c_str(), stdout);
+        return ExitStatus::done;
+    } catch (const CLI::CallForVersion&) {
+        program::print_version();
+        return ExitStatus::done;
+    } catch (const CLI::ParseError& error) {
+        return tell(ExitStatus::usage, std::string(error.what()) + "; see --help");
     }
+    if (!options.picture.empty() && options.file.empty() && !options.port) {
+        return tell(ExitStatus::usage, "--picture needs a file or a port; see --help");
+    }
+    return std::nullopt;
 }
 
-void describe(QCommandLineParser& parser, const QList<QCommandLineOption>& options) {
-    parser.setApplicationDescription(QStringLiteral("Draws the curves of a plotting feed."));
-    parser.addHelpOption();
-    parser.addOptions(options);
-    parser.addPositionalArgument(QStringLiteral("port"), QStringLiteral("UDP port to receive on, 0: any"));
+// Whether a text is a number, as the port was given in earlier versions.
+bool is_port(const std::string& text) {
+    return program::whole_number(text, 0, program::highest_port).has_value();
 }
 
-// Shows the window until it is closed, or until the feed stops when a picture is wanted.
-int draw(udpserver& endpoint, const std::optional<QString>& picture) {
-    CurveView view;
-    view.resize(view.sizeHint());
-    view.setWindowTitle(QStringLiteral("nodevik-plot"));
-    view.show();
-    QSocketNotifier notifier(endpoint.server_socket(), QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, &view, [&] {
-        receive(endpoint, view);
-        if (picture && view.model().stopped()) {
-            const bool saved = view.grab().save(*picture);
-            if (!saved) {
-                std::fprintf(stderr, "%s: cannot save the picture\n", program_invocation_short_name);
-            }
-            QApplication::exit(saved ? 0 : 1);
+// Reads the file that is to be shown; a status if it cannot be.
+std::optional<ExitStatus> read_file(const std::string& path, plot::Recording& recording) {
+    try {
+        recording = plot::read_recording(path);
+    } catch (const plot::BadFile& failure) {
+        const bool is_hinted = is_port(path) && access(path.c_str(), F_OK) != 0;
+        return tell(ExitStatus::bad_file,
+                    path + ": " + failure.what() + (is_hinted ? "; a port is given as --port " + path : ""));
+    }
+    for (const std::string& note : recording.notes) {
+        tell(ExitStatus::done, path + ": " + note);
+    }
+    return std::nullopt;
+}
+
+void save_and_end(plot::PlotWindow& window, const std::string& path) {
+    const QString reason = window.save_picture(QString::fromStdString(path));
+    const ExitStatus status =
+        reason.isEmpty() ? ExitStatus::done : tell(ExitStatus::bad_file, path + ": " + reason.toStdString());
+    QApplication::exit(static_cast<int>(status));
+}
+
+// Shows the window until it is closed, or until its picture is saved.
+int show(char** argv, const Options& options, plot::Recording recording) {
+    int argc = 1;  // what the toolkit takes from a command line it also takes from the environment
+    const QApplication application(argc, argv);
+    plot::PlotWindow window;
+    if (options.port) {
+        const QString reason = window.listen(static_cast<quint16>(*options.port), options.step_s);
+        if (!reason.isEmpty()) {
+            return static_cast<int>(tell(ExitStatus::no_bus, reason.toStdString()));
         }
-    });
+        std::printf("port %u\n", static_cast<unsigned>(window.port()));
+        std::fflush(stdout);
+    } else if (!options.file.empty()) {
+        window.show_recording(std::move(recording), QString::fromStdString(options.file));
+    }
+    window.show();
+    if (!options.picture.empty() && options.port) {
+        QObject::connect(&window, &plot::PlotWindow::feedStopped, &window,
+                         [&] { save_and_end(window, options.picture); });
+    } else if (!options.picture.empty()) {
+        QTimer::singleShot(0, &window, [&] { save_and_end(window, options.picture); });
+    }
     return QApplication::exec();
-}
-
-int refuse(const char* reason) {
-    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, reason);
-    return program::usage_status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], version_option) == 0) {  // answered without a display too
-        program::print_version();
-        return 0;
+    Options options;
+    if (const auto status = read_command_line(argc, argv, options)) {
+        return static_cast<int>(*status);
     }
-    const QApplication application(argc, argv);
-    QCommandLineParser parser;
-    const QCommandLineOption picture(QStringLiteral("picture"),
-                                     QStringLiteral("Save a picture to <file> when the feed stops, and end."),
-                                     QStringLiteral("file"));
-    const QCommandLineOption version(QLatin1String(version_option).mid(2),
-                                     QStringLiteral("Displays the version."));
-    describe(parser, {picture, version});
-    if (!parser.parse(QApplication::arguments())) {
-        return refuse(qPrintable(parser.errorText()));
+    plot::Recording recording;
+    if (!options.file.empty()) {
+        if (const auto status = read_file(options.file, recording)) {
+            return static_cast<int>(*status);
+        }
     }
-    if (parser.isSet(version)) {
-        program::print_version();
-        return 0;
-    }
-    parser.process(application);  // answers the questions for help
-    const std::string text = parser.positionalArguments().value(0).toStdString();
-    const auto port = program::whole_number(text, 0, program::highest_port);
-    if (!port || parser.positionalArguments().size() != 1) {
-        return refuse("give one UDP port, 0 to 65535");
-    }
-
-    udpserver endpoint;
-    if (endpoint.start_server(static_cast<unsigned>(*port), nullptr) != 0) {
-        return 1;
-    }
-    std::printf("port %u\n", local_port(endpoint));
-    std::fflush(stdout);
-    return draw(endpoint, parser.isSet(picture) ? std::optional(parser.value(picture)) : std::nullopt);
+    return show(argv, options, std::move(recording));
 }

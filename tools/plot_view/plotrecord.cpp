@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+namespace plot {
+
 namespace {
 
 using Bytes = std::span<const std::uint8_t, plot_record_size>;
@@ -78,3 +80,5 @@ std::optional<PlotRecord> decode_plot_record(Bytes bytes) {
     }
     return found->decode(bytes);
 }
+
+}  // namespace plot

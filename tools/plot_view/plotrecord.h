@@ -16,6 +16,8 @@
 #include <string>
 #include <variant>
 
+namespace plot {
+
 /// Length of a record in bytes.
 constexpr std::size_t plot_record_size = 20;
 
@@ -96,5 +98,7 @@ using PlotRecord =
 /// @param bytes  the record
 /// @return the record, or none for a command number that has no layout (0, 10, 11, 13 and from 15 on)
 std::optional<PlotRecord> decode_plot_record(std::span<const std::uint8_t, plot_record_size> bytes);
+
+}  // namespace plot
 
 #endif

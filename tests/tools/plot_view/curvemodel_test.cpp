@@ -11,6 +11,8 @@
 
 #include "nodevik/util/clientfunctions.h"
 
+using namespace plot;
+
 namespace {
 
 using Record = std::array<std::uint8_t, plot_record_size>;
