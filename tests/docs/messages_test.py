@@ -12,11 +12,12 @@ DOTS = "…"
 
 # Where messages come from. Left out are the texts of decoded frames and of the terminal sequences.
 SOURCES = ("*.cpp", "nodevik/*.cpp", "nodevik/*.h", "nodevik/util/*.cpp", "widgets/*.cpp", "simulator/*/*.cpp",
-           "tools/*.cpp", "tools/plot_view/*.cpp")
+           "tools/*.cpp", "tools/plot_view/*.cpp", "recorder/*.cpp")
 NO_MESSAGES = ("nodevik/canopendecode.cpp", "nodevik/codetexts.cpp", "nodevik/util/vt100.cpp", "nodevik/util/vt100.h")
-# The simulators' and the command's help texts, logs, and what the nodes contain, stand beside their messages.
+# The simulators', the command's and the recorder's help texts, logs, and what the nodes contain, stand beside their
+# messages.
 # The panel's own texts are names of its gauges for assistive technology, which the operator's guide has.
-ONLY_ONE_WAY = ("simulator/", "tools/", "dialog.cpp")
+ONLY_ONE_WAY = ("simulator/", "tools/", "recorder/", "dialog.cpp")
 # What a test in a system of its own finds wrong stands in that test.
 VERDICTS = ("script/test-package", "script/lib/clean-root", "script/lib/fresh-root", "script/lib/minimal-root.sh")
 SCRIPTS = tuple(sorted(os.path.relpath(path, markdown.ROOT)
