@@ -89,18 +89,6 @@ bool has_settled(ssize_t written) {
     return written == static_cast<ssize_t>(neutral_frame.size()) || (written < 0 && !takes_nothing_now);
 }
 
-void bring_to_rest(int line) {
-    fcntl(line, F_SETFL, fcntl(line, F_GETFL) | O_NONBLOCK);
-    const auto end = std::chrono::steady_clock::now() + longest_try;
-    while (!has_settled(::write(line, neutral_frame.data(), neutral_frame.size()))) {
-        tcflush(line, TCOFLUSH);
-        if (std::chrono::steady_clock::now() >= end) {
-            return;
-        }
-        std::this_thread::sleep_for(pause_between_tries);
-    }
-}
-
 // Overwrites the arguments, which lie one behind the other, with the process's name.
 void name_process(char** arguments) {
     prctl(PR_SET_NAME, process_name.data());
@@ -179,6 +167,22 @@ pid_t fork_undisturbed() {
 
 }  // namespace
 
+bool bring_to_rest(int line) {
+    fcntl(line, F_SETFL, fcntl(line, F_GETFL) | O_NONBLOCK);
+    const auto end = std::chrono::steady_clock::now() + longest_try;
+    for (;;) {
+        const ssize_t written = ::write(line, neutral_frame.data(), neutral_frame.size());
+        if (has_settled(written)) {
+            return written > 0;
+        }
+        tcflush(line, TCOFLUSH);
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(pause_between_tries);
+    }
+}
+
 void guard_line(int socket) {
     int line = -1;
     for (Message message = receive(socket); !message.is_end; message = receive(socket)) {
@@ -194,13 +198,13 @@ void guard_line(int socket) {
     close_line(line);
 }
 
-LineGuard::LineGuard(char** arguments) {
+LineGuard::LineGuard(char** arguments, const char* owner) : owner_(owner != nullptr ? owner : "the panel") {
     std::array<int, 2> ends = {-1, -1};
     if (make_socket_pair(ends)) {
         process_ = fork_undisturbed();
     }
     if (process_ == -1) {
-        std::fprintf(stderr, "lineguard: cannot be started, the panel goes on without it: %s\n",
+        std::fprintf(stderr, "lineguard: cannot be started, %s goes on without it: %s\n", owner_,
                      std::strerror(errno));
         close_both(ends);
         return;
@@ -280,7 +284,7 @@ bool LineGuard::tell(char message, int line) {
 void LineGuard::lose() {
     lost_ = true;
     holds_ = false;
-    std::fprintf(stderr, "lineguard: does not answer any more, the panel goes on without it\n");
+    std::fprintf(stderr, "lineguard: does not answer any more, %s goes on without it\n", owner_);
     reap();
 }
 

@@ -27,7 +27,8 @@
 
 #include <sys/types.h>
 
-/// The application's end of its guard. One thread at a time uses it.
+/// The application's end of its guard. One thread at a time uses it. "The application" is the panel, or the recorder's
+/// process that carries the line.
 class LineGuard {
 public:
     /// Starts the guard's process. The calling process must have one thread only.
@@ -37,7 +38,8 @@ public:
     ///
     /// @param arguments  the second argument of `main`: the guard puts its own name, "lineguard", there for
     ///                   ps(1); nullptr leaves them alone
-    explicit LineGuard(char** arguments = nullptr);
+    /// @param owner      who goes on without it, for what is reported; outlives this object. nullptr is the panel
+    explicit LineGuard(char** arguments = nullptr, const char* owner = nullptr);
 
     /// Lets the guard go, and waits for its end for at most 100 ms. A guard that still holds a line sends the
     /// neutral frame.
@@ -70,6 +72,7 @@ private:
     void lose();
     void reap();
 
+    const char* owner_;
     int socket_ = -1;
     pid_t process_ = -1;  // -1: there is none, or its end has been taken
     bool lost_ = true;    // nothing more is said to the guard
@@ -79,11 +82,18 @@ private:
 /// What the guard's process does: follows what it is told on a socket until the other end is gone, and then
 /// brings the vehicle to rest if it holds a line.
 ///
-/// The neutral frame is 0, 103, 110, 'P'. A line that does not take all of it at once, since its queue is
-/// full or its flow stopped, loses what is queued and unsent (tcflush(3)), and the whole frame is tried again
-/// for at most 2 s. A line that is hung up gets nothing. The copy of the line is closed in the end.
+/// It sends the neutral frame as bring_to_rest() does. The copy of the line is closed in the end.
 ///
 /// @param socket  its end of the socket pair; stays the caller's
 void guard_line(int socket);
+
+/// Sends the neutral frame: 0, 103, 110, 'P'.
+///
+/// A line that does not take all of it at once, since its queue is full or its flow stopped, loses what is queued and
+/// unsent (tcflush(3)), and the whole frame is tried again for at most 2 s. A line that is hung up gets nothing.
+///
+/// @param line  descriptor of the line; does not wait from now on (O_NONBLOCK)
+/// @return whether the line has taken it
+bool bring_to_rest(int line);
 
 #endif

@@ -31,6 +31,7 @@ CLI::App& add_command(CLI::App& app, const std::string& name, const std::string&
 /// A command that adds itself: @p action is set when it is chosen.
 using AddCommand = void(CLI::App& app, Action& action);
 
+AddCommand add_run_command;     ///< a program on the line, which is recorded
 AddCommand add_report_command;  ///< the page that a person reads first
 AddCommand add_show_command;    ///< each frame and reply in words
 AddCommand add_export_command;  ///< a row for each cycle

@@ -61,6 +61,9 @@ public:
     /// @return whether the disk has all
     bool flush(std::uint64_t now_us);
 
+    /// Descriptor of the file, for a process that closes all others.
+    int descriptor() const { return descriptor_; }
+
     /// Adds that @p count bytes of the line were lost before they came here: the note tells of them, too.
     void lose(std::uint64_t count) { lost_ += count; }
 

@@ -1,0 +1,486 @@
+// The command `run` as a whole: its processes, what it passes on and what it leaves behind.
+
+#include "recorder/session.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/recorder/carriedline.h"
+#include "tests/support/childprocess.h"
+#include "tests/support/pseudoterminal.h"
+#include "tests/support/temporaryfile.h"
+
+using namespace vehicle_recorder;
+
+namespace {
+
+namespace files = std::filesystem;
+
+const std::string neutral_frame("\0gnP", 4);
+
+std::string content(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The lines of a recording behind its header, without their times.
+std::vector<std::string> recorded(const std::string& path) {
+    std::vector<std::string> lines;
+    std::istringstream text(content(path));
+    for (std::string line; std::getline(text, line);) {
+        if (line[0] != '#') {
+            lines.push_back(line.substr(line.find(' ') + 1));
+        }
+    }
+    return lines;
+}
+
+bool ends_with(const std::vector<std::string>& lines, const std::vector<std::string>& end) {
+    return lines.size() >= end.size() && std::equal(end.rbegin(), end.rend(), lines.rbegin());
+}
+
+std::vector<pid_t> children_of(pid_t process) {
+    std::istringstream text(
+        content("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) + "/children"));
+    std::vector<pid_t> children;
+    for (pid_t child = 0; text >> child;) {
+        children.push_back(child);
+    }
+    return children;
+}
+
+std::string name_of(pid_t process) {
+    std::string name = content("/proc/" + std::to_string(process) + "/comm");
+    return name.substr(0, name.find('\n'));
+}
+
+// A directory that goes with its owner.
+class Place {
+public:
+    Place() : path_(files::temp_directory_path() / ("recorder-test-" + std::to_string(getpid()))) {
+        files::remove_all(path_);
+        files::create_directories(path_);
+    }
+    ~Place() { files::remove_all(path_); }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    files::path path_;
+};
+
+class Session : public testing::Test {
+protected:
+    ~Session() override {
+        if (session_ > 0) {
+            for (const pid_t child : children_of(session_)) {
+                kill(child, SIGKILL);
+            }
+            kill(session_, SIGKILL);
+            waitpid(session_, nullptr, 0);
+        }
+    }
+
+    std::vector<std::string> command(std::vector<std::string> program,
+                                     std::vector<std::string> options = {}) {
+        std::vector<std::string> all = {VEHICLE_RECORDER, "run", "--device", vehicle.path(), "--out", out};
+        all.insert(all.end(), options.begin(), options.end());
+        all.emplace_back("--");
+        all.insert(all.end(), program.begin(), program.end());
+        return all;
+    }
+
+    // Runs the program on the line to its end.
+    ChildResult run(const std::vector<std::string>& program, const std::vector<std::string>& options = {}) {
+        return run_program(command(program, options));
+    }
+
+    // Runs a shell's script, which goes on beside the test.
+    void start(const std::string& script, const std::vector<std::string>& options = {}) {
+        session_ = fork();
+        if (session_ == 0) {
+            std::vector<std::string> words = command({"sh", "-c", script}, options);
+            std::vector<char*> arguments;
+            for (std::string& word : words) {
+                arguments.push_back(word.data());
+            }
+            arguments.push_back(nullptr);
+            dup2(open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+            execv(arguments[0], arguments.data());
+            _exit(99);
+        }
+    }
+
+    // The exit status of what was started.
+    int wait() {
+        int status = -1;
+        waitpid(session_, &status, 0);
+        session_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    // The process of this name beside the program.
+    pid_t process(const std::string& name) {
+        pid_t found = -1;
+        eventually([&] {
+            for (const pid_t child : children_of(session_)) {
+                found = name_of(child) == name ? child : found;
+            }
+            return found > 0;
+        });
+        return found;
+    }
+
+    std::string told() const { return content(errors); }
+
+    Place place;
+    PseudoTerminal vehicle;
+    std::string out = place / "drive.rec";
+    std::string errors = place / "errors";
+    pid_t session_ = -1;
+};
+
+// A shell's words for a program that drives: opens the line, sets it, sends a frame.
+const std::string drive_off =
+    "exec 3<>/dev/ttyS0; stty -F /dev/ttyS0 38400 raw -echo -hupcl; printf '\\234P/Q' >&3; ";
+const std::string driving_frame("\x9cP/Q", 4);
+// Once it has been told to, by a file.
+std::string until(const std::string& sign) {
+    return "while [ ! -e " + sign + " ]; do sleep 0.01; done; ";
+}
+
+}  // namespace
+
+TEST_F(Session, ProgramFindsTheLineUnderItsNameByEitherWay) {
+    for (const std::string way : {"namespace", "preload"}) {
+        files::remove(out);
+        const ChildResult result =
+            run({"sh", "-c", drive_off + "test -t 3 && test -c /dev/ttyS0 && echo ran"}, {"--way", way});
+        if (way == "namespace" && result.err.find("no mount namespace can be made") != std::string::npos) {
+            EXPECT_EQ(result.status, 4);
+            EXPECT_FALSE(files::exists(out));
+            continue;  // a machine without
+        }
+        EXPECT_EQ(result.out, "ran\n");
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(vehicle.receive(8), driving_frame + neutral_frame);
+        EXPECT_EQ(recorded(out),
+                  (std::vector<std::string>{"open", "line 38400 8N1 none", "> 9c502f51", "close",
+                                            "> 00676e50", "note neutral frame sent by the recorder",
+                                            "note the program ended with status 0", "end"}));
+    }
+}
+
+TEST_F(Session, HeaderTellsDeviceAndProgram) {
+    run({"true"});
+    const std::string text = content(out);
+    EXPECT_EQ(text.find("# vehicle-recorder recording 1\n# program vehicle-recorder " PROJECT_VERSION
+                        "\n# device " +
+                        vehicle.path() + "\n# start "),
+              0U);
+    EXPECT_EQ(recorded(out), (std::vector<std::string>{"note the program ended with status 0", "end"}));
+}
+
+TEST_F(Session, ExitStatusIsTheProgramsAndItsOutputsAreItsOwn) {
+    const ChildResult result = run({"sh", "-c", "echo out; echo err >&2; exit 37"});
+    EXPECT_EQ(result.status, 37);
+    EXPECT_EQ(result.out, "out\n");
+    EXPECT_EQ(result.err, "err\n");
+    EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 37", "end"}));
+}
+
+TEST_F(Session, ProgramThatASignalEndsGivesTheStatusOfAShell) {
+    EXPECT_EQ(run({"sh", "-c", "kill -KILL $$"}).status, 128 + SIGKILL);
+    EXPECT_TRUE(ends_with(recorded(out), {"note the program was ended by signal 9", "end"}));
+}
+
+TEST_F(Session, ProgramGetsItsInputAndTheSignalsAsTheyWere) {
+    const ChildResult result =
+        run_program(command({"sh", "-c", "cat; grep -E 'Sig(Blk|Ign)' /proc/self/status"}), "in\n");
+    const ChildResult plain =
+        run_program({"sh", "-c", "cat; grep -E 'Sig(Blk|Ign)' /proc/self/status"}, "in\n");
+    EXPECT_EQ(result.out, plain.out);
+}
+
+TEST_F(Session, ProgramHasNoDescriptorOfTheRecorders) {
+    const ChildResult result = run({"sh", "-c", "ls /proc/self/fd"});
+    const ChildResult plain = run_program({"sh", "-c", "ls /proc/self/fd"});
+    EXPECT_EQ(result.out, plain.out);
+}
+
+// --- what is refused ---
+
+TEST_F(Session, DeviceThatIsNotThereIsRefused) {
+    const ChildResult result =
+        run_program({VEHICLE_RECORDER, "run", "--device", "/dev/none", "--out", out, "--", "true"});
+    EXPECT_EQ(result.err, "vehicle-recorder: /dev/none cannot be opened: No such file or directory\n");
+    EXPECT_EQ(result.status, 4);
+    EXPECT_FALSE(files::exists(out));
+}
+
+TEST_F(Session, DeviceThatIsNoLineIsRefused) {
+    for (const std::string device : {"/dev/null", "/tmp"}) {
+        const ChildResult result =
+            run_program({VEHICLE_RECORDER, "run", "--device", device, "--out", out, "--", "true"});
+        EXPECT_EQ(result.err, "vehicle-recorder: " + device + " is no serial line\n");
+        EXPECT_EQ(result.status, 4);
+        EXPECT_FALSE(files::exists(out));
+    }
+}
+
+TEST_F(Session, ProgramThatIsNoneLeavesNoRecording) {
+    ChildResult result = run({"/no/such/program"});
+    EXPECT_EQ(result.err, "vehicle-recorder: /no/such/program cannot be run: No such file or directory\n");
+    EXPECT_EQ(result.status, 127);
+    EXPECT_FALSE(files::exists(out));
+    result = run({"/etc/passwd"});
+    EXPECT_EQ(result.err, "vehicle-recorder: /etc/passwd cannot be run: Permission denied\n");
+    EXPECT_EQ(result.status, 126);
+    EXPECT_FALSE(files::exists(out));
+    EXPECT_EQ(vehicle.receive(1, 0), "");
+}
+
+TEST_F(Session, RecordingThatIsThereAlreadyIsNotTouched) {
+    std::ofstream(out) << "earlier";
+    const ChildResult result = run({"sh", "-c", "echo ran"});
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "vehicle-recorder: " + out + " cannot be made for the recording: File exists\n");
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(content(out), "earlier");
+}
+
+// --- where recordings are kept ---
+
+TEST_F(Session, RecordingWithoutANameGoesIntoTheDirectoryAndTheOldestGo) {
+    const std::string directory = place / "kept";
+    files::create_directories(directory);
+    for (const std::string name : {"vehicle-20200101-000000.rec", "vehicle-20210101-000000.rec",
+                                   "vehicle-20220101-000000.rec", "mine.rec", "vehicle-notes.txt"}) {
+        std::ofstream(directory + "/" + name) << "x";
+    }
+    const ChildResult result = run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(),
+                                            "--directory", directory, "--keep", "2", "--", "true"});
+    EXPECT_EQ(result.status, 0);
+    std::vector<std::string> names;
+    for (const auto& entry : files::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(names.size(), 4U);
+    EXPECT_EQ(names[0], "mine.rec");
+    EXPECT_EQ(names[1], "vehicle-20220101-000000.rec");
+    EXPECT_EQ(names[3], "vehicle-notes.txt");
+    EXPECT_EQ(result.err, "vehicle-recorder: recording into " + directory + "/" + names[2] + "\n");
+    EXPECT_TRUE(ends_with(recorded(directory + "/" + names[2]), {"end"}));
+}
+
+TEST_F(Session, RecordingWithoutANameGoesIntoTheUsersDataDirectory) {
+    const ChildResult result = run_program({"env", "XDG_DATA_HOME=" + (place / "data"), VEHICLE_RECORDER,
+                                            "run", "--device", vehicle.path(), "--", "true"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err.find("vehicle-recorder: recording into " +
+                              (place / "data/ohjauspaneeli/recordings/vehicle-")),
+              0U);
+}
+
+// --- signals ---
+
+TEST_F(Session, TerminationSignalsGoToTheProgram) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        const std::string sign = place / ("ready" + std::to_string(number));
+        files::remove(out);
+        start("trap 'exit 40' " + std::to_string(number) + "; touch " + sign +
+              "; while :; do sleep 0.01; done");
+        ASSERT_TRUE(eventually([&] { return files::exists(sign); }));
+        kill(session_, number);
+        EXPECT_EQ(wait(), 40);
+        EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 40", "end"}));
+    }
+}
+
+// The terminal sends its signals to the program itself: one would do, and two are one too many.
+TEST_F(Session, KeyOfTheTerminalReachesTheProgramOnce) {
+    const std::string count = place / "count";
+    const std::string ready = place / "ready";
+    const std::string script =
+        "trap 'echo x >>" + count + "' INT; touch " + ready + "; " + until(place / "go") + "exit 3";
+    const PseudoTerminal terminal;
+    session_ = fork();
+    if (session_ == 0) {
+        setsid();
+        const int end = open(terminal.path().c_str(), O_RDWR);  // becomes the controlling terminal
+        dup2(end, STDIN_FILENO);
+        std::vector<std::string> words = command({"bash", "-c", script});
+        std::vector<char*> arguments;
+        for (std::string& word : words) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        execv(arguments[0], arguments.data());
+        _exit(99);
+    }
+    ASSERT_TRUE(eventually([&] { return files::exists(ready); }));
+    terminal.send("\x03");
+    ASSERT_TRUE(eventually([&] { return !content(count).empty(); }));
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(wait(), 3);
+    EXPECT_EQ(content(count), "x\n");
+}
+
+TEST_F(Session, SignalEndsItWhenOnlySomebodyElseHoldsTheLine) {
+    const std::string sign = place / "held";
+    start("(" + drive_off + "touch " + sign + "; exec sleep 60) & " + until(sign) + "exit 5");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    ASSERT_TRUE(
+        eventually([&] { return told().find("another process holds the line") != std::string::npos; }));
+    kill(session_, SIGTERM);
+    EXPECT_EQ(wait(), 5);
+    EXPECT_EQ(vehicle.receive(4), neutral_frame);
+    EXPECT_TRUE(ends_with(recorded(out), {"note neutral frame sent by the recorder",
+                                          "note the program ended with status 5", "end"}));
+}
+
+// --- what is killed, stopped, full ---
+
+TEST_F(Session, KilledCarrierLeavesTheVehicleAtRestAndTheProgramGoesOn) {
+    start(drive_off + until(place / "go") + "exit 6");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    kill(process("linecarrier"), SIGKILL);
+    EXPECT_EQ(vehicle.receive(4), neutral_frame);
+    ASSERT_TRUE(eventually([&] {
+        return told() ==
+               "vehicle-recorder: the process that carried the line was ended: the program has lost its "
+               "line\n";
+    }));
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(wait(), 6);
+    EXPECT_TRUE(ends_with(recorded(out), {"note the process that carried the line was ended"}));
+}
+
+TEST_F(Session, CarrierAndGuardKilledTogetherLeaveTheVehicleAtRest) {
+    start(drive_off + until(place / "go") + "exit 6");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const pid_t carrier = process("linecarrier");
+    const pid_t guard = child_of(carrier);
+    kill(carrier, SIGSTOP);  // so that it starts no other
+    kill(guard, SIGKILL);
+    kill(carrier, SIGKILL);
+    EXPECT_EQ(vehicle.receive(4), neutral_frame);
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(wait(), 6);
+}
+
+TEST_F(Session, WritingHalfGuardAndCarrierKilledOneAfterTheOtherLeaveTheVehicleAtRest) {
+    start(drive_off + until(place / "go") + "exit 6");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const pid_t carrier = process("linecarrier");
+    kill(process("linewriter"), SIGKILL);
+    const pid_t guard = child_of(carrier);
+    kill(guard, SIGKILL);
+    ASSERT_TRUE(
+        eventually([&] { return told().find("another lineguard has been started") != std::string::npos; }));
+    kill(carrier, SIGKILL);
+    EXPECT_EQ(vehicle.receive(4), neutral_frame);
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(wait(), 6);
+}
+
+TEST_F(Session, KilledSessionLeavesTheLineCarriedToTheProgramsEnd) {
+    start(drive_off + until(place / "go") + "printf '\\000gnP' >&3; printf 'abcd' >&3");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const std::vector<pid_t> children = children_of(session_);
+    kill(session_, SIGKILL);
+    EXPECT_EQ(wait(), -SIGKILL);
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(vehicle.receive(12), neutral_frame + "abcd" + neutral_frame);
+    EXPECT_TRUE(eventually([&] { return ends_with(recorded(out), {"end"}); }));
+    for (const pid_t child : children) {
+        EXPECT_TRUE(eventually([&] {
+            return name_of(child).empty() || content("/proc/" + std::to_string(child) + "/cmdline").empty();
+        }));
+    }
+}
+
+TEST_F(Session, KilledWritingHalfIsToldOnceAndTheLineIsCarriedOn) {
+    start(drive_off + until(place / "go") +
+          "printf abcd >&3; printf efgh >&3; printf '\\000gnP' >&3; exit 7");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    kill(process("linewriter"), SIGKILL);
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(vehicle.receive(12), "abcdefgh" + neutral_frame);
+    EXPECT_EQ(wait(), 7);
+    EXPECT_EQ(
+        told(),
+        "vehicle-recorder: the process that writes the recording is gone: the line is carried on without "
+        "being recorded\n");
+}
+
+TEST_F(Session, StoppedWritingHalfHoldsNothingUpAndWritesAllWhenItGoesOn) {
+    start(drive_off + until(place / "go") + "printf abcd >&3; printf '\\000gnP' >&3; exit 7");
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const pid_t writing_half = process("linewriter");
+    kill(writing_half, SIGSTOP);
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(vehicle.receive(8), "abcd" + neutral_frame);
+    kill(session_, SIGTERM);  // does not wait for it
+    kill(writing_half, SIGCONT);
+    EXPECT_EQ(wait(), 7);
+    EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 7", "end"}));
+}
+
+TEST_F(Session, FullDiskIsToldOnceAndTheLineIsCarriedOn) {
+    start(drive_off + until(place / "go") +
+              "for i in 1 2 3 4 5 6 7 8; do head -c 4000 /dev/zero >&3; sleep 0.2; done; printf '\\000gnP' "
+              ">&3; exit 8",
+          {});
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const rlimit small = {4096, 4096};
+    ASSERT_EQ(prlimit(process("linewriter"), RLIMIT_FSIZE, &small, nullptr), 0);
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(vehicle.receive(32'004), std::string(32'000, '\0') + neutral_frame);
+    EXPECT_EQ(wait(), 8);
+    EXPECT_EQ(told(),
+              "vehicle-recorder: " + out +
+                  " takes nothing more, the line is carried on without being recorded: File too large\n");
+}
+
+// --- odd surroundings ---
+
+TEST_F(Session, StandardDescriptorsMayBeClosed) {
+    const std::string script = "exec 0<&- 1>&- 2>&-; exec '" VEHICLE_RECORDER "' run --device " +
+                               vehicle.path() + " --out " + out + " -- sh -c \"" +
+                               "exec 3<>/dev/ttyS0; printf abcd >&3\"";
+    const ChildResult result = run_program({"sh", "-c", script});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(vehicle.receive(8), "abcd" + neutral_frame);
+}
+
+TEST_F(Session, TwoRecordersOnOneLineAreOneTooMany) {
+    start(drive_off + until(place / "go"));
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const std::string other = place / "other.rec";
+    const ChildResult result = run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(), "--out",
+                                            other, "--", "sh", "-c", "exec 3<>/dev/ttyS0; sleep 0.1"});
+    EXPECT_EQ(result.err,
+              "vehicle-recorder: " + vehicle.path() +
+                  " cannot be opened: Device or resource busy; the program has to close it and open it "
+                  "again\n");
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(wait(), 0);
+}
