@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
         return usage_status;
     }
     if (options.help) {
-        std::fputs(node_simulator::node_help(), stdout);
+        std::fputs(node_simulator::node_help().c_str(), stdout);
         return 0;
     }
     if (options.version) {

@@ -50,12 +50,11 @@ struct ParsedNodeOptions {
     std::string error;  ///< empty when all is well
 };
 
-/// Reads the arguments of the command line, the program's name not included. "--name VALUE" and
-/// "--name=VALUE" are the same; everything after --run is a command.
+/// Reads the arguments of the command line, the program's name not included. Everything after --run is a command.
 ParsedNodeOptions parse_node_options(std::span<const char* const> arguments);
 
 /// The text that --help prints.
-const char* node_help();
+std::string node_help();
 
 }  // namespace node_simulator
 

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
         return usage_status;
     }
     if (options.help) {
-        std::fputs(vehicle_simulator::vehicle_help(), stdout);
+        std::fputs(vehicle_simulator::vehicle_help().c_str(), stdout);
         return 0;
     }
     if (options.version) {

@@ -29,12 +29,11 @@ struct ParsedVehicleOptions {
     std::string error;  ///< empty when all is well
 };
 
-/// Reads the arguments of the command line, the program's name not included. "--name VALUE" and
-/// "--name=VALUE" are the same.
+/// Reads the arguments of the command line, the program's name not included.
 ParsedVehicleOptions parse_vehicle_options(std::span<const char* const> arguments);
 
 /// The text that --help prints.
-const char* vehicle_help();
+std::string vehicle_help();
 
 }  // namespace vehicle_simulator
 

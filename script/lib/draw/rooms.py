@@ -15,6 +15,7 @@ ROOMS = (
     ("program/", "program", "what the programs beside the panel share"),
     ("vehicle/", "vehicle", "what byte is what on the vehicle's line"),
     ("recorder/", "recorder", "the vehicle's black box"),
+    ("simulator/", "simulator", "what the simulators share"),
     ("simulator/vehicle/", "simulator/vehicle", "the vehicle's end of the serial line"),
     ("simulator/node/", "simulator/node", "CANopen nodes behind UDP or on a CAN interface"),
     ("tools/", "tools", "one command for a bus"),
