@@ -15,7 +15,7 @@ namespace nodevik_tool {
 
 namespace {
 
-constexpr std::uint64_t patience_ns = 50'000'000;  // with a reader that does not read
+constexpr std::uint64_t patience_ns = 40'000'000;  // with a reader that does not read
 
 }  // namespace
 

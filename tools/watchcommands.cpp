@@ -23,9 +23,9 @@ namespace {
 
 constexpr double nanoseconds = 1e9;
 constexpr std::uint64_t ns_per_us = 1000;
-constexpr std::uint64_t gather_ns = 5'000'000;     // frames that follow each other are handed out together
-constexpr std::uint64_t patience_ns = 30'000'000;  // with frames that still wait after a signal
-constexpr unsigned int look_around = 1024;         // frames until a signal is looked for
+constexpr std::uint64_t gather_ns = 5'000'000;  // frames that follow each other are handed out together
+constexpr std::uint64_t rest_ns = 40'000'000;   // for frames that still wait after a signal
+constexpr unsigned int look_around = 1024;      // frames until a signal is looked for
 
 // The frames of a bus, one after the other, until a limit, a signal or the end of the bus.
 class Listening {
@@ -84,7 +84,7 @@ public:
     template <typename Take>
     void finish_at_once(const Take& take) {
         stop();
-        const std::uint64_t deadline = monotonic_ns() + patience_ns;
+        const std::uint64_t deadline = monotonic_ns() + rest_ns;
         do {
             while (next_ < frames_.size() && (next_ % look_around != 0 || monotonic_ns() < deadline)) {
                 if (!take(frames_[next_++])) {

@@ -27,7 +27,8 @@ bool run(const std::vector<std::string>& arguments) {
     return result.status == 0;
 }
 
-// Sockets that receive every frame of the interface, in the kernel's list.
+}  // namespace
+
 int count_receivers(const std::string& interface) {
     std::ifstream table("/proc/net/can/rcvlist_all");
     int receivers = 0;
@@ -39,8 +40,6 @@ int count_receivers(const std::string& interface) {
     }
     return receivers;
 }
-
-}  // namespace
 
 bool run_ip(const std::string& arguments) {
     std::vector<std::string> words{"ip"};

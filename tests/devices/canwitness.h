@@ -14,6 +14,9 @@
 /// error.
 bool run_ip(const std::string& arguments);
 
+/// How many sockets receive every frame of an interface.
+int count_receivers(const std::string& interface);
+
 /// A virtual CAN interface that is up; it is removed with its owner.
 class VirtualCan {
 public:

@@ -3,22 +3,20 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <optional>
-#include <thread>
+#include <memory>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/pseudoterminal.h"
+#include "tests/support/runningprogram.h"
 #include "tests/support/temporaryfile.h"
 
 namespace {
@@ -32,19 +30,6 @@ const std::string log_text =
 std::string content_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// Waits until a condition holds; false when it does not for half a minute.
-template <typename Condition>
-bool eventually(const Condition& condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 // A pipe whose reader is the test.
@@ -105,27 +90,8 @@ public:
         words.insert(
             words.begin(),
             {NODEVIK, "--udp", "127.0.0.1:" + std::to_string(peer_.port()) + "," + std::to_string(port_)});
-        child_ = fork();
-        if (child_ == 0) {
-            dup2(out >= 0 ? out : open(out_.path().c_str(), O_WRONLY | O_TRUNC), STDOUT_FILENO);
-            dup2(open(err_.path().c_str(), O_WRONLY | O_TRUNC), STDERR_FILENO);
-            std::vector<char*> arguments;
-            for (std::string& word : words) {
-                arguments.push_back(word.data());
-            }
-            arguments.push_back(nullptr);
-            execv(arguments[0], arguments.data());
-            _exit(99);
-        }
+        program_ = std::make_unique<RunningProgram>(words, out);
     }
-    ~Listening() {
-        if (child_ > 0) {
-            kill(child_, SIGKILL);
-            waitpid(child_, nullptr, 0);
-        }
-    }
-    Listening(const Listening&) = delete;
-    Listening& operator=(const Listening&) = delete;
 
     // Waits until frames are received.
     bool is_ready() const {
@@ -167,29 +133,22 @@ public:
     bool freeze() const {
         signal(SIGSTOP);
         return eventually([this] {
-            const std::string status = content_of("/proc/" + std::to_string(child_) + "/status");
+            const std::string status = content_of("/proc/" + std::to_string(program_->process()) + "/status");
             return status.find("State:\tT") != std::string::npos;
         });
     }
-    void signal(int number) const { kill(child_, number); }
+    void signal(int number) const { program_->signal(number); }
     // The exit status, once it has ended.
-    int end() {
-        int status = 0;
-        waitpid(child_, &status, 0);
-        child_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    std::string out() const { return out_.content(); }
-    std::string err() const { return err_.content(); }
+    int end() const { return program_->end(); }
+    std::string out() const { return program_->out(); }
+    std::string err() const { return program_->err(); }
     // Whether the program has sent nothing.
     bool was_silent() { return !peer_.receive(0).has_value(); }
 
 private:
-    TemporaryFile out_;
-    TemporaryFile err_;
     LoopbackSocket peer_;
     unsigned port_ = 0;
-    pid_t child_ = -1;
+    std::unique_ptr<RunningProgram> program_;
 };
 
 ChildResult decode(const std::string& file, const std::vector<std::string>& more) {
