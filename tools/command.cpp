@@ -50,6 +50,7 @@ CommandLine::CommandLine() {
     add_frame_commands(registry_);
     add_node_commands(registry_);
     add_watch_commands(registry_);
+    add_replay_command(registry_);
     add_lss_commands(registry_);
     add_eds_commands(registry_);
     add_setup_commands(registry_);

@@ -94,6 +94,9 @@ void add_watch_commands(CommandRegistry& registry);
 /// `nodevik lss`.
 void add_lss_commands(CommandRegistry& registry);
 
+/// `nodevik replay`.
+void add_replay_command(CommandRegistry& registry);
+
 /// `nodevik eds`.
 void add_eds_commands(CommandRegistry& registry);
 

@@ -36,22 +36,6 @@ std::set<std::string> parse_kinds(const std::string& text) {
     return result;
 }
 
-std::pair<unsigned int, unsigned int> parse_identifiers(const std::string& text) {
-    if (text.empty()) {
-        return {0, UINT32_MAX};
-    }
-    const std::size_t dash = text.find('-');
-    const auto low = program::whole_number(text.substr(0, dash), 0, highest_identifier);
-    const auto high =
-        dash == std::string::npos ? low : program::whole_number(text.substr(dash + 1), 0, highest_identifier);
-    if (!low || !high || *low > *high) {
-        throw Failure(
-            ExitStatus::usage,
-            "--id takes an identifier or a range, such as 0x185 or 0x180-0x1FF, not '" + text + "'");
-    }
-    return {static_cast<unsigned int>(*low), static_cast<unsigned int>(*high)};
-}
-
 std::string identifier_text(const ShownFrame& frame, const char* narrow, const char* wide) {
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), frame.extended || frame.error ? wide : narrow, frame.identifier);
@@ -96,6 +80,22 @@ Colour colour_of(const ShownFrame& frame, const FrameKind& kind) {
 }
 
 }  // namespace
+
+std::pair<unsigned int, unsigned int> parse_identifiers(const std::string& text) {
+    if (text.empty()) {
+        return {0, UINT32_MAX};
+    }
+    const std::size_t dash = text.find('-');
+    const auto low = program::whole_number(text.substr(0, dash), 0, highest_identifier);
+    const auto high =
+        dash == std::string::npos ? low : program::whole_number(text.substr(dash + 1), 0, highest_identifier);
+    if (!low || !high || *low > *high) {
+        throw Failure(
+            ExitStatus::usage,
+            "--id takes an identifier or a range, such as 0x185 or 0x180-0x1FF, not '" + text + "'");
+    }
+    return {static_cast<unsigned int>(*low), static_cast<unsigned int>(*high)};
+}
 
 FramePresenter::FramePresenter(const Session& session, const FrameOptions& options)
     : output_(&session.output),

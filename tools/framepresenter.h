@@ -27,6 +27,12 @@ struct FrameOptions {
     bool statistics = false;  ///< a line for each identifier at the end instead
 };
 
+/// Takes "0x181" or "0x180-0x1FF" apart.
+/// @param text  empty for all
+/// @return the first and the last identifier
+/// @throws Failure  it is none
+std::pair<unsigned int, unsigned int> parse_identifiers(const std::string& text);
+
 /// Shows frames.
 class FramePresenter {
 public:

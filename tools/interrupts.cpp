@@ -14,6 +14,16 @@
 
 namespace nodevik_tool {
 
+namespace {
+
+timespec time_until(std::uint64_t deadline_ns, std::uint64_t now_ns) {
+    constexpr std::uint64_t nanoseconds = 1'000'000'000;
+    const std::uint64_t left_ns = deadline_ns > now_ns ? deadline_ns - now_ns : 0;
+    return {static_cast<time_t>(left_ns / nanoseconds), static_cast<long>(left_ns % nanoseconds)};
+}
+
+}  // namespace
+
 Interrupts::Interrupts() {
     std::signal(SIGPIPE, SIG_IGN);
     sigset_t set;
@@ -34,8 +44,9 @@ Interrupts::~Interrupts() {
 short Interrupts::wait(int descriptor, short events, std::uint64_t deadline_ns, int results) const {
     for (;;) {
         std::array<pollfd, 3> entries{{{descriptor_, POLLIN, 0}, {descriptor, events, 0}, {results, 0, 0}}};
+        const timespec left = time_until(deadline_ns, monotonic_ns());
         const int count =
-            poll(entries.data(), entries.size(), milliseconds_until(deadline_ns, monotonic_ns()));
+            ppoll(entries.data(), entries.size(), deadline_ns == no_deadline ? nullptr : &left, nullptr);
         if (count < 0 && errno == EINTR) {
             continue;
         }

@@ -1,6 +1,5 @@
 #include "tools/watchcommands.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,10 +10,10 @@
 #include <cstring>
 #include <utility>
 
-#include "nodevik/recording/framelog.h"
 #include "nodevik/recording/framerecorder.h"
 #include "nodevik/util/monotonicclock.h"
 #include "tools/frameintake.h"
+#include "tools/loginput.h"
 #include "tools/tell.h"
 
 namespace nodevik_tool {
@@ -180,68 +179,6 @@ std::string frames_text(std::uint64_t count) {
     return std::to_string(count) + " frames";
 }
 
-// A log that is read, also one that still comes through a pipe.
-class Log {
-public:
-    Log(const Session& session, const std::string& file) : session_(&session), file_(file) {
-        descriptor_ = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        struct stat status {};
-        if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
-            fail(errno);
-        }
-        reader_.adopt(descriptor_);
-        reader_.set_foreign_line([this](std::uint64_t line, const char* reason) {
-            tell(file_ + ":" + std::to_string(line) + ": " + reason);
-        });
-        if (S_ISFIFO(status.st_mode)) {
-            wait();  // for whoever writes
-        }
-    }
-    Log(const Log&) = delete;
-    Log& operator=(const Log&) = delete;
-
-    // The next frame; false at the end. Throws Failure, and what Interrupts::wait() does.
-    bool next(LogFrame& frame) {
-        if (++count_ % look_around == 0) {
-            session_->interrupts.wait(-1, 0, 0);
-        }
-        for (;;) {
-            const int result = reader_.next(frame);
-            if (result >= 0) {
-                return result == 0;
-            }
-            if (errno != EAGAIN) {
-                fail(errno);
-            }
-            session_->output.flush();
-            wait();
-        }
-    }
-
-    void tell_passed_over() const {
-        const FrameLogReader::PassedOver& passed = reader_.passed_over();
-        if (passed.error_frames + passed.fd_frames + passed.drop_counts > 0) {
-            tell("passed over: " + std::to_string(passed.error_frames) + " error frames, " +
-                 std::to_string(passed.fd_frames) + " FD frames, " + std::to_string(passed.drop_counts) +
-                 " counts of lost frames");
-        }
-    }
-
-private:
-    void wait() const {
-        session_->interrupts.wait(descriptor_, POLLIN, no_deadline, session_->output.descriptor());
-    }
-    [[noreturn]] void fail(int reason) const {
-        throw Failure(ExitStatus::bad_file, file_ + " cannot be read: " + std::strerror(reason));
-    }
-
-    const Session* session_;
-    std::string file_;
-    FrameLogReader reader_;
-    int descriptor_ = -1;  // the reader's
-    unsigned int count_ = 0;
-};
-
 }  // namespace
 
 ExitStatus monitor_bus(const Session& session, const FrameOptions& frames, const ListenLimits& limits) {
@@ -340,7 +277,7 @@ ExitStatus record_bus(const Session& session, const std::string& file, const Lis
 
 ExitStatus decode_log(const Session& session, const std::string& file, const FrameOptions& frames) {
     FramePresenter presenter(session, frames);
-    Log log(session, file);
+    LogInput log(session, file);
     const auto tell_end = [&] {
         presenter.show_statistics(presenter.span());
         session.output.flush();

@@ -32,7 +32,7 @@ const char* const description_text =
     "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
 
 const std::string all_commands =
-    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, lss, eds, configure, pdo";
+    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, replay, lss, eds, configure, pdo";
 
 // A simulator with nodes 5 and 6, and what it has heard.
 class Command : public testing::Test {
@@ -351,7 +351,8 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"configure"},
                                                          {"pdo"},
                                                          {"pdo", "list"},
-                                                         {"pdo", "set"}};
+                                                         {"pdo", "set"},
+                                                         {"replay"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
         words.push_back("--help");

@@ -1,0 +1,82 @@
+#include "tools/loginput.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "nodevik/util/monotonicclock.h"
+#include "tools/tell.h"
+
+namespace nodevik_tool {
+
+namespace {
+
+constexpr unsigned int look_around = 1024;  // frames until a signal is looked for
+
+}  // namespace
+
+LogInput::LogInput(const Session& session, const std::string& file) : session_(&session), file_(file) {
+    descriptor_ = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status {};
+    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
+        fail(errno);
+    }
+    reader_.adopt(descriptor_);
+    reader_.set_foreign_line([this](std::uint64_t line, const char* reason) {
+        tell(file_ + ":" + std::to_string(line) + ": " + reason);
+    });
+    if (S_ISFIFO(status.st_mode)) {
+        wait();  // for whoever writes
+    }
+}
+
+bool LogInput::next(LogFrame& frame) {
+    if (++count_ % look_around == 0) {
+        session_->interrupts.wait(-1, 0, 0);
+    }
+    for (;;) {
+        const int result = reader_.next(frame);
+        if (result >= 0) {
+            return result == 0;
+        }
+        if (errno != EAGAIN) {
+            fail(errno);
+        }
+        session_->output.flush();
+        wait();
+    }
+}
+
+void LogInput::rewind() {
+    const FrameLogReader::PassedOver passed = reader_.passed_over();
+    if (reader_.rewind() != 0) {
+        fail(errno);
+    }
+    if (is_first_pass_) {
+        first_pass_ = passed;
+        is_first_pass_ = false;
+        reader_.set_foreign_line(nullptr);
+    }
+}
+
+void LogInput::tell_passed_over() const {
+    const FrameLogReader::PassedOver& passed = is_first_pass_ ? reader_.passed_over() : first_pass_;
+    if (passed.error_frames + passed.fd_frames + passed.drop_counts > 0) {
+        tell("passed over: " + std::to_string(passed.error_frames) + " error frames, " +
+             std::to_string(passed.fd_frames) + " FD frames, " + std::to_string(passed.drop_counts) +
+             " counts of lost frames");
+    }
+}
+
+void LogInput::wait() const {
+    session_->interrupts.wait(descriptor_, POLLIN, no_deadline, session_->output.descriptor());
+}
+
+void LogInput::fail(int reason) const {
+    throw Failure(ExitStatus::bad_file, file_ + " cannot be read: " + std::strerror(reason));
+}
+
+}  // namespace nodevik_tool
