@@ -1,16 +1,18 @@
 """Every session of the guides with the command nodevik prints what is shown, on simulated nodes.
 
-A fenced block of the language "console" is a session: lines "$ COMMAND", each followed by what it prints, standard error
-included. A comment on a line before the first block of a page starts the bus on which all of its commands run, one after
-the other and in one directory, up to the next such comment:
+A fenced block of the language "console" is a session: lines "$ COMMAND", each followed by what it prints, standard
+error included. A comment on a line before the first block of a page starts the bus on which all of its commands run,
+one after the other and in one directory, up to the next such comment:
 
     <!-- on a bus of node-simulator --nodes 5 --heartbeat 1000, with io.eds -->
 
-The file io.eds is then the simulated node's own description. What a comment `<!-- before: COMMAND -->` says is run before
-the block, as what others have done. The bus of a page is can0, that of the test is UDP; where a
-command names no bus, the test does. Blanks count as one, a line "..." stands for any lines, and times of the day,
-fractions and what a comment `<!-- varies: REGULAR EXPRESSION -->` before a block matches may be others than shown. Every
-command ends with status 0, but for one that "$ echo $?" asks about.
+The file io.eds is then the simulated node's own description. What a comment `<!-- before: COMMAND -->` says is run
+before the block, as what others have done. The bus of a page is can0, or what a command begins with, as in "nodevik
+--can vcan0 ..."; that of the test is UDP.
+
+Blanks count as one, and a line "..." stands for any lines. Times of the day, fractions and what a comment
+`<!-- varies: REGULAR EXPRESSION -->` before a block matches may be others than shown. Every command ends with status 0,
+but for one that "$ echo $?" asks about.
 """
 
 import contextlib
@@ -32,8 +34,9 @@ DESCRIPTION = os.path.join(markdown.ROOT, "simulator", "node", "node-simulator.e
 LIMIT_S = 120
 ECHO_STATUS = "echo $?"
 
-# A program nodevik that works on the bus of the test. Words that say otherwise go past it.
+# A program nodevik that works on the bus of the test, also where the command line names another one.
 WRAPPER = """#!/bin/sh
+[ "$1" != --can ] || shift 2
 exec {nodevik} --udp 127.0.0.1:{node},{local} "$@"
 """
 VARIES = r"\d\d:\d\d:\d\d\.\d+|\d+\.\d+"
