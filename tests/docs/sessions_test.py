@@ -151,8 +151,8 @@ class Sessions(unittest.TestCase):
                                                      lineterm="")))
 
     def test_a_difference_is_seen(self):
-        block = markdown.blocks("<!-- varies: \\d+ frames -->\n```console\n$ a\n12:00:00.5  x  7\n...\n7 frames\n```\n")[0]
-        session = Session("page", block)
+        text = "<!-- varies: \\d+ frames -->\n```console\n$ a\n12:00:00.5  x  7\n...\n7 frames\n```\n"
+        session, = sessions("page", text)
         (_, shown), = session.commands
         self.assertTrue(session.prints(shown, "13:01:02.75 x 7\n8 frames\n"))
         self.assertTrue(session.prints(shown, "13:01:02.75 x 7\nmore\n8 frames\n"))
