@@ -13,7 +13,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL panel nodevik nodevik-dev doc tools)
+set(CPACK_COMPONENTS_ALL panel recorder nodevik nodevik-dev doc tools)
 set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/finish.cmake)
 string(TIMESTAMP debian_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 
@@ -28,7 +28,7 @@ set(CPACK_DEBIAN_PANEL_PACKAGE_NAME ohjauspaneeli)
 set(CPACK_DEBIAN_PANEL_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PANEL_PACKAGE_DEPENDS fonts-dejavu-core)
 set(CPACK_DEBIAN_PANEL_PACKAGE_RECOMMENDS xfonts-scalable)  # its headings' family; nothing may depend on X fonts
-set(CPACK_DEBIAN_PANEL_PACKAGE_SUGGESTS ohjauspaneeli-tools)
+set(CPACK_DEBIAN_PANEL_PACKAGE_SUGGESTS "ohjauspaneeli-recorder, ohjauspaneeli-tools")
 set(CPACK_COMPONENT_PANEL_DEPENDS nodevik)
 set(CPACK_DEBIAN_PANEL_DESCRIPTION "control panel of a remote-controlled work vehicle
 With this window an operator drives a small work vehicle over a serial line:
@@ -38,6 +38,24 @@ dials, bars and lamps, and at once when the line falls silent.
 .
 The panel speaks Finnish. A panel that ends while it drives leaves the vehicle
 at rest.")
+
+set(CPACK_DEBIAN_RECORDER_PACKAGE_NAME ohjauspaneeli-recorder)
+set(CPACK_DEBIAN_RECORDER_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_RECORDER_PACKAGE_RECOMMENDS ohjauspaneeli)
+set(CPACK_DEBIAN_RECORDER_PACKAGE_SUGGESTS ohjauspaneeli-tools)
+# The tools of version 2.0.0 had line_preload.so.
+set(CPACK_DEBIAN_RECORDER_PACKAGE_BREAKS "ohjauspaneeli-tools (<< ${PROJECT_VERSION}~)")
+set(CPACK_DEBIAN_RECORDER_PACKAGE_REPLACES "ohjauspaneeli-tools (<< ${PROJECT_VERSION}~)")
+set(CPACK_DEBIAN_RECORDER_DESCRIPTION "black box of the vehicle's line
+vehicle-recorder keeps what the vehicle panel and the vehicle say to each other
+on their serial line: every byte with its time, in a text file that can be read
+after a power cut. The line comes first: a full disk or a crash of the recorder
+does not stop the vehicle from being driven, nor from being brought to rest.
+.
+It tells on one page what a drive comes down to, in Finnish or in English, for
+the terminal, a browser or paper; shows each frame and reply in words, and
+writes tables for other programs. The panel can be started with it from the
+desktop's menu, which keeps the last 20 drives.")
 
 set(CPACK_DEBIAN_NODEVIK_PACKAGE_NAME libnodevik${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_NODEVIK_PACKAGE_SECTION libs)
@@ -92,7 +110,7 @@ shows it, what the library's messages mean, and what a new version may change.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ohjauspaneeli-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS ohjauspaneeli)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "ohjauspaneeli, ohjauspaneeli-recorder")
 set(CPACK_COMPONENT_TOOLS_DEPENDS nodevik)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "simulators and tools for the vehicle panel and for CANopen
 vehicle-simulator plays the vehicle at the far end of the panel's serial line,
@@ -115,14 +133,17 @@ ohjauspaneeli_install_compressed(debian/ohjauspaneeli-tools.NEWS.in NEWS.Debian
                                  ${CMAKE_INSTALL_DATADIR}/doc/ohjauspaneeli-tools tools)
 install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_PACKAGE_NAME}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
+install(FILES debian/ohjauspaneeli-recorder.lintian-overrides RENAME ohjauspaneeli-recorder
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT recorder)
 install(FILES debian/ohjauspaneeli-tools.lintian-overrides RENAME ohjauspaneeli-tools
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT tools)
 
 # The guides: those of the library in a package of their own, the operator's with the panel.
 find_program(OHJAUSPANEELI_SYSTEM_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
 set(doc_guides nodevik abi.md architecture.md at-the-machine.md nodevik-command.md troubleshooting.md)
+set(recorder_guides black-box.md mustalaatikko.md recorder.md recording-format.md)
 set(panel_guides operator.md kayttoohje.md vehicle-link.md troubleshooting.md)
-foreach(component doc panel)
+foreach(component doc panel recorder)
     string(TOUPPER ${component} key)
     list(TRANSFORM ${component}_guides PREPEND ${PROJECT_SOURCE_DIR}/docs/)
     set(pages ${CMAKE_CURRENT_BINARY_DIR}/guides/${component})

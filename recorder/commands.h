@@ -35,6 +35,7 @@ AddCommand add_run_command;     ///< a program on the line, which is recorded
 AddCommand add_report_command;  ///< the page that a person reads first
 AddCommand add_show_command;    ///< each frame and reply in words
 AddCommand add_export_command;  ///< a row for each cycle
+AddCommand add_plot_command;    ///< the plotting window
 
 }  // namespace vehicle_recorder
 

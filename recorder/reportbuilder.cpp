@@ -5,14 +5,12 @@
 #include <filesystem>
 #include <string_view>
 
+#include "recorder/readthrough.h"
 #include "vehicle/telemetry.h"
 
 namespace vehicle_recorder {
 
 namespace {
-
-// How often progress is told: once for so many entries.
-constexpr std::uint64_t entries_between_progress = 4096;
 
 std::string settings_text(const LineSettings& settings) {
     return std::to_string(settings.speed_baud) + " " + settings.format +
@@ -294,16 +292,13 @@ Opening* ReportBuilder::opening_at(std::int64_t time_us) {
     return is_inside ? &openings_.front() : nullptr;
 }
 
-Report read_report(const std::string& path, const ReadProgress& progress) {
+Report read_report(const std::string& path, const Interrupts& interrupts) {
     RecordingReader reader(path);
     ReportBuilder builder(reader.header());
-    Entry entry;
-    for (std::uint64_t count = 0; reader.next(entry); ++count) {
+    read_through(reader, interrupts, true, [&builder](const Entry& entry) {
         builder.add(entry);
-        if (progress && count % entries_between_progress == 0) {
-            progress(reader.position(), reader.size());
-        }
-    }
+        return true;
+    });
     Report report = builder.finish(reader.damage());
     report.file = std::filesystem::path(path).filename().string();
     report.file_bytes = reader.position();

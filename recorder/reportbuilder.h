@@ -6,11 +6,11 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <optional>
 #include <string>
 
 #include "recorder/cycles.h"
+#include "recorder/interrupts.h"
 #include "recorder/recording.h"
 #include "recorder/recordingreader.h"
 #include "recorder/report.h"
@@ -61,16 +61,11 @@ private:
         heard_us_;  // since when the vehicle has been silent; none while it is not awaited
 };
 
-/// Called as a file is read.
-/// @param done   bytes so far
-/// @param total  bytes of the file; 0 when nobody knows
-using ReadProgress = std::function<void(std::uint64_t done, std::uint64_t total)>;
-
-/// Reads a recording as a whole.
-/// @param path      name of the file
-/// @param progress  is told now and then how far it has come; may be empty
-/// @throws program::Failure  as RecordingReader
-Report read_report(const std::string& path, const ReadProgress& progress = {});
+/// Reads a recording as a whole, with progress on a terminal; what is wrong with the file is told on standard error.
+/// @param path        name of the file
+/// @param interrupts  are looked at meanwhile
+/// @throws program::Failure, program::Interrupted  as read_through()
+Report read_report(const std::string& path, const Interrupts& interrupts);
 
 }  // namespace vehicle_recorder
 

@@ -1,5 +1,7 @@
 #include "recorder/reportfacts.h"
 
+#include <cctype>
+
 #include "recorder/reportphrases.h"
 
 namespace vehicle_recorder {
@@ -25,10 +27,12 @@ std::string time_and_unit(std::int64_t time_us, const Phrasing& phrasing) {
 std::string period_of(const Report& report, const Phrasing& phrasing) {
     RecordingHeader end = report.header;
     end.wall_us += report.length_us;
-    const std::string first_day = phrasing.date(report.header);
+    std::string first_day = phrasing.date(report.header);
     const std::string last_day = phrasing.date(end);
     const std::string before_time = phrasing({", ", " klo\u00a0"});
     const bool one_day = first_day == last_day;
+    first_day[0] =
+        static_cast<char>(std::toupper(static_cast<unsigned char>(first_day[0])));  // it begins a heading
     return first_day + before_time + phrasing.time_of_day(report.header, 0) +
            (one_day ? phrasing({" to ", "\u2013"}) + phrasing.time_of_day(end, 0)
                     : phrasing({" to ", " \u2013 "}) + last_day + before_time + phrasing.time_of_day(end, 0));

@@ -14,7 +14,7 @@ import markdown
 
 ROOT = os.path.realpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 DOCS = os.path.join(ROOT, "docs")
-LANGUAGES = {"kayttoohje.md": "fi"}  # the others are English
+LANGUAGES = {"kayttoohje.md": "fi", "mustalaatikko.md": "fi"}  # the others are English
 
 PAGE = """<!DOCTYPE html>
 <html lang="{language}">

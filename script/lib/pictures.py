@@ -17,7 +17,8 @@ from draw.callouts import bounds, write_close_up
 from draw.form import Form, Rectangle, around
 from draw.timediagram import TimeDiagram
 from drive import panel as on_panel
-from drive import process
+from drive import process, sampledrive
+from drive.browser import Browser
 from drive.panel import Panel, pad_drag, pad_press
 from drive.screen import Screen
 from drive.vehicle import NEUTRAL, Vehicle, frame
@@ -28,6 +29,9 @@ REPLY_LATE_MS = 2  # at the scale of a cycle, the reply's arrow would lie on tha
 CLOSE_UP_SCALE = 1.6
 CLOSE_UP_PADDING = 8
 PLOT_FEED = ("1000", "2000")  # samples, and how many a second
+# Of each picture of a report: language, locale, name, width and height, whether it is dark.
+REPORTS = (("en", "C.UTF-8", "report.png", 1000, 1440, False), ("fi", "fi_FI.UTF-8", "report-fi.png", 1000, 1440, False),
+           ("en", "C.UTF-8", "report-phone.png", 360, 1000, True))
 LANES = ("window\nGUI thread", "link\nlink thread", "vehicle")
 
 
@@ -118,6 +122,23 @@ class Pictures:
             view.stdout.close()
         if view.returncode != 0:
             raise RuntimeError(f"nodevik-plot ended with status {view.returncode}")
+
+    # The report of a recording.
+
+    def report(self):
+        """The report's page in a browser: its upper part in both languages, and in the dark on a telephone."""
+        with tempfile.TemporaryDirectory() as directory, Browser() as browser:
+            recording_file = os.path.join(directory, "vehicle-20261122-132503.rec")
+            sampledrive.write(recording_file)
+            for language, locale, name, width, height, dark in REPORTS:
+                page = os.path.join(directory, "report.html")
+                subprocess.run([self._options.recorder, "report", recording_file, "--html", page], check=True,
+                               env=dict(os.environ, LC_ALL=locale))
+                browser.show(page, width, dark)
+                if browser.run("return document.documentElement.lang") != language:
+                    raise RuntimeError(f"the report is not in the language '{language}'")
+                with open(self.path(name), "wb") as file:
+                    file.write(browser.picture(height))
 
     # The link in time.
 
@@ -352,13 +373,14 @@ def main():
     parser.add_argument("--gallery", required=True, help="the program that shows gauges and the terminal window")
     parser.add_argument("--plot-view", required=True, help="the program that draws curves")
     parser.add_argument("--plot-feed", required=True, help="the program that feeds it")
+    parser.add_argument("--recorder", required=True, help="vehicle-recorder")
     parser.add_argument("--out", required=True, help="where the pictures go")
-    parser.add_argument("kinds", nargs="*", help="panel, terminal, gauges, link, rooms, plot; all if none")
+    parser.add_argument("kinds", nargs="*", help="panel, terminal, gauges, link, rooms, plot, report; all if none")
     options = parser.parse_args()
     options.out = os.path.abspath(options.out)
     os.makedirs(options.out, exist_ok=True)
     pictures = Pictures(options)
-    kinds = ("panel", "terminal", "gauges", "link", "rooms", "plot")
+    kinds = ("panel", "terminal", "gauges", "link", "rooms", "plot", "report")
     for kind in options.kinds or kinds:
         if kind not in kinds:
             parser.error(f"there is no kind of picture '{kind}'")

@@ -25,7 +25,7 @@ const std::string whole_reply =
 Report report_of(const std::string& entries) {
     const TemporaryFile file;
     file.write(recording_header + entries);
-    return read_report(file.path());
+    return read_report(file.path(), Interrupts());
 }
 
 // A time with frames each 200 ms, answered after 45 ms, from `begin` on.
@@ -46,7 +46,7 @@ std::string failure_of(const std::string& content) {
     const TemporaryFile file;
     file.write(content);
     try {
-        read_report(file.path());
+        read_report(file.path(), Interrupts());
     } catch (const program::Failure& failure) {
         EXPECT_EQ(failure.status(), program::ExitStatus::bad_file);
         EXPECT_EQ(std::string(failure.what()).find('\n'), std::string::npos);
@@ -349,7 +349,7 @@ TEST(ReportBuilder, RefusesWhatIsNoRecording) {
     EXPECT_NE(failure_of("# vehicle-recorder recording 2\n"), "");
     EXPECT_NE(failure_of(recording_header + "1.000000 open\n0.500000 close\n"),
               "");  // time that runs backwards
-    EXPECT_THROW(read_report("/nonexistent"), program::Failure);
+    EXPECT_THROW(read_report("/nonexistent", Interrupts()), program::Failure);
 }
 
 TEST(ReportBuilder, ReadsARecordingThatIsCutAnywhere) {
@@ -362,7 +362,7 @@ TEST(ReportBuilder, ReadsARecordingThatIsCutAnywhere) {
     for (std::size_t length = 0; length <= whole.size(); ++length) {
         file.write(whole.substr(0, length));
         try {
-            const Report report = read_report(file.path());
+            const Report report = read_report(file.path(), Interrupts());
             EXPECT_GE(report.frames, frames) << length;
             frames = report.frames;
             EXPECT_EQ(report.ending.whole, length == whole.size()) << length;
@@ -374,21 +374,4 @@ TEST(ReportBuilder, ReadsARecordingThatIsCutAnywhere) {
     }
     EXPECT_EQ(frames, 2u);
     EXPECT_GE(read, whole.size() - recording_header.size());
-}
-
-TEST(ReportBuilder, TellsHowFarItHasCome) {
-    std::string entries = recording_header + "0.000000 open\n";
-    for (int number = 0; number < 30'000; ++number) {
-        entries += std::to_string(number) + ".000000 > 00676e50\n";
-    }
-    const TemporaryFile file;
-    file.write(entries);
-    std::vector<std::uint64_t> told;
-    read_report(file.path(), [&](std::uint64_t done, std::uint64_t total) {
-        EXPECT_EQ(total, entries.size());
-        EXPECT_LE(done, total);
-        told.push_back(done);
-    });
-    ASSERT_GE(told.size(), 2u);
-    EXPECT_LT(told.front(), told.back());
 }

@@ -117,7 +117,7 @@ TEST(ReportCommand, PrintsOnePageInFinnish) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(without_file_name(result.out, file.path()), R"(Ajoneuvon linjan tallenne
-sunnuntai 22.11.2026 klo 3.25.03–3.25.04
+Sunnuntai 22.11.2026 klo 3.25.03–3.25.04
 
 Huomioitavaa. Lähetettiin 4 viestiä. Vastaamatta jäi 1 (25,0 %). Viimeinen
 viesti pysäytti ajoneuvon.
@@ -255,7 +255,7 @@ TEST(ReportCommand, TellsWhenTheResultCannotBeWritten) {
     const ChildResult full =
         run_program({"sh", "-c", "exec \"$0\" report \"$1\" >/dev/full", VEHICLE_RECORDER, file.path()});
     EXPECT_EQ(full.status, 5);
-    EXPECT_EQ(full.err, "vehicle-recorder: standard output cannot be written\n");
+    EXPECT_EQ(full.err, "vehicle-recorder: standard output cannot be written: No space left on device\n");
     const ChildResult nowhere = report({file.path(), "--html", "/nonexistent/page.html"});
     EXPECT_EQ(nowhere.status, 5);
     EXPECT_EQ(nowhere.err,

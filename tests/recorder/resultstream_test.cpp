@@ -1,4 +1,4 @@
-#include "recorder/wholefile.h"
+#include "recorder/resultstream.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,12 +16,19 @@
 
 #include "program/failure.h"
 
-using vehicle_recorder::TemporaryFile;
-using vehicle_recorder::write_whole_file;
+using vehicle_recorder::Interrupts;
+using vehicle_recorder::ResultStream;
 
 namespace {
 
 namespace fs = std::filesystem;
+
+void write_whole_file(const std::string& path, const std::string& content) {
+    const Interrupts interrupts;
+    ResultStream stream(path, interrupts);
+    stream.add(content);
+    stream.finish();
+}
 
 std::string content_of(const fs::path& path) {
     std::ifstream file(path);
@@ -31,13 +38,13 @@ std::string content_of(const fs::path& path) {
 }
 
 // An empty directory for each test.
-class WholeFile : public testing::Test {
+class ResultFile : public testing::Test {
 protected:
-    WholeFile() {
-        std::string name = (fs::temp_directory_path() / "wholefile-XXXXXX").string();
+    ResultFile() {
+        std::string name = (fs::temp_directory_path() / "resultstream-XXXXXX").string();
         directory_ = mkdtemp(name.data());
     }
-    ~WholeFile() override { fs::remove_all(directory_); }
+    ~ResultFile() override { fs::remove_all(directory_); }
 
     std::string path(const std::string& name) const { return (directory_ / name).string(); }
 
@@ -72,7 +79,7 @@ using Names = std::vector<std::string>;
 
 }  // namespace
 
-TEST_F(WholeFile, IsNewWithTheUsualPermissions) {
+TEST_F(ResultFile, IsNewWithTheUsualPermissions) {
     const mode_t mask = umask(027);
     write_whole_file(path("page"), "content\n");
     umask(mask);
@@ -83,7 +90,7 @@ TEST_F(WholeFile, IsNewWithTheUsualPermissions) {
     EXPECT_EQ(status.st_mode & 0777, 0640u);
 }
 
-TEST_F(WholeFile, TakesThePlaceAndThePermissionsOfTheOldOne) {
+TEST_F(ResultFile, TakesThePlaceAndThePermissionsOfTheOldOne) {
     write("page", "what was there before, longer");
     chmod(path("page").c_str(), 0604);
     write_whole_file(path("page"), "new");
@@ -94,7 +101,7 @@ TEST_F(WholeFile, TakesThePlaceAndThePermissionsOfTheOldOne) {
     EXPECT_EQ(status.st_mode & 0777, 0604u);
 }
 
-TEST_F(WholeFile, FollowsASymbolicLink) {
+TEST_F(ResultFile, FollowsASymbolicLink) {
     write("page", "old");
     fs::create_symlink("page", path("link"));
     write_whole_file(path("link"), "new");
@@ -102,7 +109,7 @@ TEST_F(WholeFile, FollowsASymbolicLink) {
     EXPECT_EQ(content_of(path("page")), "new");
 }
 
-TEST_F(WholeFile, LeavesTheOldOneWhenTheDiskDoesNotTakeAll) {
+TEST_F(ResultFile, LeavesTheOldOneWhenTheDiskDoesNotTakeAll) {
     write("page", "old");
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before = {};
@@ -118,7 +125,7 @@ TEST_F(WholeFile, LeavesTheOldOneWhenTheDiskDoesNotTakeAll) {
     EXPECT_EQ(names(), Names{"page"});
 }
 
-TEST_F(WholeFile, WritesIntoWhatIsNoRegularFile) {
+TEST_F(ResultFile, WritesIntoWhatIsNoRegularFile) {
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
     const int reader = open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_GE(reader, 0);
@@ -131,25 +138,23 @@ TEST_F(WholeFile, WritesIntoWhatIsNoRegularFile) {
     EXPECT_EQ(failure_of("/dev/full"), "/dev/full cannot be written: No space left on device");
 }
 
-TEST_F(WholeFile, TellsWhyItCannotBeWritten) {
+TEST_F(ResultFile, IsNotThereUntilItIsFinished) {
+    write("page", "old");
+    {
+        const Interrupts interrupts;
+        ResultStream replaced(path("page"), interrupts);
+        replaced.add(std::string(100'000, 'x'));
+        ResultStream made(path("other"), interrupts);
+        made.add("half");
+        EXPECT_EQ(content_of(path("page")), "old");
+        EXPECT_FALSE(fs::exists(path("other")));
+    }
+    EXPECT_EQ(content_of(path("page")), "old");
+    EXPECT_EQ(names(), Names{"page"});
+}
+
+TEST_F(ResultFile, TellsWhyItCannotBeWritten) {
     EXPECT_EQ(failure_of(path("none/page")),
               path("none/page") + " cannot be written: No such file or directory");
     EXPECT_EQ(failure_of(path("")), path("") + " cannot be written: Is a directory");
-}
-
-TEST_F(WholeFile, TemporaryFilesStandWhereTmpdirSaysAndGoWithTheirObject) {
-    setenv("TMPDIR", path("").c_str(), 1);
-    std::string name;
-    {
-        const TemporaryFile file(".csv");
-        name = file.path();
-        EXPECT_TRUE(name.starts_with(path("")));
-        EXPECT_TRUE(name.ends_with(".csv"));
-        EXPECT_EQ(::write(file.descriptor(), "x", 1), 1);
-        EXPECT_EQ(content_of(name), "x");
-    }
-    EXPECT_FALSE(fs::exists(name));
-    setenv("TMPDIR", path("none").c_str(), 1);
-    EXPECT_THROW(TemporaryFile(".csv"), program::Failure);
-    unsetenv("TMPDIR");
 }
