@@ -6,7 +6,7 @@
 /// standard error where nobody has asked for it, because the command line is wrong):
 ///
 ///     $ vehicle-simulator --version
-///     vehicle-simulator (ohjauspaneeli) 2.0.0
+///     vehicle-simulator (ohjauspaneeli) 2.1.0
 ///
 /// The name is the one under which the program was started, without its directories; in the parentheses
 /// stands the project, whose version all programs share.
