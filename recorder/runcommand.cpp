@@ -31,7 +31,7 @@ using program::Failure;
 
 constexpr const char* default_program = "ohjauspaneeli";
 constexpr const char* file_beginning = "vehicle-";
-constexpr const char* file_ending = ".rec";
+constexpr const char* file_ending = ".recording";
 
 struct RunOptions {
     SessionSetUp session;
@@ -116,7 +116,7 @@ void add_run_command(CLI::App& app, Action& action) {
     options->session.device = line_preload::line_name;
     CLI::App& command =
         add_command(app, "run", "Run a program on the vehicle's line and record the line",
-                    "vehicle-recorder run --device /dev/ttyUSB0 --out drive.rec -- ohjauspaneeli");
+                    "vehicle-recorder run --device /dev/ttyUSB0 --out drive.recording -- ohjauspaneeli");
     command.add_option("--device", options->session.device, "The line; the program finds it as /dev/ttyS0")
         ->type_name("PATH")
         ->capture_default_str();

@@ -5,6 +5,7 @@ import sys
 
 from drive import panel as on_panel
 from drive import process
+from drive import recorder
 from drive.panel import Panel, pad_drag, pad_press, way_of_the_line
 from drive.screen import Screen
 from drive.vehicle import NEUTRAL, Vehicle, describe, frame
@@ -158,6 +159,16 @@ def check_frames(lap, vehicle):
         lap.faults.append("the line was not set to 9600 baud 8N1")
 
 
+def check_recording(lap, vehicle, recording):
+    """What was recorded is what the vehicle received and answered, to the last digit."""
+    faults = recorder.faults(recording, vehicle)
+    lap.faults += faults
+    if not faults:
+        print(f"The recording tells the same to the last digit: {recording.reported('Frames sent')} frames, "
+              f"{recording.reported('Replies')} replies, top speed {recording.reported('Top speed')} rpm. "
+              f"{recording.path}")
+
+
 def print_table(lap, vehicle):
     heads = ["the mouse", "the vehicle received", "the panel showed"]
     rows = [heads] + lap.rows
@@ -172,11 +183,14 @@ def print_table(lap, vehicle):
 def run(options):
     """Drives the lap with the chosen programs and judges it; returns the status to end with."""
     print(way_of_the_line(), flush=True)
+    runner = recorder.runner(options.recorder, options.record) if options.record else ()
     with Screen() as screen, Vehicle(options.simulator, "--capacity", "63") as vehicle:
-        with Panel(options.panel, screen, vehicle.line) as panel:
+        with Panel(options.panel, screen, vehicle.line, runner=runner) as panel:
             lap = drive(panel, vehicle, options.picture)
         check_frames(lap, vehicle)
         print_table(lap, vehicle)
+        if options.record:
+            check_recording(lap, vehicle, recorder.Recording(options.recorder, options.record))
     for fault in lap.faults:
         print("lap: " + fault, file=sys.stderr)
     if lap.faults:
@@ -190,7 +204,11 @@ def main():
     parser.add_argument("--panel", required=True, help="the panel's program")
     parser.add_argument("--simulator", required=True, help="vehicle-simulator")
     parser.add_argument("--picture", required=True, help="where to leave a picture of the driving panel (PNG)")
+    parser.add_argument("--record", metavar="FILE", help="record the line into this new file and compare it")
+    parser.add_argument("--recorder", help="vehicle-recorder, for --record")
     options = parser.parse_args()
+    if options.record and not options.recorder:
+        parser.error("--record needs --recorder")
     try:
         return run(options)
     except (TimeoutError, RuntimeError, OSError) as failure:

@@ -150,7 +150,7 @@ protected:
 
     Place place;
     PseudoTerminal vehicle;
-    std::string out = place / "drive.rec";
+    std::string out = place / "drive.recording";
     std::string errors = place / "errors";
     pid_t session_ = -1;
 };
@@ -270,8 +270,9 @@ TEST_F(Session, RecordingThatIsThereAlreadyIsNotTouched) {
 TEST_F(Session, RecordingWithoutANameGoesIntoTheDirectoryAndTheOldestGo) {
     const std::string directory = place / "kept";
     files::create_directories(directory);
-    for (const std::string name : {"vehicle-20200101-000000.rec", "vehicle-20210101-000000.rec",
-                                   "vehicle-20220101-000000.rec", "mine.rec", "vehicle-notes.txt"}) {
+    for (const std::string name :
+         {"vehicle-20200101-000000.recording", "vehicle-20210101-000000.recording",
+          "vehicle-20220101-000000.recording", "mine.recording", "vehicle-notes.txt"}) {
         std::ofstream(directory + "/" + name) << "x";
     }
     const ChildResult result = run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(),
@@ -283,8 +284,8 @@ TEST_F(Session, RecordingWithoutANameGoesIntoTheDirectoryAndTheOldestGo) {
     }
     std::sort(names.begin(), names.end());
     ASSERT_EQ(names.size(), 4U);
-    EXPECT_EQ(names[0], "mine.rec");
-    EXPECT_EQ(names[1], "vehicle-20220101-000000.rec");
+    EXPECT_EQ(names[0], "mine.recording");
+    EXPECT_EQ(names[1], "vehicle-20220101-000000.recording");
     EXPECT_EQ(names[3], "vehicle-notes.txt");
     EXPECT_EQ(result.err, "vehicle-recorder: recording into " + directory + "/" + names[2] + "\n");
     EXPECT_TRUE(ends_with(recorded(directory + "/" + names[2]), {"end"}));
@@ -474,7 +475,7 @@ TEST_F(Session, StandardDescriptorsMayBeClosed) {
 TEST_F(Session, TwoRecordersOnOneLineAreOneTooMany) {
     start(drive_off + until(place / "go"));
     EXPECT_EQ(vehicle.receive(4), driving_frame);
-    const std::string other = place / "other.rec";
+    const std::string other = place / "other.recording";
     const ChildResult result = run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(), "--out",
                                             other, "--", "sh", "-c", "exec 3<>/dev/ttyS0; sleep 0.1"});
     EXPECT_EQ(result.err,

@@ -81,12 +81,14 @@ def way_of_the_line():
 class Panel:
     """A running panel on a screen, with a device (or "none") as its serial line, and perhaps more environment.
 
-    `preload` is a library that is preloaded into the panel, and into nothing that is run on the way to it.
+    `preload` is a library that is preloaded into the panel, and into nothing that is run on the way to it. `runner` is
+    the beginning of a command line that runs the panel.
     """
 
-    def __init__(self, program, screen, line, environment=None, preload=None):
+    def __init__(self, program, screen, line, environment=None, preload=None, runner=()):
         self._program = program
         self._preload = preload
+        self._runner = list(runner)
         self._screen = screen
         self._line = line
         self._environment = environment or {}
@@ -101,7 +103,7 @@ class Panel:
         try:
             self._out = open(os.path.join(self._directory, "out"), "w+")
             self._err = open(os.path.join(self._directory, "err"), "w+")
-            self.child = process.start([WITH_LINE, self._line] + self._command(), env=environment, stdout=self._out,
+            self.child = process.start([WITH_LINE, self._line] + self._runner + self._command(), env=environment, stdout=self._out,
                                        stderr=self._err)
             self._client = XClient(self._screen.display)
             self.window = process.wait_until(self._find_window, lambda: "the panel's window: " + self.errors())
