@@ -2,7 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include "program/standardoptions.h"
 #include "tools/commandregistry.h"
@@ -100,9 +103,13 @@ std::string CommandLine::explain(const CLI::ParseError& error) const {
         command += " " + app->get_name();
     }
     std::string what = error.what();
+    const std::vector<std::string> extra = app_.remaining(true);
+    if (!extra.empty()) {
+        const bool is_option = extra.front().rfind('-', 0) == 0;
+        what = "'" + extra.front() + "' is " + (is_option ? "none of its options" : "one argument too many");
+    }
     if (const auto commands = app->get_subcommands({}); !commands.empty()) {
-        const std::vector<std::string> unknown = app_.remaining(true);
-        what = unknown.empty() ? "a command is missing" : "'" + unknown.front() + "' is none of its commands";
+        what = extra.empty() ? "a command is missing" : "'" + extra.front() + "' is none of its commands";
         what += "; right are";
         for (const CLI::App* one : commands) {
             what += (one == commands.front() ? " " : ", ") + one->get_name();
@@ -118,8 +125,13 @@ int status_of(ExitStatus status) {
 
 // Prints what was asked for instead of a command.
 int print(const std::string& text) {
+    std::signal(SIGPIPE, SIG_IGN);
     std::fputs(text.c_str(), stdout);
-    return std::fflush(stdout) == 0 ? status_of(ExitStatus::done) : status_of(ExitStatus::bad_file);
+    if (std::fflush(stdout) == 0 || errno == EPIPE) {
+        return status_of(ExitStatus::done);
+    }
+    tell(std::string("standard output takes nothing more: ") + std::strerror(errno));
+    return status_of(ExitStatus::bad_file);
 }
 
 int execute(const CommandLine& line) {

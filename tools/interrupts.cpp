@@ -30,6 +30,10 @@ Interrupts::Interrupts() {
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    struct sigaction hang_up {};
+    if (sigaction(SIGHUP, nullptr, &hang_up) == 0 && hang_up.sa_handler != SIG_IGN) {
+        sigaddset(&set, SIGHUP);  // nohup(1) has it ignored, also while it is blocked
+    }
     sigprocmask(SIG_BLOCK, &set, nullptr);
     descriptor_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
     if (descriptor_ < 0) {

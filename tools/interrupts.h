@@ -1,5 +1,5 @@
 /// @file
-/// SIGINT and SIGTERM as something that can be waited for together with a bus.
+/// SIGINT, SIGTERM and SIGHUP as something that can be waited for together with a bus.
 
 #ifndef TOOLS_INTERRUPTS_H
 #define TOOLS_INTERRUPTS_H
@@ -8,8 +8,8 @@
 
 namespace nodevik_tool {
 
-/// Has SIGINT and SIGTERM come through a descriptor (signalfd(2)) from construction on, and SIGPIPE ignored, so that a
-/// closed pipe is told by write(2).
+/// Has SIGINT, SIGTERM and SIGHUP come through a descriptor (signalfd(2)) from construction on, but SIGHUP not when the
+/// program was started with it ignored (nohup(1)); and SIGPIPE ignored, so that a closed pipe is told by write(2).
 class Interrupts {
 public:
     Interrupts();

@@ -60,7 +60,7 @@ nlohmann::ordered_json object_of(const ScannedNode& node, std::string_view state
             {"name", text_json(node.name)},
             {"hardware", text_json(node.hardware_version)},
             {"software", text_json(node.software_version)},
-            {"heard", words_of(node.heard)},
+            {"evidence", words_of(node.heard)},
             {"duplicate", node.is_duplicate},
             {"repeated", node.is_repeated}};
 }

@@ -69,6 +69,9 @@ std::vector<std::string> Table::lines(const Output& output, bool titles, std::si
 }
 
 void Table::show(Output& output) const {
+    if (rows_.empty()) {
+        return;
+    }
     if (takes_escapes(output.descriptor())) {
         output.bytes(begin_line);  // where the terminal has shown the Ctrl-C
     }

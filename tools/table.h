@@ -42,7 +42,7 @@ public:
     std::vector<std::string> lines(const Output& output, bool titles,
                                    std::size_t width = std::string::npos) const;
 
-    /// Shows the rows, with titles on a terminal only: elsewhere a program may read them.
+    /// Shows the rows, if there are any, with titles on a terminal only: elsewhere a program may read them.
     void show(Output& output) const;
 
 private:

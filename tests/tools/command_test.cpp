@@ -202,6 +202,10 @@ TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
          "'foo' is none of its commands; right are " + all_commands + "; 'nodevik --help' tells more"},
         {{"sdo"}, "a command is missing; right are read, write; 'nodevik sdo --help' tells more"},
         {{"sdo", "read", "5"}, "OBJECT is required; 'nodevik sdo read --help' tells more"},
+        {{"sdo", "read", "5", "0x1018", "0x1019"},
+         "'0x1019' is one argument too many; 'nodevik sdo read --help' tells more"},
+        {{"send", "123#01", "--count", "5"},
+         "'--count' is none of its options; 'nodevik send --help' tells more"},
         {{"sdo", "read", "128", "0x1018"},
          "NODE: Value 128 not in range 1 to 127; 'nodevik sdo read --help' tells more"},
         {{"sdo", "read", "5", "speed"},
@@ -319,6 +323,27 @@ TEST(CommandAtItsEnd, AbortsTheTransferThatIsInterruptedAndSendsNoNmt) {
         EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 130);
         EXPECT_EQ(node.receive(), can_datagram(0x605, std::string("\x80\x18\x10\x01\0\0\0\x08", 8)));
         EXPECT_EQ(node.receive(0), std::nullopt);
+    }
+}
+
+TEST(CommandHelp, EndsAsEveryResultDoes) {
+    for (const char* word : {"--help", "--version"}) {
+        const auto redirected = [word](const char* to) {
+            return run_program({"/bin/sh", "-c", std::string("exec \"$0\" \"$1\" ") + to, NODEVIK, word});
+        };
+        expect_failure(redirected("> /dev/full"), 5,
+                       "standard output takes nothing more: No space left on device");
+        const ChildResult closed = run_in_child([word] {
+            int ends[2];
+            if (pipe(ends) != 0) {
+                _exit(99);
+            }
+            close(ends[0]);
+            dup2(ends[1], STDOUT_FILENO);
+            become({NODEVIK, word});
+        });
+        EXPECT_EQ(closed.signal, 0);
+        expect_done(closed, "");
     }
 }
 

@@ -375,18 +375,20 @@ TEST_F(ScriptedSlave, ThatDeniesItsNumbersEndsTheScanAfterThreeMoreAttempts) {
 }
 
 TEST_F(ScriptedSlave, IsSentWaitingWhenTheCommandIsInterrupted) {
-    tamper = [this](unsigned command, Answers answers) {
-        if (command == 0x13) {
-            bus.signal(SIGINT);
-            return Answers{};
-        }
-        return answers;
-    };
-    const ChildResult result = bus.run(own("bitrate", {"500"}));
-    EXPECT_EQ(result.status, 130);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(bus.heard.back(), end_of_it);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        tamper = [this, number](unsigned command, Answers answers) {
+            if (command == 0x13) {
+                bus.signal(number);
+                return Answers{};
+            }
+            return answers;
+        };
+        const ChildResult result = bus.run(own("bitrate", {"500"}));
+        EXPECT_EQ(result.status, 130);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(bus.heard.back(), end_of_it);
+    }
 }
 
 TEST_F(ScriptedSlave, ThatWasFoundIsToldBeforeTheScanIsInterrupted) {
@@ -447,7 +449,7 @@ TEST(Lss, RefusesWhatItCannotRead) {
          "--vendor: 'x' is no number from 0 to 4294967295; 'nodevik lss scan --help' tells more"},
         {{"fastscan", "--step", "0"},
          "--step: Value 0 not in range 1 to 60000; 'nodevik lss fastscan --help' tells more"},
-        {{"scan", "5"}, "The following argument was not expected: 5; 'nodevik lss scan --help' tells more"}};
+        {{"scan", "5"}, "'5' is one argument too many; 'nodevik lss scan --help' tells more"}};
     for (const auto& [command, message] : wrong) {
         expect_failure(bus.run(words(command)), 2, message);
     }

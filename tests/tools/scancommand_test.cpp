@@ -83,11 +83,12 @@ TEST_F(Scan, FindsTheNodesThatAnswer) {
 }
 
 TEST_F(Scan, TellsThemAsJson) {
-    expect_done(bus.run({"scan", "6", "--json", "--timeout", "20000"}),
-                "{\"node\":6,\"state\":\"unknown\",\"answers\":true,\"device_type\":983441,\"vendor\":0,"
-                "\"product\":1025,\"revision\":65536,\"serial\":6,\"name\":\"node-simulator\",\"hardware\":"
-                "\"simulated hardware\",\"software\":\"1.0\",\"heard\":[\"sdo-answer\"],\"duplicate\":false,"
-                "\"repeated\":false}\n");
+    expect_done(
+        bus.run({"scan", "6", "--json", "--timeout", "20000"}),
+        "{\"node\":6,\"state\":\"unknown\",\"answers\":true,\"device_type\":983441,\"vendor\":0,"
+        "\"product\":1025,\"revision\":65536,\"serial\":6,\"name\":\"node-simulator\",\"hardware\":"
+        "\"simulated hardware\",\"software\":\"1.0\",\"evidence\":[\"sdo-answer\"],\"duplicate\":false,"
+        "\"repeated\":false}\n");
 }
 
 TEST_F(Scan, AsksEveryNumberOnceWhenNoneIsNamed) {

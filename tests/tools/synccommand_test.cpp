@@ -55,7 +55,7 @@ TEST(Sync, BeginsAtOnceAndComesOnceInAPeriod) {
 }
 
 TEST(Sync, EndsAtASignalAndSendsNoMore) {
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         ScriptedBus bus(NODEVIK);
         bus.meanwhile = [&bus, number] {
             if (bus.heard.size() == 3) {
@@ -68,6 +68,19 @@ TEST(Sync, EndsAtASignalAndSendsNoMore) {
         EXPECT_TRUE(tells_syncs(result.err, std::to_string(bus.heard.size()))) << result.err;
         EXPECT_TRUE(are_syncs(bus.heard));
     }
+}
+
+TEST(Sync, GoesOnWithoutATerminalWhenItWasStartedSo) {
+    ScriptedBus bus(NODEVIK);
+    bus.meanwhile = [&bus] {
+        if (bus.heard.size() >= 3) {
+            bus.signal(SIGHUP);
+        }
+    };
+    std::signal(SIGHUP, SIG_IGN);  // as nohup(1) does
+    EXPECT_EQ(bus.run({"sync", "--period", "1", "--count", "200"}).status, 0);
+    std::signal(SIGHUP, SIG_DFL);
+    EXPECT_EQ(bus.heard, Frames(200, "080 0"));
 }
 
 TEST(Sync, IsNotKeptFromItsEndByAShortPeriod) {

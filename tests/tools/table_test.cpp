@@ -104,6 +104,12 @@ TEST_F(Terminal, GetsTitlesAndColours) {
               " 112  \033[31mlost\033[m        23  has gone\n");
 }
 
+TEST_F(Terminal, GetsNoTitlesWithoutRows) {
+    Output output(near_end, false, interrupts);
+    Table({{"NODE"}}).show(output);
+    EXPECT_EQ(drawn(output), "");
+}
+
 TEST_F(Terminal, GetsNoColoursWhenTheUserWantsNone) {
     setenv("NO_COLOR", "1", 1);
     Output output(near_end, false, interrupts);
