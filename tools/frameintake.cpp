@@ -107,6 +107,11 @@ FrameIntake::Reading FrameIntake::read() {
     while (batch_.size() < most_in_a_batch && result == 0) {
         result = bus_->driver().read(identifier, length, data.data());
     }
+    if (result < 0 && !bus_->is_bus_off()) {
+        // An interface that is unplugged goes down first, and one that went down may be up again: asked once more, the
+        // driver knows.
+        result = bus_->driver().read(identifier, length, data.data());
+    }
     // A controller that is bus-off may be restarted: its frames are waited for.
     const bool is_bus_off = bus_->is_bus_off();
     const bool is_lost = result < 0 && !is_bus_off;

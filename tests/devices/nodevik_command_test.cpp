@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -81,7 +82,7 @@ protected:
 TEST_F(NodevikOnCan, ReadingSendsNothingButItsRequests) {
     EXPECT_EQ(passed({"sdo", "read", "5", "0x1018:2", "--segments"}),
               (Words{"605#4018100200000000", "585#4318100201040000"}));
-    EXPECT_EQ(result.out, "0x1018:2  01 04 00 00  1025\n");
+    EXPECT_EQ(result.out, "0x1018:2  01040000  1025\n");
     EXPECT_EQ(passed({"sdo", "read", "5", "0x1008", "--type", "str", "--segments"}),
               (Words{"605#4008100000000000", "585#410810000E000000", "605#6000000000000000",
                      "585#006E6F64652D7369", "605#7000000000000000", "585#116D756C61746F72"}));
@@ -107,6 +108,52 @@ TEST_F(NodevikOnCan, NmtAndSendSendOneFrame) {
     EXPECT_EQ(passed({"send", "321#0102030405060708"}), Words{"321#0102030405060708"});
     EXPECT_EQ(passed({"send", "18DAF110#00"}), Words{"18DAF110#00"});
     EXPECT_EQ(passed({"send", "321#R4"}), Words{"321#R4"});
+}
+
+TEST_F(NodevikOnCan, SyncIsSentAsOftenAsWasAsked) {
+    EXPECT_EQ(passed({"sync", "--period", "2", "--count", "3"}), (Words{"080#", "080#", "080#"}));
+    EXPECT_EQ(result.status, 0) << result.err;
+}
+
+TEST_F(NodevikOnCan, ListingNodesSendsNothing) {
+    EXPECT_EQ(passed({"nodes", "--seconds", "0.2"}), Words{});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(passed({"scan", "--passive", "--seconds", "0.2"}), Words{});
+}
+
+TEST_F(NodevikOnCan, ScanningAndSettingUpSendNothingButRequestsToTheNodesThatWereNamed) {
+    const auto all_are_of = [](const Words& frames, const Words& heads) {
+        return std::all_of(frames.begin(), frames.end(), [&heads](const std::string& frame) {
+            return std::find(heads.begin(), heads.end(), frame.substr(0, 4)) != heads.end();
+        });
+    };
+    const Words scanned = passed({"--timeout", "200", "scan", "4-6"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out.rfind("5", result.out.find_first_not_of(' ')), result.out.find_first_not_of(' '))
+        << result.out;
+    EXPECT_TRUE(all_are_of(scanned, {"604#", "605#", "606#", "585#"}));
+    for (const Words& command :
+         {Words{"pdo", "list", "5"}, Words{"pdo", "set", "5", "tpdo", "1", "0x185", "255", "0x6000:1/8"},
+          Words{"configure", "5", EDS, "--dry-run"}}) {
+        const Words frames = passed(command);
+        EXPECT_FALSE(frames.empty());
+        EXPECT_TRUE(all_are_of(frames, {"605#", "585#"})) << command.front();
+    }
+}
+
+TEST(NodevikLss, SendsNothingButItsOwnRequests) {
+    const VirtualCan interface("vcan0");
+    Candump witness("vcan0");
+    const NodeProcess devices(NODE_SIMULATOR, {"--nodes", "none", "--unconfigured", "7", "--can", "vcan0"});
+    const ChildResult found = run_program(nodevik("vcan0", {"--timeout", "100", "lss", "fastscan"}));
+    EXPECT_EQ(found.status, 0) << found.err;
+    EXPECT_TRUE(cansend("vcan0", marker));
+    unsigned int frames = 0;
+    for (std::string frame = witness.frame(); !frame.empty() && frame != marker; frame = witness.frame()) {
+        EXPECT_TRUE(frame.substr(0, 4) == "7E5#" || frame.substr(0, 4) == "7E4#") << frame;
+        ++frames;
+    }
+    EXPECT_GT(frames, 100U);
 }
 
 TEST_F(NodevikOnCan, TheOnlyInterfaceThatIsUpNeedsNoName) {
@@ -255,6 +302,12 @@ std::string frames_of(const std::string& log) {
     return frames;
 }
 
+// How long the frames of a log took, by their times.
+double seconds_of(const std::string& log) {
+    const std::size_t last = log.rfind('(');
+    return std::stod(log.substr(last + 1)) - std::stod(log.substr(1));
+}
+
 // candump with its log in a file.
 class CandumpLog : public RunningProgram {
 public:
@@ -285,12 +338,15 @@ TEST(NodevikLogs, GoThroughTheToolsOfOthersAndBack) {
         EXPECT_EQ(record.err(), "nodevik: 100000 frames recorded in " + recorded.path() + "\n");
         EXPECT_TRUE(frames_of(recorded.content()) == frames) << "what was played is not what was recorded";
         EXPECT_TRUE(recorded.content() == candump.out()) << "candump has written another log";
+        std::printf("%u frames in %.1f s\n", log_frames, seconds_of(recorded.content()));
     }
     const ChildResult decoded = run_program({NODEVIK, "decode", recorded.path(), "--raw"});
     EXPECT_TRUE(decoded.out == recorded.content()) << decoded.err;
     CandumpLog candump;
     ASSERT_TRUE(eventually([] { return count_receivers("vcan0") > 0; }));
-    EXPECT_EQ(run_program({"canplayer", "-t", "-I", recorded.path()}).status, 0);
+    const ChildResult played =
+        run_program(nodevik("vcan0", {"replay", recorded.path(), "--speed", "0", "--nmt"}));
+    EXPECT_EQ(played.status, 0) << played.err;
     EXPECT_EQ(candump.end(), 0);
     EXPECT_TRUE(frames_of(candump.out()) == frames) << "what was recorded is not what was played";
 }
