@@ -48,13 +48,17 @@ FrameIntake::FrameIntake(Bus& bus, std::size_t room)
         }
         thread_ = std::thread(&FrameIntake::run, this);
     } catch (const std::system_error& error) {
-        stop();
+        end();
         throw Failure(ExitStatus::no_bus, "the system has no room for a thread: " +
                                               std::string(std::strerror(error.code().value())));
     }
 }
 
 FrameIntake::~FrameIntake() {
+    end();
+}
+
+void FrameIntake::end() {
     stop();
     close(news_);
     close(stop_);

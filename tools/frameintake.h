@@ -61,6 +61,7 @@ private:
     // How reading went.
     enum class Reading : unsigned char { all, more, failed };
 
+    void end();
     void run();
     bool wait() const;
     Reading read();
