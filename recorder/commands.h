@@ -36,6 +36,7 @@ AddCommand add_report_command;  ///< the page that a person reads first
 AddCommand add_show_command;    ///< each frame and reply in words
 AddCommand add_export_command;  ///< a row for each cycle
 AddCommand add_plot_command;    ///< the plotting window
+AddCommand add_replay_command;  ///< the vehicle's side, played to a program
 
 }  // namespace vehicle_recorder
 

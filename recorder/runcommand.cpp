@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -18,6 +17,7 @@
 
 #include "program/failure.h"
 #include "program/linepreload.h"
+#include "recorder/commandoptions.h"
 #include "recorder/commands.h"
 #include "recorder/session.h"
 
@@ -29,7 +29,6 @@ namespace files = std::filesystem;
 using program::ExitStatus;
 using program::Failure;
 
-constexpr const char* default_program = "ohjauspaneeli";
 constexpr const char* file_beginning = "vehicle-";
 constexpr const char* file_ending = ".recording";
 
@@ -94,9 +93,6 @@ void remove_all_but(const files::path& directory, std::size_t count) {
 
 int run(RunOptions options) {
     SessionSetUp& session = options.session;
-    if (session.program.empty()) {
-        session.program = {default_program};
-    }
     if (session.out.empty()) {
         const files::path directory =
             options.directory.empty() ? data_directory() : files::path(options.directory);
@@ -132,17 +128,7 @@ void add_run_command(CLI::App& app, Action& action) {
         ->type_name("NUMBER")
         ->check(CLI::Range(1U, 1'000'000U))
         ->excludes(out);
-    const std::map<std::string, LineWay> ways = {{"namespace", LineWay::mount_namespace},
-                                                 {"preload", LineWay::preload}};
-    command
-        .add_option("--way", options->session.way,
-                    "How the program gets the line's name: namespace or preload")
-        ->type_name("WAY")
-        ->transform(CLI::CheckedTransformer(ways));
-    command
-        .add_option("program", options->session.program,
-                    "The program with its arguments; default: ohjauspaneeli")
-        ->type_name("PROGRAM");
+    add_program_options(command, options->session.program, options->session.way);
     command.callback([&action, options] { action = [options] { return run(*options); }; });
 }
 

@@ -5,7 +5,6 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -23,13 +22,17 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 #include "lineguard.h"
 #include "program/failure.h"
 #include "recorder/carrier.h"
+#include "recorder/descriptor.h"
 #include "recorder/entrypipe.h"
+#include "recorder/heldsignals.h"
+#include "recorder/programstart.h"
 #include "recorder/pseudoline.h"
 #include "recorder/realline.h"
 #include "recorder/recordingwriter.h"
@@ -42,9 +45,6 @@ namespace {
 using program::ExitStatus;
 using program::Failure;
 
-constexpr auto cannot_be_run = static_cast<ExitStatus>(126);  // as env(1) and the shells have it
-constexpr auto cannot_be_found = static_cast<ExitStatus>(127);
-constexpr int status_of_signals = 128;
 constexpr int carrier_priority = -10;
 // The writing half gets this long for what is left when all others have ended.
 constexpr std::chrono::seconds longest_writing{10};
@@ -58,43 +58,6 @@ void tell(const std::string& text) {
 }
 
 // --- descriptors ---
-
-// A descriptor that is closed with its owner.
-class Descriptor {
-public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    ~Descriptor() { reset(); }
-    Descriptor(Descriptor&& other) noexcept : number_(other.release()) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        reset(other.release());
-        return *this;
-    }
-
-    int get() const { return number_; }
-    int release() { return std::exchange(number_, -1); }
-    void reset(int number = -1) {
-        if (number_ >= 0) {
-            close(number_);
-        }
-        number_ = number;
-    }
-
-private:
-    int number_;
-};
-
-struct Ends {
-    Descriptor first;   // of a pipe the one that is read
-    Descriptor second;  // of a pipe the one that is written
-};
-
-Ends make_pipe() {
-    std::array<int, 2> ends = {-1, -1};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        fail("a pipe");
-    }
-    return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
 
 Ends make_sockets() {
     std::array<int, 2> ends = {-1, -1};
@@ -126,39 +89,6 @@ void close_all_but(std::vector<int> kept) {
     }
     close_range(next, ~0U, 0);
 }
-
-// --- signals ---
-
-// The signals that are meant for the program, and those that tell of children, are held back and read instead.
-class HeldSignals {
-public:
-    HeldSignals() {
-        sigset_t held = {};
-        sigemptyset(&held);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD, SIGPIPE, SIGTTOU}) {
-            sigaddset(&held, number);
-        }
-        sigprocmask(SIG_BLOCK, &held, &earlier_);
-        sigdelset(&held, SIGPIPE);
-        sigdelset(&held, SIGTTOU);
-        descriptor_.reset(signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK));
-        if (descriptor_.get() < 0) {
-            fail("a descriptor for signals");
-        }
-    }
-    ~HeldSignals() { restore(); }
-    HeldSignals(const HeldSignals&) = delete;
-    HeldSignals& operator=(const HeldSignals&) = delete;
-
-    int descriptor() const { return descriptor_.get(); }
-
-    // As it was before, for the program too.
-    void restore() const { sigprocmask(SIG_SETMASK, &earlier_, nullptr); }
-
-private:
-    sigset_t earlier_ = {};
-    Descriptor descriptor_;
-};
 
 // --- processes beside this one ---
 
@@ -229,49 +159,19 @@ private:
 
 // --- the program ---
 
-// Why the program did not come to run, as its process tells it.
-struct Refusal {
-    ExitStatus status = cannot_be_run;
-    std::array<char, 500> text = {};
-};
-
-[[noreturn]] void refuse(int report, ExitStatus status, const std::string& text) {
-    Refusal refusal;
-    refusal.status = status;
-    text.copy(refusal.text.data(), refusal.text.size() - 1);
-    [[maybe_unused]] const ssize_t told = write(report, &refusal, sizeof refusal);
-    _exit(EXIT_FAILURE);
-}
-
 // Becomes the program, once it may.
-[[noreturn]] void become_program(const SessionSetUp& setup, const std::string& device, int permission,
-                                 int report) {
+[[noreturn]] void await_permission(const SessionSetUp& setup, const std::string& device, int permission,
+                                   int report) {
     char go = 0;
     if (read(permission, &go, 1) != 1) {
         _exit(EXIT_FAILURE);
     }
-    const std::string failure = give_line_name(device, setup.way);
-    if (!failure.empty()) {
-        refuse(report, ExitStatus::no_bus, failure);
-    }
-    std::vector<char*> arguments;
-    for (const std::string& argument : setup.program) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
-    execvp(arguments[0], arguments.data());
-    const int reason = errno;
-    refuse(report, reason == ENOENT ? cannot_be_found : cannot_be_run,
-           setup.program[0] + " cannot be run: " + std::strerror(reason));
+    become_program(setup.program, device, setup.way, report);
 }
 
 std::string describe(int status) {
     return WIFSIGNALED(status) ? "the program was ended by signal " + std::to_string(WTERMSIG(status))
                                : "the program ended with status " + std::to_string(WEXITSTATUS(status));
-}
-
-int exit_status(int status) {
-    return WIFSIGNALED(status) ? status_of_signals + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 // --- the session ---
@@ -296,7 +196,7 @@ public:
         if (writing_half_ > 0) {
             tell("the recording is not written to its end yet: the disk is slow, or its process is stopped");
         }
-        return exit_status(program_status_);
+        return exit_status_of(program_status_);
     }
 
 private:
@@ -322,7 +222,7 @@ private:
         if (program_ == 0) {
             signals_.restore();
             permission.second.reset();
-            become_program(setup_, line.path(), permission.first.get(), report.second.get());
+            await_permission(setup_, line.path(), permission.first.get(), report.second.get());
         }
         permission_ = std::move(permission.second);
         report_ = std::move(report.first);
@@ -366,28 +266,24 @@ private:
     void let_program_go() {
         [[maybe_unused]] const ssize_t told = write(permission_.get(), "g", 1);
         permission_.reset();
-        Refusal refusal;
-        ssize_t count = -1;
-        do {
-            count = read(report_.get(), &refusal, sizeof refusal);
-        } while (count < 0 && errno == EINTR);
-        report_.reset();
-        if (count > 0) {
+        try {
+            await_program(report_.get());
+        } catch (const Failure&) {
             while (program_ > 0 || carrier_ > 0 || writing_half_ > 0) {
                 wait(-1);
             }
-            throw Failure(refusal.status, refusal.text.data());
+            throw;
         }
+        report_.reset();
     }
 
     void wait(int limit_ms) {
         std::array<pollfd, 2> events = {{{signals_.descriptor(), POLLIN, 0}, {messages_.get(), POLLIN, 0}}};
         poll(events.data(), events.size(), limit_ms);
         pass_messages_on();
-        signalfd_siginfo signal = {};
-        while (read(signals_.descriptor(), &signal, sizeof signal) == sizeof signal) {
-            if (signal.ssi_signo != SIGCHLD) {
-                pass_signal_on(signal);
+        while (const std::optional<signalfd_siginfo> signal = signals_.next()) {
+            if (signal->ssi_signo != SIGCHLD) {
+                pass_signal_on(*signal);
             }
         }
         int status = 0;
@@ -417,12 +313,9 @@ private:
         return count;
     }
 
-    // The terminal sends its signals to all of the job, the program included.
     void pass_signal_on(const signalfd_siginfo& signal) {
         if (program_ > 0) {
-            if (signal.ssi_code != SI_KERNEL) {
-                kill(program_, static_cast<int>(signal.ssi_signo));
-            }
+            pass_on(signal, program_);
             return;
         }
         impatient_ = carrier_ < 0;

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "program/failure.h"
+#include "recorder/commandoptions.h"
 #include "recorder/commands.h"
 #include "recorder/cyclewords.h"
 #include "recorder/readthrough.h"
@@ -89,24 +90,6 @@ int show(const ShowOptions& options) {
     return static_cast<int>(program::ExitStatus::done);
 }
 
-// Reads a time of the command line.
-CLI::Option* add_time(CLI::App& command, const std::string& name, std::uint64_t& time_us,
-                      const std::string& does) {
-    return command
-        .add_option_function<std::string>(
-            name,
-            [&time_us, name](const std::string& text) {
-                const std::optional<std::uint64_t> seconds = read_seconds(text);
-                if (!seconds) {
-                    throw CLI::ValidationError(name,
-                                               "'" + text + "' is no time; right are seconds such as 12.5");
-                }
-                time_us = *seconds;
-            },
-            does)
-        ->type_name("T");
-}
-
 }  // namespace
 
 void add_show_command(CLI::App& app, Action& action) {
@@ -114,8 +97,8 @@ void add_show_command(CLI::App& app, Action& action) {
                                     "vehicle-recorder show drive.recording --from 12.5 --to 20");
     const auto options = std::make_shared<ShowOptions>();
     command.add_option("FILE", options->file, "The recording")->required();
-    add_time(command, "--from", options->from_us, "Begin with this time, in seconds since the start");
-    add_time(command, "--to", options->to_us, "End with this time");
+    add_time_option(command, "--from", options->from_us, "Begin with this time, in seconds since the start");
+    add_time_option(command, "--to", options->to_us, "End with this time");
     command.callback([&action, options] {
         if (options->from_us > options->to_us) {
             throw CLI::ValidationError("--to", "is earlier than --from");
