@@ -86,7 +86,8 @@ void CommandLine::add_common_options() {
                     "EDS or DCF file with the names and types of all nodes' objects, or of one's")
         ->type_name("[NODE=]FILE")
         ->expected(1)
-        ->take_all();
+        ->take_all()
+        ->allow_extra_args(false);
 }
 
 void CommandLine::parse(std::vector<std::string> arguments) {

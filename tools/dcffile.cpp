@@ -31,11 +31,19 @@ void set_node(DeviceDescription& description, unsigned int node) {
     }
 }
 
+std::string file_time() {
+    return time_text("%I:%M%p");
+}
+
+std::string file_date() {
+    return time_text("%m-%d-%Y");
+}
+
 std::string dcf_text(const DeviceDescription& description, const std::string& file) {
     DeviceDescription::DcfOptions options;
     options.file_name = file.substr(file.rfind('/') + 1);
-    options.modification_date = time_text("%m-%d-%Y");
-    options.modification_time = time_text("%I:%M%p");
+    options.modification_date = file_date();
+    options.modification_time = file_time();
     options.modified_by = "nodevik";
     return description.dcf(options);
 }

@@ -14,6 +14,12 @@ namespace nodevik_tool {
 /// @param node  1 to 127
 void set_node(DeviceDescription& description, unsigned int node);
 
+/// The time of the day as such files have it: "02:05PM".
+std::string file_time();
+
+/// The date as such files have it: "11-22-2026".
+std::string file_date();
+
 /// The DCF of a description, which tells that it was made now.
 /// @param file  where it will be; empty when that is not known
 std::string dcf_text(const DeviceDescription& description, const std::string& file);

@@ -240,6 +240,17 @@ nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& byte
     return text;
 }
 
+nlohmann::ordered_json entry_json(unsigned int node, std::uint16_t index, std::uint8_t subindex,
+                                  const ValueForm& form, const ObjectBytes& bytes, const std::string& name) {
+    nlohmann::ordered_json object{
+        {"node", node},        {"index", index_text(index)},       {"sub", subindex},
+        {"type", form.name()}, {"value", value_json(form, bytes)}, {"hex", plain_hex(bytes)}};
+    if (!name.empty()) {
+        object["name"] = name;
+    }
+    return object;
+}
+
 nlohmann::ordered_json described_json(const DeviceDescription::Entry& entry,
                                       const std::optional<ObjectBytes>& bytes, const std::string& text) {
     if (bytes) {

@@ -103,6 +103,14 @@ std::string value_text(const ValueForm& form, const ObjectBytes& bytes);
 /// A value in JSON: a number, a truth, or a text; null when there are no bytes of a number.
 nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& bytes);
 
+/// An entry of a node in JSON.
+///
+/// @param node   1 to 127
+/// @param bytes  its value
+/// @param name   empty when nobody knows it
+nlohmann::ordered_json entry_json(unsigned int node, std::uint16_t index, std::uint8_t subindex,
+                                  const ValueForm& form, const ObjectBytes& bytes, const std::string& name);
+
 /// A value of a description in JSON: as value_json(), or as the file has it when it cannot be told without a node's number.
 /// @param bytes  the value, nothing when it is not known
 /// @param text   what the file has; empty when it has none: null

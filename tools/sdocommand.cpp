@@ -50,14 +50,9 @@ private:
 
 nlohmann::ordered_json result_object(unsigned int node, const Entries& entries, std::uint8_t subindex,
                                      const ObjectBytes& bytes) {
-    const ValueForm form = entries.form(subindex);
-    nlohmann::ordered_json result{
-        {"node", node},        {"index", index_text(entries.index())}, {"sub", subindex},
-        {"type", form.name()}, {"value", value_json(form, bytes)},     {"hex", plain_hex(bytes)}};
-    if (const DeviceDescription::Entry* entry = entries.entry(subindex)) {
-        result["name"] = entry->full_name();
-    }
-    return result;
+    const DeviceDescription::Entry* entry = entries.entry(subindex);
+    return entry_json(node, entries.index(), subindex, entries.form(subindex), bytes,
+                      entry != nullptr ? entry->full_name() : std::string());
 }
 
 void tell(Output& output, unsigned int node, const Entries& entries, std::uint8_t subindex,

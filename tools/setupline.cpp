@@ -4,6 +4,7 @@
 
 #include "tools/commandregistry.h"
 #include "tools/configurecommand.h"
+#include "tools/dumpcommand.h"
 #include "tools/pdocommands.h"
 
 namespace nodevik_tool {
@@ -60,11 +61,22 @@ void add_pdo(CommandRegistry& registry) {
     });
 }
 
+void add_dump(CommandRegistry& registry) {
+    CLI::App* dump = registry.add(registry.root(), "dump", "Read what a node has and make a DCF of it",
+                                  "nodevik --can can0 --eds pump.eds dump 5 pump5.dcf");
+    const auto node = std::make_shared<unsigned int>(0);
+    const auto file = std::make_shared<std::string>();
+    add_node(*dump, *node);
+    dump->add_option("FILE", *file, "Where the DCF goes; to standard output when it is left out");
+    registry.on(*dump, [node, file](const Session& session) { return dump_node(session, *node, *file); });
+}
+
 }  // namespace
 
 void add_setup_commands(CommandRegistry& registry) {
     add_configure(registry);
     add_pdo(registry);
+    add_dump(registry);
 }
 
 }  // namespace nodevik_tool

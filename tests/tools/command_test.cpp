@@ -32,7 +32,7 @@ const char* const description_text =
     "[2003]\nParameterName=Total\nObjectType=7\nDataType=27\nAccessType=rw\n";
 
 const std::string all_commands =
-    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, replay, lss, eds, configure, pdo";
+    "sdo, nmt, send, sync, nodes, scan, monitor, record, decode, replay, lss, eds, configure, pdo, dump";
 
 // A simulator with nodes 5 and 6, and what it has heard.
 class Command : public testing::Test {
@@ -377,6 +377,7 @@ TEST(CommandHelp, HasAnExampleForEachCommand) {
                                                          {"pdo"},
                                                          {"pdo", "list"},
                                                          {"pdo", "set"},
+                                                         {"dump"},
                                                          {"replay"}};
     for (std::vector<std::string> words : commands) {
         words.insert(words.begin(), NODEVIK);
