@@ -27,6 +27,7 @@ LogInput::LogInput(const Session& session, const std::string& file) : session_(&
     reader_.adopt(descriptor_);
     reader_.set_foreign_line([this](std::uint64_t line, const char* reason) {
         tell(file_ + ":" + std::to_string(line) + ": " + reason);
+        session_->interrupts.wait(-1, 0, 0);  // of a file that is no log there may be many
     });
     if (S_ISFIFO(status.st_mode)) {
         wait();  // for whoever writes

@@ -334,6 +334,15 @@ TEST(Decode, ReadsAPipeAsItComes) {
     std::remove(fifo.c_str());
 }
 
+TEST(Decode, EndsAtASignalThoughNoLineIsAFrame) {
+    Listening decoding({"decode", "/dev/urandom"});
+    EXPECT_TRUE(
+        eventually([&decoding] { return decoding.err().find("/dev/urandom:2: ") != std::string::npos; }));
+    decoding.signal(SIGINT);
+    EXPECT_EQ(decoding.end(), 130);
+    EXPECT_NE(decoding.err().find("nodevik: 0 frames\n"), std::string::npos);
+}
+
 TEST(Decode, EndsWith5WithoutALogAnd2WithAWrongOption) {
     const ChildResult missing = decode("/no/such", {});
     EXPECT_EQ(missing.status, 5);
