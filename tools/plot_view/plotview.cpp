@@ -86,11 +86,12 @@ PlotView::PlotView(QWidget* parent)
     : QWidget(parent),
       data_(std::make_shared<PlotData>()),
       dark_(palette().color(QPalette::Window).lightness() < 128) {
+    // Before anything is told of this widget, for what it is found as then stays. A second time changes nothing.
+    QAccessible::installFactory(make_accessible);
     setAttribute(Qt::WA_OpaquePaintEvent);
     setFocusPolicy(Qt::StrongFocus);
     setMouseTracking(true);
     setAccessibleName(QStringLiteral("Curves"));
-    QAccessible::installFactory(make_accessible);  // a second time changes nothing
     arrange();
 }
 

@@ -13,6 +13,7 @@
 #include <QSaveFile>
 #include <QStatusBar>
 #include <QToolBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <utility>
@@ -175,6 +176,9 @@ void PlotWindow::add_tool_bar() {
     bar.setToolButtonStyle(Qt::ToolButtonTextOnly);
     bar.setMovable(false);
     bar.addActions(buttons_);
+    if (auto* const more = bar.findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button"))) {
+        more->setAccessibleName(QStringLiteral("More tools"));
+    }
 }
 
 QString PlotWindow::listen(quint16 port, double step_s) {

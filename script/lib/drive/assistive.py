@@ -44,6 +44,11 @@ class Gauge:
     def range(self):
         return self._accessible.get_minimum_value(), self._accessible.get_maximum_value()
 
+    def place(self):
+        """Where it is on the screen: x, y, width, height."""
+        extents = self._accessible.get_extents(self._client.screen_coordinates())
+        return extents.x, extents.y, extents.width, extents.height
+
     def value(self):
         return self._accessible.get_current_value()
 
@@ -102,6 +107,10 @@ class Client:
 
     def _keep(self, event):
         self.events.append((event.type, event.source.get_name(), event.detail1))
+
+    def screen_coordinates(self):
+        """The kind of coordinates that are those of the screen."""
+        return self._atspi.CoordType.SCREEN
 
     def listen(self):
         """Takes what has been told until now."""
