@@ -388,21 +388,31 @@ void CycleBuilder::place(Reply reply) {
     cycles_[behind - 1].reply = std::move(reply);
 }
 
-// A heap of replies in which the first frame got none, while another's reply has a byte or two too many: these are the
-// beginning of a reply of its own, which came at once with the next.
+// How many bytes ahead of a reply may be the beginning of another one, which came at once with it.
+std::size_t CycleBuilder::doubtful_beginning(const Reply& reply) const {
+    const std::size_t count = std::min(reply.ahead, doubtful_bytes);
+    for (std::size_t place = 0; place < count; place++) {
+        if (!mark_ || mark_->contradicts(place, reply.bytes[place])) {
+            return 0;
+        }
+    }
+    return reply.is_whole ? count : 0;
+}
+
+// A heap of replies in which the first frame got none, while another's reply has bytes ahead of it that may be the
+// beginning of a reply of its own: then they are.
 void CycleBuilder::split_doubtful_reply() {
     for (std::size_t i = 1; i < cycles_.size() && i <= farthest_move && cycles_[i].reply; i++) {
         Reply& reply = *cycles_[i].reply;
-        if (i > 1 && reply.is_whole && reply.ahead > 0 && reply.ahead <= doubtful_bytes && mark_ &&
-            !mark_->contradicts(0, reply.bytes[0]) &&
-            (reply.ahead == 1 || !mark_->contradicts(1, reply.bytes[1]))) {
+        const std::size_t count = i > 1 ? doubtful_beginning(reply) : 0;
+        if (count > 0) {
             Reply beginning;
             beginning.first_us = reply.first_us;
             beginning.last_us = reply.first_us;
-            const auto end = reply.bytes.begin() + static_cast<std::ptrdiff_t>(reply.ahead);
+            const auto end = reply.bytes.begin() + static_cast<std::ptrdiff_t>(count);
             beginning.bytes.assign(reply.bytes.begin(), end);
             reply.bytes.erase(reply.bytes.begin(), end);
-            reply.ahead = 0;
+            reply.ahead -= count;
             for (std::size_t j = 1; j < i; j++) {
                 cycles_[j - 1].reply = std::move(cycles_[j].reply);
             }

@@ -127,6 +127,7 @@ private:
     void take(std::size_t begin, std::size_t end, std::size_t ahead, bool is_whole);
     void forget(std::size_t count);
     void place(Reply reply);
+    std::size_t doubtful_beginning(const Reply& reply) const;
     void split_doubtful_reply();
     void end_line();
     void give_out_first(bool nobody_knows);

@@ -88,7 +88,7 @@ class Replay(unittest.TestCase):
         self.wait_for_bytes(13)
 
     def test_missing_replies_show_on_the_byte_counter(self):
-        self.play(MISSING, ahead_s=5, speed=0.5)
+        self.play(MISSING, ahead_s=4, speed=1)
         self.wait_for_bytes(13)
         self.wait_for_bytes(0)
 

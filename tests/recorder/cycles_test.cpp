@@ -327,6 +327,27 @@ TEST_F(MarkedLine, ShortAndGarbledRepliesInAHeapAreToldApart) {
     EXPECT_EQ(told_behind_mark(line.cycles()), "WSSWgw");
 }
 
+TEST_F(MarkedLine, ShortReplyAheadOfNoiseInAHeapIsOne) {
+    for (std::uint64_t i = 0; i < 4; i++) {
+        line.frame(n + i);
+    }
+    line.reply(n + 3,
+               marked_reply(0) + marked_reply(1) + first(marked_reply(2), 2) + noise + marked_reply(3));
+    line.answered(n + 4, 1);
+    const std::vector<Cycle> cycles = line.cycles();
+    EXPECT_EQ(told_behind_mark(cycles), "WWSgw");
+    EXPECT_EQ(cycles[n + 2].reply->bytes.size(), 2U);
+    EXPECT_EQ(cycles[n + 3].reply->ahead, noise.size());
+}
+
+TEST_F(MarkedLine, NoiseAheadOfAReplyInTimeIsNoReply) {
+    line.frame(n);
+    line.frame(n + 1);
+    line.reply(n + 1, first(marked_reply(), 2) + marked_reply());
+    line.answered(n + 2, 1);
+    EXPECT_EQ(told_behind_mark(line.cycles()), "mgw");
+}
+
 TEST_F(MarkedLine, MoreRepliesThanFramesAnswerNone) {
     line.answered(n, 2);
     Bytes more;
