@@ -394,7 +394,8 @@ std::string completions(const CLI::App& root, const std::string& line, const std
     const Answer answer = answer_for(root, typed.words);
     std::string text = answer.kind + "\n";
     if (answer.kind == "files") {
-        text += answer.file + "\n";
+        const std::size_t begin = typed.words.back().size() - answer.file.size();
+        text += answer.file + "\n" + typed.before.substr(std::min(begin, typed.before.size())) + "\n";
     }
     for (const std::string& candidate : answer.candidates) {
         if (begins_with(candidate, typed.words.back())) {

@@ -12,7 +12,7 @@
 /// |---|---|
 /// | `words` | candidates |
 /// | `names` | candidates that may need quotes |
-/// | `files` | the beginning of a file's name, for the shell to complete |
+/// | `files` | the beginning of a file's name, for the shell to complete, and what of that is ahead of the last piece |
 ///
 /// With ` parts` behind it the candidates do not end their word: a comma may follow, say.
 ///

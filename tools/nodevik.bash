@@ -10,6 +10,7 @@ _nodevik() {
     files)
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "${answer[1]}")
+        COMPREPLY=("${COMPREPLY[@]#"${answer[2]}"}")
         ;;
     esac
     case ${answer[0]:-} in

@@ -200,7 +200,8 @@ TEST(Completion, KnowsEveryOptionForAFile) {
             std::smatch found;
             if (std::regex_search(line, found, option)) {
                 ++files;
-                EXPECT_EQ(told("nodevik " + command + " " + found.str(1) + " some"), (Words{"files", "some"}))
+                EXPECT_EQ(told("nodevik " + command + " " + found.str(1) + " some"),
+                          (Words{"files", "some", ""}))
                     << line;
             }
         }
@@ -209,12 +210,15 @@ TEST(Completion, KnowsEveryOptionForAFile) {
 }
 
 TEST(Completion, KnowsTheArgumentsThatAreFiles) {
-    EXPECT_EQ(told("nodevik record bus"), (Words{"files", "bus"}));
-    EXPECT_EQ(told("nodevik decode --raw "), (Words{"files", ""}));
-    EXPECT_EQ(told("nodevik eds check ./"), (Words{"files", "./"}));
-    EXPECT_EQ(told("nodevik eds diff old.eds ne"), (Words{"files", "ne"}));
-    EXPECT_EQ(told("nodevik --eds 5=pump"), (Words{"files", "pump"}));
-    EXPECT_EQ(told("nodevik --eds=pump"), (Words{"files", "pump"}));
+    EXPECT_EQ(told("nodevik record bus"), (Words{"files", "bus", ""}));
+    EXPECT_EQ(told("nodevik decode --raw "), (Words{"files", "", ""}));
+    EXPECT_EQ(told("nodevik eds check ./"), (Words{"files", "./", ""}));
+    EXPECT_EQ(told("nodevik eds diff old.eds ne"), (Words{"files", "ne", ""}));
+    EXPECT_EQ(told("nodevik --eds 5=pump"), (Words{"files", "pump", ""}));
+    EXPECT_EQ(told("nodevik --eds=pump"), (Words{"files", "pump", ""}));
+    EXPECT_EQ(told("nodevik --eds=5=a:b"), (Words{"files", "a:b", "a:"}));
+    EXPECT_EQ(told("nodevik decode x=1"), (Words{"files", "x=1", "x="}));
+    EXPECT_EQ(told("nodevik decode 'x=1"), (Words{"files", "x=1", ""}));
 }
 
 TEST(Completion, KnowsTheWordsOfAnArgument) {
@@ -308,9 +312,11 @@ TEST(BashCompletion, CompletesFiles) {
     EXPECT_EQ(shell.run("nodevik eds show " + beginning + tab), "<eds><show><" EDS ">");
     EXPECT_EQ(shell.run("nodevik --eds 5=" + beginning + tab), "<--eds><5=" EDS ">");
     const TemporaryFile odd;
-    const std::string with_blank = odd.path() + " of one.eds";
+    const std::string with_blank = odd.path() + " of one=7.eds";
     std::filesystem::copy(odd.path(), with_blank);
     EXPECT_EQ(shell.run("nodevik decode " + odd.path() + "\\ o" + tab), "<decode><" + with_blank + ">");
+    EXPECT_EQ(shell.run("nodevik decode " + odd.path() + "\\ of\\ one=" + tab),
+              "<decode><" + with_blank + ">");
     std::filesystem::remove(with_blank);
 }
 
