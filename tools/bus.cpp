@@ -30,7 +30,8 @@ namespace nodevik_tool {
 
 namespace {
 
-constexpr std::uint64_t look_again_ns = 1'000'000;  // at a driver without a descriptor
+constexpr std::uint64_t nanoseconds_per_millisecond = 1'000'000;
+constexpr std::uint64_t look_again_ns = 1'000'000;  // at a driver without a descriptor, or without room
 constexpr unsigned int frames_of_a_crowd = 64;      // read without a look at the signals
 constexpr std::int64_t highest_channel = 255;
 constexpr std::int64_t lowest_bitrate = 1000;
@@ -262,9 +263,31 @@ void Bus::read(std::uint64_t deadline_ns, const Output* results) {
     }
 }
 
+void Bus::send(unsigned int identifier, unsigned int length, std::array<unsigned char, 8> data,
+               unsigned int flags, unsigned int patience_ms, const Output* results) {
+    const std::uint64_t limit = monotonic_ns() + patience_ms * nanoseconds_per_millisecond;
+    while (observed_->write(identifier, length, data.data(), flags) < 0) {
+        const std::uint64_t now = monotonic_ns();
+        if (now >= limit) {
+            throw Failure(ExitStatus::no_bus, trouble());
+        }
+        do {
+            read(now + look_again_ns, results);
+        } while (monotonic_ns() < now + look_again_ns);
+    }
+}
+
 std::string Bus::trouble() const {
     const std::string report = reports_->take_last();
-    return report.empty() ? "the bus cannot be used: the driver does not say why" : report;
+    if (!report.empty()) {
+        return report;
+    }
+    const auto* udp = dynamic_cast<const UdpFrames*>(driver_.get());
+    if (udp != nullptr && udp->last_error() != 0) {
+        return std::string("the UDP peer cannot be reached: ") + std::strerror(udp->last_error()) +
+               "; look at its address, and whether the network is up";
+    }
+    return "the bus cannot be used: the driver does not say why";
 }
 
 }  // namespace nodevik_tool

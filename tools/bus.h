@@ -4,6 +4,7 @@
 #ifndef TOOLS_BUS_H
 #define TOOLS_BUS_H
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -130,6 +131,19 @@ public:
     /// @throws ClosedPipe   nobody reads the results any more
     /// @throws Failure      the bus can no longer be used
     void read(std::uint64_t deadline_ns, const Output* results = nullptr);
+
+    /// Sends a frame. As long as the driver's queue has no room, other programs may have filled it, the bus is read and
+    /// the frame offered again.
+    ///
+    /// @param identifier  11 bits, or 29 with the flag
+    /// @param data        the bytes; as many as there are
+    /// @param length      their number, 0 to 8
+    /// @param flags       of CANdriver::write()
+    /// @param patience_ms longest wait for room, milliseconds
+    /// @param results     whose reader may go meanwhile; null looks after none
+    /// @throws Interrupted, ClosedPipe, Failure  as read(), or the frame was not taken
+    void send(unsigned int identifier, unsigned int length, std::array<unsigned char, 8> data,
+              unsigned int flags, unsigned int patience_ms, const Output* results = nullptr);
 
     /// Frames that the kernel had no room for; 0 where it does not tell.
     std::uint64_t dropped_frames() const;

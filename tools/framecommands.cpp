@@ -38,11 +38,8 @@ void send(const Session& session, const WrittenFrame& frame) {
                       "over UDP there are no remote requests and no 29-bit identifiers; such a frame "
                       "needs a CAN interface");
     }
-    std::array<unsigned char, 8> data = frame.data;
     const unsigned int flags = (frame.extended ? extended_flag : 0) | (frame.remote ? remote_flag : 0);
-    if (bus.driver().write(frame.identifier, frame.length, data.data(), flags) < 0) {
-        throw Failure(ExitStatus::no_bus, bus.trouble());
-    }
+    bus.send(frame.identifier, frame.length, frame.data, flags, session.options.timeout_ms);
 }
 
 }  // namespace

@@ -180,10 +180,8 @@ public:
 
     // Sends a node the NMT command that has it take its new number.
     void reset(unsigned int node) {
-        std::array<unsigned char, 8> data{reset_communication, static_cast<unsigned char>(node)};
-        if (bus_.driver().write(0, 2, data.data(), 0) < 0) {
-            throw Failure(ExitStatus::no_bus, "the reset was not sent: " + bus_.trouble());
-        }
+        bus_.send(0, 2, {reset_communication, static_cast<unsigned char>(node)}, 0,
+                  session_->options.timeout_ms);
     }
 
 private:

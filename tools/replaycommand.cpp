@@ -17,8 +17,6 @@ namespace {
 constexpr double nanoseconds = 1e9;
 constexpr double ns_per_us = 1e3;
 constexpr double longest_wait_ns = 9e18;
-constexpr std::uint64_t retry_ns = 1'000'000;  // a frame that the driver's queue has no room for
-constexpr std::uint64_t ns_per_ms = 1'000'000;
 
 // When the frames of a log are due.
 class Schedule {
@@ -119,19 +117,10 @@ private:
         } while (monotonic_ns() < due_ns);
     }
 
-    // A driver's queue may be full for a while: the frame is offered again until it is taken.
     void send(const LogFrame& frame) {
-        std::array<unsigned char, can_driver::frame_size> data = frame.data;
         const unsigned int flags =
             (frame.extended ? can_driver::write_extended : 0) | (frame.remote ? can_driver::write_remote : 0);
-        const std::uint64_t limit = monotonic_ns() + session_->options.timeout_ms * ns_per_ms;
-        while (bus_.driver().write(frame.identifier, frame.length, data.data(), flags) < 0) {
-            const std::uint64_t now = monotonic_ns();
-            if (now >= limit) {
-                throw Failure(ExitStatus::no_bus, bus_.trouble());
-            }
-            wait_until(now + retry_ns);
-        }
+        bus_.send(frame.identifier, frame.length, frame.data, flags, session_->options.timeout_ms);
     }
 
     const Session* session_;

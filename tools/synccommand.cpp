@@ -75,10 +75,7 @@ ExitStatus produce_sync(const Session& session, const SyncArguments& arguments) 
         const Ticks ticks(static_cast<std::uint64_t>(arguments.period_ms * nanoseconds_per_millisecond));
         while (arguments.count == 0 || sent < arguments.count) {
             missed += ticks.wait(session.interrupts, session.output) - 1;
-            std::array<unsigned char, 8> no_data{};
-            if (bus.driver().write(sync_identifier, 0, no_data.data(), 0) < 0) {
-                throw Failure(ExitStatus::no_bus, bus.trouble());
-            }
+            bus.send(sync_identifier, 0, {}, 0, session.options.timeout_ms, &session.output);
             ++sent;
         }
     } catch (const Interrupted&) {

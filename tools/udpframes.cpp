@@ -104,7 +104,9 @@ int UdpFrames::read(unsigned int& ID, unsigned int& length, unsigned char* data)
         message.msg_controllen = control.size();
         const ssize_t count = recvmsg(socket_, &message, MSG_DONTWAIT);
         if (count < 0) {
-            return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 1 : -1;
+            const bool none_waits = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+            error_ = none_waits ? error_ : errno;
+            return none_waits ? 1 : -1;
         }
         for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
              header = CMSG_NXTHDR(&message, header)) {
@@ -137,7 +139,11 @@ int UdpFrames::write(unsigned int cobid, unsigned int length, unsigned char* dat
     std::copy_n(data, std::min<std::size_t>(length, data_size), &datagram[data_at]);
     const ssize_t count = sendto(socket_, datagram.data(), datagram.size(), 0,
                                  reinterpret_cast<const sockaddr*>(&peer_), sizeof peer_);
-    return count == static_cast<ssize_t>(datagram.size()) ? 0 : -1;
+    if (count == static_cast<ssize_t>(datagram.size())) {
+        return 0;
+    }
+    error_ = errno;
+    return -1;
 }
 
 int UdpFrames::read_error_counters(unsigned int& /*txErr*/, unsigned int& /*rxErr*/,

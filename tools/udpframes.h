@@ -65,6 +65,9 @@ public:
     /// The socket; -1 when closed.
     int descriptor() const { return socket_; }
 
+    /// Why the last call of read() or write() has failed, errno; 0 when none has yet.
+    int last_error() const { return error_; }
+
     /// Datagrams that the kernel had no room for since the socket was opened (SO_RXQ_OVFL, socket(7)).
     std::uint32_t dropped_frames() const { return dropped_; }
 
@@ -74,6 +77,7 @@ public:
 private:
     int socket_ = -1;
     sockaddr_in peer_{};
+    int error_ = 0;
     std::uint32_t dropped_ = 0;
     std::uint64_t received_ns_ = 0;  // when the last frame came, CLOCK_REALTIME
 };

@@ -3,11 +3,18 @@
 #include "tools/bus.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 
+#include "nodevik/util/monotonicclock.h"
+#include "tests/support/candatagram.h"
+#include "tests/support/loopbacksocket.h"
 #include "tests/support/temporaryfile.h"
 #include "tools/failure.h"
 
@@ -44,7 +51,53 @@ private:
     TemporaryFile file_;
 };
 
+int refused_datagrams = 0;  // so many are refused before one is taken
+
 }  // namespace
+
+// The kernel's, but for the datagrams that it is to refuse as a full queue does.
+extern "C" ssize_t sendto(int descriptor, const void* bytes, size_t size, int flags, const sockaddr* peer,
+                          socklen_t peer_size) {
+    if (refused_datagrams > 0) {
+        --refused_datagrams;
+        errno = ENOBUFS;
+        return -1;
+    }
+    return syscall(SYS_sendto, descriptor, bytes, size, flags, peer, peer_size);
+}
+
+TEST(Sending, WaitsForRoomAndSendsTheFrameOnce) {
+    LoopbackSocket peer;
+    const nodevik_tool::LibraryReports reports;
+    const nodevik_tool::Interrupts interrupts;
+    nodevik_tool::BusOptions options;
+    options.udp = "127.0.0.1:" + std::to_string(peer.port());
+    nodevik_tool::Bus bus(options, reports, interrupts);
+    refused_datagrams = 5;
+    bus.send(0x000, 2, {0x02, 0x05}, 0, 60'000);
+    EXPECT_EQ(refused_datagrams, 0);
+    EXPECT_EQ(peer.receive(), can_datagram(0x000, "\x02\x05"));
+    EXPECT_EQ(peer.receive(0), std::nullopt);
+}
+
+TEST(Sending, EndsWithTheReasonWhenNoRoomComes) {
+    const LoopbackSocket peer;
+    const nodevik_tool::LibraryReports reports;
+    const nodevik_tool::Interrupts interrupts;
+    nodevik_tool::BusOptions options;
+    options.udp = "127.0.0.1:" + std::to_string(peer.port());
+    nodevik_tool::Bus bus(options, reports, interrupts);
+    refused_datagrams = 1'000'000;
+    const std::uint64_t begin = monotonic_ns();
+    const auto [status, message] = failure_of([&bus] { bus.send(0x080, 0, {}, 0, 20); });
+    EXPECT_GE(monotonic_ns() - begin, 20'000'000U);
+    EXPECT_LT(refused_datagrams, 1'000'000 - 1);
+    refused_datagrams = 0;
+    EXPECT_EQ(status, ExitStatus::no_bus);
+    EXPECT_EQ(message,
+              "the UDP peer cannot be reached: No buffer space available; look at its address, and whether "
+              "the network is up");
+}
 
 TEST(UdpOption, HasAHostAPortAndMaybeALocalPort) {
     const auto ends = nodevik_tool::parse_udp("127.0.0.1:5001");
