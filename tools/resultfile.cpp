@@ -7,7 +7,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "program/file.h"
 #include "tools/failure.h"
@@ -17,9 +19,22 @@ namespace nodevik_tool {
 namespace {
 
 constexpr mode_t file_mode = 0666;  // less the umask
+constexpr mode_t permissions = 07777;
 
 [[noreturn]] void fail(const std::string& path, const char* what, int reason) {
     throw Failure(ExitStatus::bad_file, path + " cannot be " + what + ": " + std::strerror(reason));
+}
+
+// Writes all bytes. Returns the system's reason when it does not, else 0.
+int write_all(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return errno;
+        }
+        bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -60,17 +75,42 @@ ResultFile::~ResultFile() {
 
 void ResultFile::write(std::string_view bytes) {
     struct stat status {};
-    if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode) && ftruncate(descriptor_, 0) != 0) {
+    const bool is_kept = !is_new_ && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+    if (is_kept && replace(bytes, status.st_mode)) {
+        return;
+    }
+    if (is_kept && ftruncate(descriptor_, 0) != 0) {
         fail(path_, "written", errno);
     }
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
-        if (count < 0 && errno != EINTR) {
-            fail(path_, "written", errno);
-        }
-        bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+    if (const int reason = write_all(descriptor_, bytes); reason != 0) {
+        fail(path_, "written", reason);
     }
     is_new_ = false;
+}
+
+// Puts a new file in the place of the old one, which stays when the disk does not take all of it. False when no file can
+// be made beside the old one.
+bool ResultFile::replace(std::string_view bytes, mode_t mode) const {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path_.c_str(), nullptr), &std::free);
+    if (real == nullptr) {
+        return false;
+    }
+    const std::string target = real.get();
+    std::string name = target + ".XXXXXX";
+    const int file = mkostemp(name.data(), O_CLOEXEC);
+    if (file < 0) {
+        return false;
+    }
+    int reason = write_all(file, bytes);
+    if (reason == 0 && (fchmod(file, mode & permissions) != 0 || rename(name.c_str(), target.c_str()) != 0)) {
+        reason = errno;
+    }
+    close(file);
+    if (reason != 0) {
+        unlink(name.c_str());
+        fail(path_, "written", reason);
+    }
+    return true;
 }
 
 }  // namespace nodevik_tool

@@ -4,6 +4,8 @@
 #ifndef TOOLS_RESULTFILE_H
 #define TOOLS_RESULTFILE_H
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 
@@ -24,11 +26,13 @@ public:
     ResultFile(const ResultFile&) = delete;
     ResultFile& operator=(const ResultFile&) = delete;
 
-    /// Replaces what is in the file.
-    /// @throws Failure  the disk does not take all of it
+    /// Replaces what is in the file: a new file takes its place where one can be made beside it.
+    /// @throws Failure  the disk does not take all of it: what was in the file stays
     void write(std::string_view bytes);
 
 private:
+    bool replace(std::string_view bytes, mode_t mode) const;
+
     std::string path_;
     int descriptor_ = -1;
     bool is_new_ = false;  // made by this object, and without its content yet

@@ -102,6 +102,12 @@ TEST_F(Command, ReadsByTheNamesAndTypesOfADescription) {
                 "0x2001:0  2  Inputs/Count\n0x2001:1  7  Inputs/First\n0x2001:2  8  Inputs/Second\n");
 }
 
+TEST_F(Command, TakesOneFileForADescription) {
+    expect_done(run({"sdo", "read", "6", "--eds", description(), "0x2001:1"}), "0x2001:1  7  Inputs/First\n");
+    expect_done(run({"sdo", "read", "--eds", "5=" + description(), "--eds", description(), "6", "0x2001:2"}),
+                "0x2001:2  8  Inputs/Second\n");
+}
+
 TEST_F(Command, TellsValuesAsJson) {
     expect_done(
         run({"--json", "sdo", "read", "5", "0x1018:2", "--type", "u32"}),

@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
+#include <memory>
 
 #include "tests/tools/scriptednode.h"
-#include "tests/tools/signalledrun.h"
-#include "tests/tools/simulatednodes.h"
+#include "tests/tools/simulatedbus.h"
 
 namespace {
 
@@ -159,7 +160,7 @@ TEST_F(Configure, OnlyComparesInADryRun) {
 }
 
 TEST_F(Configure, SetsUpTheSimulator) {
-    const SimulatedNodes nodes({"--nodes", "5,6", "--eds", eds()});
+    const SimulatedBus nodes(NODEVIK, NODE_SIMULATOR, {"--nodes", "5,6", "--eds", eds()});
     file().change("DataType=5\nAccessType=rw\nParameterValue=1\n",
                   "DataType=5\nAccessType=rw\nParameterValue=254\n");
     file().change("ParameterName=Count\nObjectType=7\nDataType=5\nAccessType=rw\nParameterValue=1",
@@ -172,9 +173,7 @@ TEST_F(Configure, SetsUpTheSimulator) {
     EXPECT_EQ(second.status, 0);
     EXPECT_EQ(second.err, "nodevik: node 5: 6 same; nothing was written\n");
     // Nobody commands a state, and the other node is left alone.
-    for (const std::string& frame : nodes.heard()) {
-        EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
-    }
+    expect_requests_alone(nodes.heard());
 }
 
 TEST_F(Configure, StoresWhenAllIsWell) {
@@ -229,12 +228,13 @@ TEST_F(Configure, EndsAtASignalWhileItWaitsForANodeThatDoesNotComeBack) {
     fill(node);
     node.add(0x1011, 1, 1, 4);
     node.boots = false;
-    SignalledRun run;
-    node.when_reset = [&run] { run.interrupt(); };
-    run.start({NODEVIK, "--udp", node.bus(), "configure", "5", dcf(), "--restore"});
+    std::unique_ptr<RunningProgram> run;
+    node.when_reset = [&run] { run->signal(SIGINT); };
+    run = std::make_unique<RunningProgram>(
+        std::vector<std::string>{NODEVIK, "--udp", node.bus(), "configure", "5", dcf(), "--restore"});
     node.start();
-    EXPECT_EQ(run.status(), 130);
-    EXPECT_EQ(run.err(),
+    EXPECT_EQ(run->end(), 130);
+    EXPECT_EQ(run->err(),
               "nodevik: node 5 is reset (NMT), which restoring its values needs\n"
               "nodevik: node 5: 6 not-reached\n");
     EXPECT_EQ(changing(node.stop()), (Frames{"605 8 23 11 10 01 6c 6f 61 64", "000 2 81 05"}));
@@ -363,9 +363,7 @@ TEST_F(Configure, EndsWith3AndTellsHowFarItCameAtWhicheverStepTheNodeFallsSilent
         EXPECT_TRUE(is_told || is_whole) << step << result.err;
         // An abort is all that is sent to a node that has only been asked.
         EXPECT_TRUE(!is_told || changing(frames).size() > 1) << step << result.err;
-        for (const std::string& frame : frames) {
-            EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
-        }
+        expect_requests_alone(frames);
     }
 }
 
@@ -414,23 +412,18 @@ TEST_F(Configure, EndsAtASignalWithWhatItHasAndWithThePdoWhole) {
     for (const unsigned int step : {2U, 9U, 11U, 13U, 19U}) {
         ScriptedNode node;
         fill(node);
-        SignalledRun run;
-        node.script = [&](unsigned int request, const ScriptedNode::Data&, ScriptedNode::Answers&) {
-            if (request == step) {
-                run.interrupt();
-            }
-        };
-        run.start({NODEVIK, "--udp", node.bus(), "--timeout", "60000", "configure", "5", dcf()});
+        std::unique_ptr<RunningProgram> run;
+        node.signal_at(step, run);
+        run = std::make_unique<RunningProgram>(std::vector<std::string>{
+            NODEVIK, "--udp", node.bus(), "--timeout", "60000", "configure", "5", dcf()});
         node.start();
-        EXPECT_EQ(run.status(), 130) << step;
+        EXPECT_EQ(run->end(), 130) << step;
         const Frames frames = node.stop();
-        const std::string text = run.out();
+        const std::string text = run->out();
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 6) << text;
         EXPECT_NE(text.find("not-reached"), std::string::npos) << step << "\n" << text;
         EXPECT_EQ(node.value(0x1800, 1) & 0x80000000U, 0U) << step;
         EXPECT_EQ(node.value(0x1800, 1) == 0x285, node.value(0x1A00, 1) == 0x60000208) << step;
-        for (const std::string& frame : frames) {
-            EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
-        }
+        expect_requests_alone(frames);
     }
 }

@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <memory>
 #include <regex>
 
 #include "tests/tools/scriptednode.h"
-#include "tests/tools/signalledrun.h"
-#include "tests/tools/simulatednodes.h"
+#include "tests/tools/simulatedbus.h"
 
 namespace {
 
@@ -170,7 +171,7 @@ TEST_F(Dump, WritesTheDcfToStandardOutputWithoutAFile) {
 }
 
 TEST_F(Dump, GivesADcfThatTheNodeIsTheSameAs) {
-    const SimulatedNodes nodes({"--nodes", "5,6"});
+    const SimulatedBus nodes(NODEVIK, NODE_SIMULATOR, {"--nodes", "5,6"});
     for (const bool described : {true, false}) {
         const TemporaryFile file;
         const std::vector<std::string> options =
@@ -189,20 +190,18 @@ TEST_F(Dump, GivesADcfThatTheNodeIsTheSameAs) {
     }
     const Frames frames = nodes.heard();
     EXPECT_EQ(changing(frames), Frames{});
-    for (const std::string& frame : frames) {
-        EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
-    }
+    expect_requests_alone(frames);
 }
 
 TEST_F(Dump, GivesADcfThatSetsAnotherNodeUpAlike) {
-    const SimulatedNodes nodes({"--nodes", "5"});
+    const SimulatedBus nodes(NODEVIK, NODE_SIMULATOR, {"--nodes", "5"});
     nodes.run({"sdo", "write", "5", "0x1017", "777", "--type", "u16"});
     nodes.run({"pdo", "set", "5", "tpdo", "1", "0x385", "254", "0x6000:2/8"});
     const TemporaryFile file;
     EXPECT_EQ(nodes.run({"dump", "5", file.path()}).status, 0);
     const std::string before = nodes.run({"pdo", "list", "5"}).out;
-    ASSERT_EQ(nodes.process().command("off 5"), "ok");
-    ASSERT_EQ(nodes.process().command("on 5"), "ok");
+    ASSERT_EQ(nodes.simulator().command("off 5"), "ok");
+    ASSERT_EQ(nodes.simulator().command("on 5"), "ok");
     EXPECT_NE(nodes.run({"pdo", "list", "5"}).out, before);
     const ChildResult set = nodes.run({"configure", "5", file.path()});
     EXPECT_EQ(set.status, 0) << set.err << set.out;
@@ -324,23 +323,18 @@ TEST_F(Dump, LeavesTheFileAsItWasAtWhicheverStepTheNodeFallsSilent) {
 TEST_F(Dump, EndsAtASignalWithTheEntriesSoFarAndWithoutADcf) {
     const TemporaryFile there;
     there.write("before");
-    SignalledRun run;
-    node().script = [&run](unsigned int request, const ScriptedNode::Data&, ScriptedNode::Answers&) {
-        if (request == 5) {
-            run.interrupt();
-        }
-    };
-    run.start({NODEVIK, "--udp", node().bus(), "--timeout", "60000", "--json", "--eds", eds(), "dump", "5",
-               there.path()});
+    std::unique_ptr<RunningProgram> run;
+    node().signal_at(5, run);
+    run = std::make_unique<RunningProgram>(std::vector<std::string>{NODEVIK, "--udp", node().bus(),
+                                                                    "--timeout", "60000", "--json", "--eds",
+                                                                    eds(), "dump", "5", there.path()});
     node().start();
-    EXPECT_EQ(run.status(), 130);
-    const std::string out = run.out();
+    EXPECT_EQ(run->end(), 130);
+    const std::string out = run->out();
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2) << out;
-    EXPECT_EQ(run.err(), "nodevik: node 5: 2 values read; no DCF is made\n");
+    EXPECT_EQ(run->err(), "nodevik: node 5: 2 values read; no DCF is made\n");
     EXPECT_EQ(there.content(), "before");
-    for (const std::string& frame : node().stop()) {
-        EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
-    }
+    expect_requests_alone(node().stop());
 }
 
 TEST_F(Dump, SendsNothingWhenTheFileCannotBeWritten) {
@@ -350,6 +344,30 @@ TEST_F(Dump, SendsNothingWhenTheFileCannotBeWritten) {
     expect_failure(dump(node(), {"--eds", "/no/such", dcf()}), 5,
                    "/no/such: cannot be read: No such file or directory");
     EXPECT_EQ(node().stop(), Frames{});
+}
+
+TEST_F(Dump, LeavesNoPartOfADcfOnAFullDisk) {
+    const TemporaryFile there;
+    there.write("before");
+    node().start();
+    // So many blocks of 512 bytes, and no more, are taken for a file.
+    const ChildResult result =
+        run_program({"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$0\" \"$@\"", NODEVIK, "--udp",
+                     node().bus(), "--timeout", "60000", "--eds", eds(), "dump", "5", there.path()});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_NE(result.err.find(there.path() + " cannot be written: "), std::string::npos) << result.err;
+    EXPECT_EQ(there.content(), "before");
+    expect_failure(run_program({"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full", NODEVIK, "--udp",
+                                node().bus(), "--timeout", "60000", "--eds", eds(), "dump", "5"}),
+                   5, "standard output takes nothing more: No space left on device");
+}
+
+TEST_F(Dump, EndsQuietlyWhenNobodyReadsItsResults) {
+    node().start();
+    const ChildResult result =
+        run_program({"/bin/sh", "-c", "{ \"$0\" \"$@\"; echo $? >&2; } | :", NODEVIK, "--udp", node().bus(),
+                     "--timeout", "60000", "--eds", eds(), "--json", "dump", "5"});
+    EXPECT_EQ(result.err, "0\n");
 }
 
 TEST_F(Dump, IsNotMisledByANodeThatRepeatsItself) {

@@ -4,25 +4,18 @@
 
 #include "tests/support/childprocess.h"
 #include "tests/support/temporaryfile.h"
+#include "tests/tools/describeddevice.h"
 
 namespace {
 
-const std::string description_text =
-    "[FileInfo]\nFileName=a.eds\nModifiedBy=somebody\n"
-    "[DeviceInfo]\nVendorNumber=0x10\nBaudRate_500=1\n"
-    "[MandatoryObjects]\nSupportedObjects=1\n1=0x1000\n"
-    "[1000]\nParameterName=Device type\nObjectType=7\nDataType=7\nAccessType=ro\nDefaultValue=0x191\n"
-    "[ManufacturerObjects]\nSupportedObjects=2\n1=0x2000\n2=0x2001\n"
-    "[2000]\nParameterName=Speed\nObjectType=7\nDataType=3\nAccessType=rww\nLowLimit=-100\nHighLimit=100\n"
-    "PDOMapping=1\n"
-    "[2001]\nParameterName=Inputs\nObjectType=8\nSubNumber=2\n"
-    "[2001sub0]\nParameterName=Count\nObjectType=7\nDataType=5\nAccessType=ro\nDefaultValue=1\n"
-    "[2001sub1]\nParameterName=Source\nObjectType=7\nDataType=7\nAccessType=rw\nDefaultValue=$NODEID+0x180\n";
+const std::string file_text =
+    "[FileInfo]\nFileName=a.eds\nModifiedBy=somebody\n[DeviceInfo]\nVendorNumber=0x10\nBaudRate_500=1\n" +
+    description_text;
 
 // Two files, of which the second one is changed by a test.
 class EdsDiff : public testing::Test {
 protected:
-    EdsDiff() { left_.write(description_text); }
+    EdsDiff() { left_.write(file_text); }
 
     void change(const std::string& from, const std::string& to) {
         const std::size_t at = text_.find(from);
@@ -55,7 +48,7 @@ protected:
     const std::string& right() const { return right_.path(); }
 
 private:
-    std::string text_ = description_text;
+    std::string text_ = file_text;
     TemporaryFile left_;
     TemporaryFile right_;
 };
@@ -140,7 +133,7 @@ TEST_F(EdsDiff, TakesAValueForWhatItIsForTheFilesNode) {
     expect_lines(
         "DeviceComissioning  NodeID 0 -> 5\n0x2001:1    default $NODEID+0x180 -> 0x185  Inputs/Source\n");
     const TemporaryFile same;
-    same.write(description_text + "[DeviceComissioning]\nNodeID=5\n");
+    same.write(file_text + "[DeviceComissioning]\nNodeID=5\n");
     const ChildResult result = run_program({NODEVIK, "eds", "diff", same.path(), right()});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");

@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
+#include <memory>
 
 #include "tests/tools/scriptednode.h"
-#include "tests/tools/signalledrun.h"
-#include "tests/tools/simulatednodes.h"
+#include "tests/tools/simulatedbus.h"
 
 namespace {
 
@@ -170,22 +171,19 @@ TEST(PdoList, EndsWith3AtWhicheverStepTheNodeFallsSilent) {
 TEST(PdoList, EndsAtASignalWithThePdosSoFar) {
     ScriptedNode node;
     fill(node);
-    SignalledRun run;
-    node.script = [&run](unsigned int request, const ScriptedNode::Data&, ScriptedNode::Answers&) {
-        if (request == 40) {
-            run.interrupt();
-        }
-    };
-    run.start({NODEVIK, "--udp", node.bus(), "pdo", "list", "5"});
+    std::unique_ptr<RunningProgram> run;
+    node.signal_at(40, run);
+    run = std::make_unique<RunningProgram>(
+        std::vector<std::string>{NODEVIK, "--udp", node.bus(), "pdo", "list", "5"});
     node.start();
-    EXPECT_EQ(run.status(), 130);
-    EXPECT_EQ(run.out(), "rpdo1    0x205  on   type 254\n");
-    EXPECT_EQ(run.err(), "");
+    EXPECT_EQ(run->end(), 130);
+    EXPECT_EQ(run->out(), "rpdo1    0x205  on   type 254\n");
+    EXPECT_EQ(run->err(), "");
     EXPECT_LE(node.requests(), 42U);
 }
 
 TEST(PdoList, ShowsThoseOfTheSimulator) {
-    const SimulatedNodes nodes({"--nodes", "5,6"});
+    const SimulatedBus nodes(NODEVIK, NODE_SIMULATOR, {"--nodes", "5,6"});
     const ChildResult result = nodes.run({"pdo", "list", "6"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 8) << result.out;
@@ -193,9 +191,7 @@ TEST(PdoList, ShowsThoseOfTheSimulator) {
         result.out.find("tpdo1    0x186  on   type 1  0x6000:1/8, 0x6000:2/8, 0x6000:3/8, 0x6000:4/8\n"),
         std::string::npos)
         << result.out;
-    for (const std::string& frame : nodes.heard()) {
-        EXPECT_EQ(frame.rfind("606 8 ", 0), 0U) << frame;
-    }
+    expect_requests_alone(nodes.heard(), "606 8 ");
 }
 
 TEST(PdoSet, WritesInTheOrderThatNodesTakeAndNothingElse) {
@@ -412,22 +408,16 @@ TEST(PdoSet, FinishesThePdoAtASignal) {
     for (const unsigned int step : {3U, 8U, 10U, 13U}) {
         ScriptedNode node;
         fill(node);
-        SignalledRun run;
-        node.script = [&](unsigned int request, const ScriptedNode::Data&, ScriptedNode::Answers&) {
-            if (request == step) {
-                run.interrupt();
-            }
-        };
+        std::unique_ptr<RunningProgram> run;
+        node.signal_at(step, run);
         std::vector<std::string> words{NODEVIK, "--udp", node.bus(), "pdo"};
         words.insert(words.end(), second_tpdo.begin(), second_tpdo.end());
-        run.start(words);
+        run = std::make_unique<RunningProgram>(words);
         node.start();
-        EXPECT_EQ(run.status(), 130) << step;
-        EXPECT_EQ(run.err(), "") << step;
+        EXPECT_EQ(run->end(), 130) << step;
+        EXPECT_EQ(run->err(), "") << step;
         const Frames frames = node.stop();
         EXPECT_EQ(node.value(0x1801, 1), step == 3 ? 0x40000285U : 0x40000385U) << step;
-        for (const std::string& frame : frames) {
-            EXPECT_EQ(frame.rfind("605 8 ", 0), 0U) << frame;
-        }
+        expect_requests_alone(frames);
     }
 }

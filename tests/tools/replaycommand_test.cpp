@@ -1,17 +1,17 @@
 // nodevik replay: every frame that it sends, and what it tells of a log.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <regex>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
+#include "tests/support/runningprogram.h"
 #include "tests/support/temporaryfile.h"
-#include "tests/tools/signalledrun.h"
 
 namespace {
 
@@ -115,14 +115,13 @@ TEST_F(Replay, IsNotHeldUpByALogWhoseTimeGoesBack) {
     write(
         "(1000003600.000000) can0 181#01\n(1000000000.000000) can0 182#02\n(1000000000.000100) can0 183#03\n"
         "(1000003600.000000) can0 184#04\n");
-    SignalledRun run;
-    run.start(words({}));
+    RunningProgram run(words({}));
     EXPECT_EQ(next_sent(), "181#01");
     EXPECT_EQ(next_sent(), "182#02");
     EXPECT_EQ(next_sent(), "183#03");
     // The fourth one is an hour later again.
-    run.interrupt();
-    EXPECT_EQ(run.status(), 130);
+    run.signal(SIGINT);
+    EXPECT_EQ(run.end(), 130);
     EXPECT_TRUE(std::regex_match(run.err(), std::regex("nodevik: 3 frames sent in [0-9]+\\.[0-9] s\n")))
         << run.err();
     EXPECT_EQ(sent(), Lines{});
@@ -144,13 +143,12 @@ TEST_F(Replay, SendsTheLogAsOftenAsItIsAsked) {
 
 TEST_F(Replay, SendsTheLogUntilASignalComes) {
     write("(1.000000) can0 181#01\n(1.001000) can0 182#02\n");
-    SignalledRun run;
-    run.start(words({"--loop", "0"}));
+    RunningProgram run(words({"--loop", "0"}));
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(next_sent(), i % 2 == 0 ? "181#01" : "182#02");
     }
-    run.interrupt();
-    EXPECT_EQ(run.status(), 130);
+    run.signal(SIGINT);
+    EXPECT_EQ(run.end(), 130);
     EXPECT_TRUE(std::regex_match(run.err(), std::regex("nodevik: [0-9]+ frames sent in [^\n]*\n")))
         << run.err();
     for (const std::string& frame : sent()) {

@@ -4,16 +4,21 @@
 #ifndef TESTS_TOOLS_SCRIPTEDNODE_H
 #define TESTS_TOOLS_SCRIPTEDNODE_H
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/loopbacksocket.h"
+#include "tests/support/runningprogram.h"
 #include "tests/support/scriptedsdonode.h"
 
 /// Node 5. It is set up first, then started; a thread of its own answers until it is stopped.
@@ -59,6 +64,17 @@ public:
         return result;
     }
 
+    /// Has a program interrupted, as by Ctrl-C, before a request is answered.
+    /// @param step  which request, from 1
+    /// @param run   the program; it is there before the node is started
+    void signal_at(unsigned int step, const std::unique_ptr<RunningProgram>& run) {
+        script = [step, &run](unsigned int request, const Data&, Answers&) {
+            if (request == step) {
+                run->signal(SIGINT);
+            }
+        };
+    }
+
     /// Begins to answer.
     void start() {
         stopping_ = false;
@@ -67,16 +83,6 @@ public:
 
     /// How many requests have come so far.
     unsigned int requests() const { return requests_; }
-
-    /// Waits until a request has come; false when none does.
-    /// @param request  which one, from 1
-    bool await(unsigned int request) const {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (requests_ < request && std::chrono::steady_clock::now() < limit) {
-            std::this_thread::yield();
-        }
-        return requests_ >= request;
-    }
 
     /// Ends, once everything that has arrived is taken. @return every frame: "605 8 40 18 10 01 00 00 00 00"
     std::vector<std::string> stop() {
@@ -161,5 +167,27 @@ private:
     std::atomic<unsigned int> requests_ = 0;
     std::vector<std::string> frames_;
 };
+
+/// Those frames that change something: NMT, and the requests of SDO writes and their aborts.
+inline std::vector<std::string> changing(const std::vector<std::string>& frames) {
+    const std::string reading = " 40 60 70 a4 a3 a2 a1 ";
+    std::vector<std::string> result;
+    for (const std::string& frame : frames) {
+        const bool is_request = frame[0] == '6' && frame.size() > 8;
+        if (!is_request || reading.find(" " + frame.substr(6, 2) + " ") == std::string::npos) {
+            result.push_back(frame);
+        }
+    }
+    return result;
+}
+
+/// Expects that nothing but SDO requests was sent: no NMT above all.
+/// @param beginning  what each frame begins with
+inline void expect_requests_alone(const std::vector<std::string>& frames,
+                                  const std::string& beginning = "605 8 ") {
+    for (const std::string& frame : frames) {
+        EXPECT_EQ(frame.rfind(beginning, 0), 0U) << frame;
+    }
+}
 
 #endif
