@@ -119,6 +119,10 @@ class ManPages(unittest.TestCase):
                     self.assertRegex(synopsis, rf"(^|[ \[|]){re.escape(argument)}($|[ \].|=])")
                 self.assertEqual(set(OPTION.findall(synopsis)), told_options(command) - {"--help"})
 
+    def test_every_help_ends_with_an_example(self):
+        for command in self.commands:
+            self.assertRegex(help_of(command), rf"\nExample:\n  nodevik (--\w+ \S+ )*{' '.join(command)}\b.*\n$")
+
     def test_every_synopsis_is_that_of_a_command(self):
         for page in self.pages:
             for synopsis in page.synopses():
