@@ -3,6 +3,7 @@
 import argparse
 import contextlib
 import io
+import math
 import os
 import pty
 import subprocess
@@ -20,6 +21,7 @@ from drive import panel as on_panel
 from drive import process, sampledrive
 from drive.browser import Browser
 from drive.panel import Panel, pad_drag, pad_press
+from drive.plotwindow import PlotWindow
 from drive.screen import Screen
 from drive.vehicle import NEUTRAL, Vehicle, frame
 
@@ -29,6 +31,8 @@ REPLY_LATE_MS = 2  # at the scale of a cycle, the reply's arrow would lie on tha
 CLOSE_UP_SCALE = 1.6
 CLOSE_UP_PADDING = 8
 PLOT_FEED = ("1000", "2000")  # samples, and how many a second
+PLOT_PORT = "5010"  # it stands in the picture
+PLOT_SIZE = (860, 480)
 # Of each picture of a report: language, locale, name, width and height, whether it is dark.
 REPORTS = (("en", "C.UTF-8", "report.png", 1000, 1440, False), ("fi", "fi_FI.UTF-8", "report-fi.png", 1000, 1440, False),
            ("en", "C.UTF-8", "report-phone.png", 360, 1000, True))
@@ -104,41 +108,29 @@ class Pictures:
         subprocess.run([self._options.gallery, "gauges", self._options.out], check=True,
                        env=dict(os.environ, QT_QPA_PLATFORM="offscreen"), stderr=subprocess.DEVNULL)
 
-    # The plotting messages.
+    # The plotting window.
 
     def plot(self):
+        with Screen() as screen, tempfile.TemporaryDirectory() as directory:
+            self._plot_feed(screen)
+            table = os.path.join(directory, "drive.csv")
+            with open(table, "w", encoding="utf-8") as file:
+                file.write(plot_table())
+            with PlotWindow(self._options.plot_view, screen, table) as window:
+                window.resize(*PLOT_SIZE)
+                window.keys("Right", *["Right"] * 40)
+                window.settled_image().save(self.path("plot-cursor.png"))
+                window.keys("ctrl+plus", "ctrl+plus", "Escape", "s", "period", "period", "d")
+                window.settled_image().save(self.path("plot-scales.png"))
+
+    def _plot_feed(self, screen):
         """The window of nodevik-plot when a feed has come to its end."""
-        view = process.start([self._options.plot_view, "--picture", self.path("plot_view.png"), "--port", "0"], text=True,
-                             env=dict(os.environ, QT_QPA_PLATFORM="offscreen", LC_ALL="C.UTF-8"),
-                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        try:
-            port = next((line.split()[1] for line in view.stdout if line.startswith("port ")), None)
-            if port is None:
-                raise RuntimeError("nodevik-plot does not start")
-            subprocess.run([self._options.plot_feed, port, *PLOT_FEED], check=True, stdout=subprocess.DEVNULL)
-            process.wait_until(lambda: view.poll() is not None, "the end of plot_view")
-        finally:
-            process.stop(view)
-            view.stdout.close()
-        if view.returncode != 0:
-            raise RuntimeError(f"nodevik-plot ended with status {view.returncode}")
-
-    # The report of a recording.
-
-    def report(self):
-        """The report's page in a browser: its upper part in both languages, and in the dark on a telephone."""
-        with tempfile.TemporaryDirectory() as directory, Browser() as browser:
-            recording_file = os.path.join(directory, "vehicle-20261122-132503.rec")
-            sampledrive.write(recording_file)
-            for language, locale, name, width, height, dark in REPORTS:
-                page = os.path.join(directory, "report.html")
-                subprocess.run([self._options.recorder, "report", recording_file, "--html", page], check=True,
-                               env=dict(os.environ, LC_ALL=locale))
-                browser.show(page, width, dark)
-                if browser.run("return document.documentElement.lang") != language:
-                    raise RuntimeError(f"the report is not in the language '{language}'")
-                with open(self.path(name), "wb") as file:
-                    file.write(browser.picture(height))
+        with PlotWindow(self._options.plot_view, screen, "--port", PLOT_PORT, "--step", "0.005") as window:
+            window.resize(*PLOT_SIZE)
+            window.port()  # it listens
+            subprocess.run([self._options.plot_feed, PLOT_PORT, *PLOT_FEED], check=True,
+                           stdout=subprocess.DEVNULL)
+            window.settled_image().save(self.path("plot-feed.png"))
 
     # The link in time.
 
@@ -256,6 +248,20 @@ class Pictures:
         with open(self.path(name + ".dot"), "w", encoding="utf-8") as file:
             file.write(text)
         subprocess.run(["dot", "-Tsvg", "-o", self.path(name + ".svg"), self.path(name + ".dot")], check=True)
+
+
+def plot_table():
+    """A drive of a minute as a table: what was asked for, and what the vehicle told."""
+    rows = ["time,throttle,direction,speed,battery voltage,current"]
+    speed = 0
+    for tenth in range(601):
+        time_s = tenth / 10
+        throttle = max(0, min(255, round(170 * math.sin(time_s / 9) + 60)))
+        direction = round(105 + 60 * math.sin(time_s / 4))
+        speed += (throttle * 8 - speed) / 25
+        current = 2 + speed / 90 + 1.5 * math.sin(time_s * 5)
+        rows.append(f"{time_s},{throttle},{direction},{speed:.0f},{52 - current / 4:.2f},{current:.2f}")
+    return "\n".join(rows) + "\n"
 
 
 class TerminalWindow:

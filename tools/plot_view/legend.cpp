@@ -40,9 +40,13 @@ QIcon Legend::swatch(const Series& series) const {
     pixmap.setDevicePixelRatio(ratio);
     pixmap.fill(view_.field_color());
     QPainter painter(&pixmap);
+    const QLineF line(0, swatch_size.height() / 2.0, swatch_size.width(), swatch_size.height() / 2.0);
+    if (view_.is_faint(series)) {
+        painter.setPen(QPen(view_.ink_color(), 5, Qt::SolidLine, Qt::FlatCap));
+        painter.drawLine(line);
+    }
     painter.setPen(QPen(view_.color_of(series), 3, view_.style_of(series), Qt::FlatCap));
-    painter.drawLine(QPointF(0, swatch_size.height() / 2.0),
-                     QPointF(swatch_size.width(), swatch_size.height() / 2.0));
+    painter.drawLine(line);
     return QIcon(pixmap);
 }
 

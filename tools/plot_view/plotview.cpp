@@ -229,6 +229,14 @@ Qt::PenStyle PlotView::style_of(const Series& series) const {
     return series.color ? Qt::SolidLine : styles[line_pattern(series.id)];
 }
 
+bool PlotView::is_faint(const Series& series) const {
+    return contrast(rgb_of(color_of(series)), rgb_of(field_color())) < faint;
+}
+
+QColor PlotView::ink_color() const {
+    return dark_ ? Qt::white : Qt::black;
+}
+
 QColor PlotView::field_color() const {
     return QColor::fromRgb(dark_ ? dark_field : light_field);
 }
@@ -431,8 +439,8 @@ void PlotView::draw_picture() {
 }
 
 void PlotView::paint_grid(QPainter& painter) const {
-    const QColor line = mixed(field_color(), dark_ ? Qt::white : Qt::black, 0.15);
-    const QColor zero = mixed(field_color(), dark_ ? Qt::white : Qt::black, 0.45);
+    const QColor line = mixed(field_color(), ink_color(), 0.15);
+    const QColor zero = mixed(field_color(), ink_color(), 0.45);
     for (const Tick& tick : time_ticks_) {
         const double x = std::round(place(tick.value, 0).x());
         painter.setPen(line);
@@ -512,9 +520,8 @@ void PlotView::paint_curve(QPainter& painter, const Series& series) const {
     const Qt::PenStyle pattern = is_dense ? Qt::SolidLine : style_of(series);
     // Upright lines a pixel apart are sharp without it, and drawn in a fraction of the time.
     painter.setRenderHint(QPainter::Antialiasing, !is_dense);
-    if (contrast(rgb_of(color), rgb_of(field_color())) < faint) {
-        painter.setPen(
-            QPen(dark_ ? Qt::white : Qt::black, width + 2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    if (is_faint(series)) {
+        painter.setPen(QPen(ink_color(), width + 2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         paint_line(painter, series, points);
     }
     painter.setPen(QPen(color, width, pattern, pattern == Qt::SolidLine ? Qt::RoundCap : Qt::FlatCap,
@@ -561,7 +568,7 @@ void PlotView::paint_hint(QPainter& painter) const {
     const QString hint = data_->series.empty()    ? QStringLiteral("no curves yet")
                          : shown_series().empty() ? QStringLiteral("all curves are switched off")
                                                   : QString();
-    painter.setPen(mixed(field_color(), dark_ ? Qt::white : Qt::black, 0.6));
+    painter.setPen(mixed(field_color(), ink_color(), 0.6));
     painter.drawText(field_, Qt::AlignCenter, hint);
 }
 
@@ -570,7 +577,7 @@ void PlotView::paint_cursor(QPainter& painter) const {
         return;
     }
     const double x = place(*cursor_, 0).x();
-    painter.setPen(mixed(field_color(), dark_ ? Qt::white : Qt::black, 0.7));
+    painter.setPen(mixed(field_color(), ink_color(), 0.7));
     painter.drawLine(QPointF(std::round(x), field_.top()), QPointF(std::round(x), field_.bottom()));
     paint_values(painter, x);
 }
@@ -602,7 +609,7 @@ void PlotView::paint_values(QPainter& painter, double x) const {
     background.setAlphaF(0.9F);
     painter.fillRect(box, background);
     painter.drawRect(box);
-    const QColor text = dark_ ? Qt::white : Qt::black;
+    const QColor text = ink_color();
     painter.setPen(text);
     QRectF line(box.left() + label_gap, box.top() + label_gap, inner, row);
     painter.drawText(line, Qt::AlignLeft | Qt::AlignVCenter, time);

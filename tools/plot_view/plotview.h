@@ -107,6 +107,12 @@ public:
     /// The pattern of a curve's line: what tells those apart that share a colour of that row.
     Qt::PenStyle style_of(const Series& series) const;
 
+    /// Whether a curve's colour hardly stands out against the field: its line has a border then.
+    bool is_faint(const Series& series) const;
+
+    /// The colour of lines and texts on the field, also of those borders.
+    QColor ink_color() const;
+
     /// The colour of the field behind the curves.
     QColor field_color() const;
 

@@ -72,8 +72,9 @@ PlotWindow::PlotWindow()
         label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
         label->setTextFormat(Qt::PlainText);
         label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        statusBar()->addWidget(label, 1);
     }
+    statusBar()->addWidget(words_, 3);
+    statusBar()->addWidget(source_, 2);
     words_->setObjectName(QStringLiteral("words"));
     source_->setObjectName(QStringLiteral("source"));
     source_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
