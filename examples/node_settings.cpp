@@ -2,8 +2,8 @@
 //
 //     node_settings MASTER_PORT NODE_PORT [NODE]
 //
-// Reads the device's type and name, writes a text, and lets TPDO 2 carry digital input 1 and analogue input 2
-// with every SYNC.
+// Reads the device's type and name, writes a text, and lets the third TPDO carry digital input 1 and analogue
+// input 2 with every SYNC.
 
 #include <charconv>
 #include <cstdio>
@@ -26,9 +26,11 @@ unsigned positive(std::string_view text, unsigned highest) {
 // Up to four bytes come as a number, in one frame.
 bool show_type(CCANopen& master, unsigned char node) {
     int type = 0;
-    const bool read = master.sdo_read(node, 0x1000, 0, type) == 0;
-    std::printf("device type: %#x\n", static_cast<unsigned>(type));  // the abort code when the node refuses
-    return read;
+    if (master.sdo_read(node, 0x1000, 0, type) != 0) {
+        return false;  // `type` is the abort code if the node has refused
+    }
+    std::printf("device type: %#x\n", static_cast<unsigned>(type));
+    return true;
 }
 
 // Longer values come in segments.
@@ -46,8 +48,9 @@ bool write_text(CCANopen& master, unsigned char node, unsigned short index, std:
     return master.sdo_write_segment(node, index, 0, static_cast<unsigned>(text.size()), text.data()) == 0;
 }
 
-// Disables the PDO, writes what is in `pdo`, enables it; then tells what the node has made of it.
-void set_up_tpdo(CCANopen& master, unsigned char node, unsigned number) {
+// Disables the TPDO, writes its settings, enables it; then tells what the node has made of it.
+void set_up_third_tpdo(CCANopen& master, unsigned char node) {
+    constexpr unsigned number = 2;  // they count from 0
     PDO wanted(0x380U + node);
     wanted.set_transmission_type(1);                 // with every SYNC
     wanted.obj_info.pdo_mappings[0] = 0x6000'01'08;  // object, subindex, length in bits
@@ -57,7 +60,7 @@ void set_up_tpdo(CCANopen& master, unsigned char node, unsigned number) {
 
     PDO found;
     master.load_tpdo_mappings(node, number, found);
-    std::printf("TPDO %u: COB-ID %#x, %d objects\n", number, found.get_cobid(), found.obj_info.mappingcount);
+    std::printf("third TPDO: COB-ID %#x, %d objects\n", found.get_cobid(), found.obj_info.mappingcount);
     found.print_mappings();
 }
 
@@ -87,5 +90,5 @@ int main(int argc, char** argv) {
         !show_text(master, node, "object 0x2000", 0x2000)) {
         return 1;  // the library has said why
     }
-    set_up_tpdo(master, node, 2);
+    set_up_third_tpdo(master, node);
 }

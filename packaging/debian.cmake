@@ -110,7 +110,7 @@ shows it, what the library's messages mean, and what a new version may change.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ohjauspaneeli-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "ohjauspaneeli, ohjauspaneeli-recorder")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "bash-completion, ohjauspaneeli, ohjauspaneeli-recorder")
 set(CPACK_COMPONENT_TOOLS_DEPENDS nodevik)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "simulators and tools for the vehicle panel and for CANopen
 vehicle-simulator plays the vehicle at the far end of the panel's serial line,

@@ -73,7 +73,7 @@ TEST(NodeSettings, ShowsObjectsOfAllSizesAndSetsUpATpdo) {
               "device type: 0xf0191\n"
               "device name: node-simulator\n"
               "object 0x2000: a text that takes some segments\n"
-              "TPDO 2: COB-ID 0x383, 2 objects\n"
+              "third TPDO: COB-ID 0x383, 2 objects\n"
               "Mapping Nro= 0  Index=0x6000  Subindex=0x01  Lenght= 8\n"
               "Mapping Nro= 1  Index=0x6401  Subindex=0x02  Lenght=16\n"
               "SYNC type=0x01\n");
@@ -84,6 +84,7 @@ TEST(NodeSettings, TellsANodeThatDoesNotAnswer) {
     const ChildResult result = run_example(NODE_SETTINGS, {"9"});
     EXPECT_TRUE(contains(result.out, "Error: No SDO Response: nodeID=0x09 Index=0x1000 SubIndex=0x00\n"))
         << result.out;
+    EXPECT_FALSE(contains(result.out, "device type"));
     EXPECT_EQ(result.status, 1);
 }
 
