@@ -149,11 +149,11 @@ ExitStatus configure_node(const Session& session, const ConfigureArguments& argu
             show_text(session.output, description, item);
         }
     }
+    tell_changed_pdos(setup);
     if (setup.trouble) {
         session.output.hurry();
     }
     session.output.flush();
-    tell_changed_pdos(setup);
     tell(summary(setup.report, arguments));
     throw_unless_done(setup, transfers);
     return ExitStatus::done;

@@ -351,7 +351,7 @@ ExitStatus dump_node(const Session& session, unsigned int node, const std::strin
     if (!file.empty()) {
         result.emplace(file);
     }
-    SdoTransfers transfers(session, node);
+    SdoTransfers transfers(session, node, SdoMode::segmented);  // which every node knows
     const std::string name = "node " + std::to_string(node);
     Dump dump(session, transfers);
     DeviceDescription description;

@@ -160,6 +160,7 @@ NodeSetup set_up_node(const Session& session, SdoTransfers& transfers, const Dev
     NodeConfiguration configuration(transfers.bus().driver(), client);
     ConfigurationOptions timed = options;
     timed.timeout_ms = session.options.timeout_ms;
+    timed.slow_ms = std::max(options.slow_ms, timed.timeout_ms);
     bool is_over = false;
     configuration.start(transfers.node(), description, values, timed,
                         [&setup, &is_over](const ConfigurationReport& report) {

@@ -349,7 +349,7 @@ MappedObject parse_mapped_object(const std::string& text, Description descriptio
 ExitStatus list_pdos(const Session& session, unsigned int node) {
     const Descriptions descriptions(session.options.eds);
     const Description description = descriptions.of(node);
-    SdoTransfers transfers(session, node);
+    SdoTransfers transfers(session, node, SdoMode::segmented);
     PdoReader reader(transfers);
     program::Progress progress(!session.options.quiet);
     const auto asked = candidates(description, node);
@@ -390,7 +390,7 @@ ExitStatus set_pdo(const Session& session, const PdoArguments& arguments) {
         throw Failure(ExitStatus::usage,
                       "a PDO has room for 64 objects, not for " + std::to_string(objects.size()));
     }
-    SdoTransfers transfers(session, arguments.node);
+    SdoTransfers transfers(session, arguments.node, SdoMode::segmented);
     const std::uint16_t communication = communication_of(arguments.transmit, arguments.number);
     const std::uint16_t mapping = mapping_of(communication);
     const std::vector<std::uint32_t> words = mapping_words(transfers, objects);
@@ -415,11 +415,11 @@ ExitStatus set_pdo(const Session& session, const PdoArguments& arguments) {
             session.output.object(item_json(item));
         }
     }
+    tell_changed_pdos(setup);
     if (setup.trouble) {
         session.output.hurry();
     }
     session.output.flush();
-    tell_changed_pdos(setup);
     throw_if_refused(setup, transfers);
     throw_unless_done(setup, transfers);
     return ExitStatus::done;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <regex>
 
+#include "tests/support/pseudoterminal.h"
 #include "tests/tools/scriptednode.h"
 #include "tests/tools/simulatedbus.h"
 
@@ -360,6 +361,19 @@ TEST_F(Dump, LeavesNoPartOfADcfOnAFullDisk) {
     expect_failure(run_program({"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full", NODEVIK, "--udp",
                                 node().bus(), "--timeout", "60000", "--eds", eds(), "dump", "5"}),
                    5, "standard output takes nothing more: No space left on device");
+}
+
+TEST_F(Dump, ShowsOnATerminalHowFarItIsUnlessItIsToBeQuiet) {
+    node().start();
+    for (const std::string quiet : {"", "--quiet"}) {
+        PseudoTerminal terminal;
+        const ChildResult result =
+            run_program({"/bin/sh", "-c", "exec \"$0\" --udp \"$1\" dump 5 \"$2\" $4 2> \"$3\"", NODEVIK,
+                         node().bus(), dcf(), terminal.path(), quiet});
+        EXPECT_EQ(result.status, 0);
+        const std::string shown = quiet.empty() ? terminal.receive(200) : terminal.receive(200, 0);
+        EXPECT_EQ(shown.find(" %") != std::string::npos, quiet.empty()) << shown;
+    }
 }
 
 TEST_F(Dump, EndsQuietlyWhenNobodyReadsItsResults) {
