@@ -7,9 +7,9 @@ import shutil
 import sys
 
 from drive import process
-from soaking import master, nodes, panel
+from soaking import master, nodes, panel, record
 
-KINDS = {"panel": panel.run, "master": master.run, "nodes": nodes.run}
+KINDS = {"panel": panel.run, "record": record.run, "master": master.run, "nodes": nodes.run}
 
 
 def parse_arguments(arguments):
@@ -24,6 +24,7 @@ def parse_arguments(arguments):
     parser.add_argument("--longest-gap", type=float, default=2, metavar="S",
                         help="time without a frame or a cycle that counts as a hang (default 2)")
     parser.add_argument("--panel", help="the panel's program")
+    parser.add_argument("--recorder", help="vehicle-recorder")
     parser.add_argument("--witness", help="line-witness.so")
     parser.add_argument("--vehicle", help="vehicle-simulator")
     parser.add_argument("--vehicle-option", action="append", default=[], help="a further option of vehicle-simulator")

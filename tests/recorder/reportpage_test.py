@@ -1,4 +1,4 @@
-"""The report's page for a browser, in a browser: light and dark, on a telephone, on paper, and for those who do not see.
+"""The report's page for a browser, in a browser: light and dark, on a telephone, on paper, and in words.
 
 Run by ctest; by hand: VEHICLE_RECORDER=... python3 reportpage_test.py
 """
@@ -152,8 +152,8 @@ class ReportPage(unittest.TestCase):
                 self.assertTrue(label)
             self.assertEqual(self.browser.run(
                 "return [...document.querySelectorAll('figure')].filter(one => "
-                "!one.querySelector('details table th[scope=col]') || !one.querySelector('tbody th[scope=row]')).length"),
-                0)
+                "!one.querySelector('details table th[scope=col]') || "
+                "!one.querySelector('tbody th[scope=row]')).length"), 0)
 
     def test_curves_stand_where_their_values_are(self):
         page = self.page_of("steps", "0.000000 open\n"

@@ -22,6 +22,8 @@ from soaking import nodes as nodes_run  # noqa: E402
 from soaking.figures import Footprint, Report, Tail, growth  # noqa: E402
 from soaking.journal import JournalCheck  # noqa: E402
 from soaking.ledger import Ledger, stray_frames  # noqa: E402
+from soaking.record import compare  # noqa: E402
+from soaking.replies import Expected  # noqa: E402
 
 # A sanitizer holds freed memory back, and a busy machine leaves nobody a turn for a while: the short runs here are
 # about everything else.
@@ -48,7 +50,7 @@ def run_soak_in(directory, kind, *arguments, **variables):
     """Runs script/lib/soak.py with its artefacts in a directory, and perhaps more environment."""
     artefacts = os.path.join(directory, "artefacts")
     programs = [f"--{name}=" + os.environ.get("SOAK_" + name.upper(), "")
-                for name in ("panel", "witness", "vehicle", "master", "nodes", "client")]
+                for name in ("panel", "witness", "vehicle", "recorder", "master", "nodes", "client")]
     done = subprocess.run([sys.executable, "-B", os.path.join(ROOT, "script", "lib", "soak.py"), kind, "--artefacts",
                            artefacts] + NO_LIMITS + programs + list(arguments),
                           env=dict(os.environ, **variables), stdout=subprocess.PIPE,
@@ -249,6 +251,109 @@ class Nodes(unittest.TestCase):
         for change in ({"ended": 9}, {"done": 4}, {"driver_failed": 1}, {"memory_end_kib": 400},
                        {"descriptors_end": 6}):
             self.assertEqual(len(nodes_run.judge(dict(right, **change), options)), 1, change)
+
+
+class Record(unittest.TestCase):
+    """The panel with its black box in the line."""
+
+    def test_short_run_loses_nothing(self):
+        done, directory, figures = run_soak("record", "--seed", "5", "--deeds", "5")
+        with directory:
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+            self.assertGreater(figures["frames told by the report"], 20)
+            faults = [figures[name + " told by the report"] for name in ("lost", "late", "short", "garbled")]
+            self.assertGreater(sum(faults), 2)
+            self.assertEqual(sorted(os.listdir(os.path.join(directory.name, "artefacts"))),
+                             ["drive.rec", "report.txt", "vehicle.log"])
+
+    def test_a_report_that_tells_another_number_is_found_out(self):
+        with tempfile.TemporaryDirectory(prefix="soak-") as directory:
+            liar = write_script(directory, '[ "$1" != report ] || exec sh -c '
+                                           "'\"$0\" \"$@\" | sed \"s/^  Frames sent .*/  Frames sent  1/\"' " +
+                                           shlex.quote(os.environ["SOAK_RECORDER"]) + ' "$@"\n' +
+                                           "exec " + shlex.quote(os.environ["SOAK_RECORDER"]) + ' "$@"\n')
+            done, _ = run_soak_in(directory, "record", "--seed", "5", "--deeds", "2", f"--recorder={liar}")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("FAIL: the report tells frames 1, the vehicle says", done.stdout + done.stderr)
+
+
+class Replies(unittest.TestCase):
+    """What the vehicle's log says of losses and late replies."""
+
+    REPLY = "39 bytes 7f speed 7 voltage 1 current 1 capacity 1 latitude 1"
+
+    @staticmethod
+    def bounds(*log):
+        expected = Expected(log, 250, 4)
+        return {name: expected.bounds(name) for name in ("frames", "replies", "lost", "late", "short", "garbled")}
+
+    def check(self, log, **numbers):
+        """The numbers that are not named are 0, all of them certain."""
+        found = self.bounds(*log)
+        for name, bounds in found.items():
+            number = numbers.get(name, 0)
+            self.assertEqual(bounds, number if isinstance(number, tuple) else (number, number), name)
+
+    def exchange(self, time_s, fault=None, muted=False):
+        lines = [f"{time_s:.6f} received 00 67 6e 50 throttle 0"]
+        lines += [f"{time_s:.6f} fault {fault}"] if fault else []
+        reply = "muted" + self.REPLY[self.REPLY.index(" speed"):] if muted else "replied " + self.REPLY
+        return lines + [f"{time_s:.6f} {reply}"]
+
+    def log(self, *exchanges, closed_s=100.0):
+        return ["0.000000 opened", *sum(exchanges, []), f"{closed_s:.6f} closed"]
+
+    def test_good_replies(self):
+        self.check(self.log(self.exchange(1), self.exchange(2)), frames=2, replies=2)
+
+    def test_faults_are_counted_by_their_kinds(self):
+        self.check(self.log(self.exchange(1, "short 20"), self.exchange(2, "garbage 7"), self.exchange(3)),
+                   frames=3, replies=3, short=1, garbled=1)
+
+    def test_a_muted_reply_is_lost(self):
+        self.check(self.log(self.exchange(1), self.exchange(2, "muted", muted=True), self.exchange(3)),
+                   frames=3, replies=2, lost=1)
+
+    def test_nobody_misses_the_reply_to_the_last_frame(self):
+        self.check(self.log(self.exchange(1), self.exchange(2, "muted", muted=True), closed_s=2.5), frames=2, replies=1)
+        self.check(self.log(self.exchange(1), self.exchange(2, "muted", muted=True), closed_s=4), frames=2, replies=1,
+                   lost=1)
+
+    def test_a_reply_that_is_not_out_at_the_closing_does_not_come(self):
+        self.check(self.log(self.exchange(1), self.exchange(2, "delayed 150"), closed_s=2.1), frames=2, replies=1)
+
+    def test_a_moment_may_decide(self):
+        self.check(self.log(self.exchange(1), self.exchange(2, "delayed 100"), closed_s=2.101), frames=2,
+                   replies=(1, 2))
+        self.check(self.log(self.exchange(1, "delayed 100"), self.exchange(1.101)), frames=2, replies=2, late=(0, 1))
+
+    def test_a_reply_behind_the_next_frame_is_late(self):
+        self.check(self.log(self.exchange(1, "delayed 150"), self.exchange(1.1)), frames=2, replies=2, late=1)
+        self.check(self.log(self.exchange(1, "split 13 pause 15"), self.exchange(1.1)), frames=2, replies=2, late=1)
+
+    def test_each_fourth_reply_is_late_unless_another_fault_hits_it(self):
+        exchanges = [self.exchange(1 + 0.2 * number) for number in range(9)]
+        self.check(self.log(*exchanges), frames=9, replies=9, late=2)
+        exchanges[3] = self.exchange(1.6, "short 3")
+        self.check(self.log(*exchanges), frames=9, replies=9, late=1, short=1)
+
+    def test_a_late_reply_is_taken_for_that_of_a_muted_successor(self):
+        exchanges = [self.exchange(1 + 0.2 * number) for number in range(6)]
+        exchanges[4] = self.exchange(1.8, "muted", muted=True)
+        self.check(self.log(*exchanges), frames=6, replies=5, lost=1)
+
+    def test_replies_wait_for_each_other(self):
+        """What a fault holds up holds up what is behind it."""
+        log = self.log(self.exchange(1, "delayed 150"), self.exchange(1.05), self.exchange(1.1), self.exchange(1.2))
+        self.check(log, frames=4, replies=4, late=2)
+
+    def test_the_comparison_can_fail(self):
+        expected = Expected(self.log(self.exchange(1), self.exchange(2)), 250, 4)
+        for name, value, right in (("frames", 2, True), ("frames", 3, False), ("lost", 0, True), ("lost", 1, False),
+                                   ("top speed", 7, True), ("top speed", 8, False), ("late", None, False)):
+            report = Report("title")
+            compare({name: value}, expected, report)
+            self.assertEqual(report.problems == [], right, (name, value))
 
 
 class Account(unittest.TestCase):
@@ -473,7 +578,7 @@ class Script(unittest.TestCase):
     def test_tells_its_use(self):
         done = self.run_script("--help")
         self.assertEqual(done.returncode, 0)
-        for word in ("panel", "master", "nodes", "MINUTES", "--seed N"):
+        for word in ("panel", "record", "master", "nodes", "MINUTES", "--seed N"):
             self.assertIn(word, done.stdout)
 
     def test_refuses_what_it_does_not_know(self):
