@@ -84,7 +84,7 @@ void Carrier::run() {
             finish_closing();
         }
         look_at_guard();
-        look_at_recording();
+        look_at_takers();
         look_at_holders();
     }
     end();
@@ -170,15 +170,12 @@ void Carrier::look_at_guard() {
     }
 }
 
-void Carrier::look_at_recording() {
-    for (const EntrySender* const taker : setup_.takers) {
-        if (!told_of_recording_ && taker->state() != EntrySender::State::taking) {
-            told_of_recording_ = true;
-            tell(taker->state() == EntrySender::State::gone
-                     ? "the process that writes the recording is gone: the line is carried on without being "
-                       "recorded"
-                     : "the recording is not written fast enough: the line is carried on, bytes are not "
-                       "recorded");
+void Carrier::look_at_takers() {
+    for (Taker& taker : setup_.takers) {
+        const EntrySender::State state = taker.sender->state();
+        if (state != EntrySender::State::taking && !taker.told) {
+            taker.told = true;
+            tell(state == EntrySender::State::gone ? taker.when_gone : taker.when_behind);
         }
     }
 }
@@ -310,8 +307,8 @@ void Carrier::apply_settings() {
     const LineSettings settings = settings_of(attributes_);
     if (settings != recorded_settings_) {
         recorded_settings_ = settings;
-        for (EntrySender* const taker : setup_.takers) {
-            taker->settings(now_us(), settings);
+        for (const Taker& taker : setup_.takers) {
+            taker.sender->settings(now_us(), settings);
         }
     }
 }
@@ -475,8 +472,8 @@ void Carrier::end() {
     if (!ending_.empty()) {
         note(ending_);
     }
-    for (EntrySender* const taker : setup_.takers) {
-        taker->end(now_us(), longest_wait_for_room_ms);
+    for (const Taker& taker : setup_.takers) {
+        taker.sender->end(now_us(), longest_wait_for_room_ms);
     }
 }
 
@@ -491,23 +488,23 @@ void Carrier::at_work(bool is) {
 void Carrier::record(EntryKind kind, std::span<const std::uint8_t> bytes) {
     if (!bytes.empty()) {
         const std::uint64_t time_us = now_us();
-        for (EntrySender* const taker : setup_.takers) {
-            taker->bytes(kind, time_us, bytes);
+        for (const Taker& taker : setup_.takers) {
+            taker.sender->bytes(kind, time_us, bytes);
         }
     }
 }
 
 void Carrier::record_event(EntryKind kind) {
     const std::uint64_t time_us = now_us();
-    for (EntrySender* const taker : setup_.takers) {
-        taker->event(kind, time_us);
+    for (const Taker& taker : setup_.takers) {
+        taker.sender->event(kind, time_us);
     }
 }
 
 void Carrier::note(const std::string& text) {
     const std::uint64_t time_us = now_us();
-    for (EntrySender* const taker : setup_.takers) {
-        taker->note(time_us, text);
+    for (const Taker& taker : setup_.takers) {
+        taker.sender->note(time_us, text);
     }
 }
 

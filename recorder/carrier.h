@@ -53,13 +53,21 @@ inline constexpr char program_ended = 'E';  ///< with a text for the recording
 inline constexpr char finish = 'F';         ///< end, though somebody may hold the program's line
 }  // namespace orders
 
+/// Who gets what passed, and what is told once when it does not take it.
+struct Taker {
+    EntrySender* sender = nullptr;
+    const char* when_gone = "";    ///< nobody reads any more
+    const char* when_behind = "";  ///< it is too slow
+    bool told = false;
+};
+
 /// What a carrier works with.
 struct CarrierSetUp {
     std::string device;          ///< path of the real line
     int program = -1;            ///< readable when the program has ended (pidfd_open(2))
     int orders = -1;             ///< socket (SOCK_SEQPACKET) that brings orders; its end changes nothing
     std::uint64_t start_us = 0;  ///< beginning of the recording on CLOCK_MONOTONIC
-    std::vector<EntrySender*> takers;      ///< who gets what passed
+    std::vector<Taker> takers;   ///< who gets what passed
     std::atomic<bool>* at_work = nullptr;  ///< is true while the real line is open; may be null
     char** arguments = nullptr;            ///< of `main`, for the guard's name; may be null
 };
@@ -107,7 +115,7 @@ private:
     void take_orders();
     void look_at_holders();
     void look_at_guard();
-    void look_at_recording();
+    void look_at_takers();
 
     void follow_program_line();
     void opened();
@@ -157,7 +165,6 @@ private:
     bool orders_open_ = true;
     bool look_at_once_ = true;
     bool told_of_holders_ = false;
-    bool told_of_recording_ = false;
     std::string ending_;
     std::uint64_t hung_up_us_ = 0;
     std::uint64_t ended_us_ = 0;

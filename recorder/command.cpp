@@ -16,8 +16,9 @@ using program::ExitStatus;
 namespace {
 
 // In the order of the help.
-constexpr std::array<AddCommand*, 6> commands = {add_run_command,    add_report_command, add_show_command,
-                                                 add_export_command, add_plot_command,   add_replay_command};
+constexpr std::array<AddCommand*, 7> commands = {add_run_command,   add_watch_command,  add_report_command,
+                                                 add_show_command,  add_export_command, add_plot_command,
+                                                 add_replay_command};
 
 int status_of(ExitStatus status) {
     return static_cast<int>(status);

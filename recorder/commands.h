@@ -37,6 +37,7 @@ AddCommand add_show_command;    ///< each frame and reply in words
 AddCommand add_export_command;  ///< a row for each cycle
 AddCommand add_plot_command;    ///< the plotting window
 AddCommand add_replay_command;  ///< the vehicle's side, played to a program
+AddCommand add_watch_command;   ///< limits of what a growing recording tells
 
 }  // namespace vehicle_recorder
 

@@ -128,6 +128,7 @@ void add_run_command(CLI::App& app, Action& action) {
         ->type_name("NUMBER")
         ->check(CLI::Range(1U, 1'000'000U))
         ->excludes(out);
+    add_alarm_options(command, options->session.alarms);
     add_program_options(command, options->session.program, options->session.way);
     command.callback([&action, options] { action = [options] { return run(*options); }; });
 }

@@ -67,6 +67,15 @@ Ends make_sockets() {
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
+constexpr const char* recording_gone =
+    "the process that writes the recording is gone: the line is carried on without being recorded";
+constexpr const char* recording_behind =
+    "the recording is not written fast enough: the line is carried on, bytes are not recorded";
+constexpr const char* watcher_gone =
+    "the process that watches the limits is gone: they are not watched any more";
+constexpr const char* watcher_behind =
+    "the process that watches the limits is too slow: it does not see all bytes";
+
 // Nothing that is opened here may get the number of a standard descriptor that is closed: what is printed would end up
 // in it.
 void fill_standard_descriptors() {
@@ -183,10 +192,11 @@ public:
     int run() {
         start_writing_half();
         NewFile file(setup_.out);
+        start_watcher();
         start_program_and_carrier();
         let_program_go();
         file.keep();
-        while (program_ > 0 || carrier_ > 0) {
+        while (program_ > 0 || carrier_ > 0 || (watcher_ > 0 && !impatient_)) {
             wait(-1);
         }
         const auto end = std::chrono::steady_clock::now() + longest_writing;
@@ -209,6 +219,17 @@ private:
         writing_half_ = start_worker("linewriter", {reading, writer.descriptor()},
                                      [&] { write_what_comes(reading, writer, start_us_); });
         recording_ = std::move(pipe.second);
+    }
+
+    void start_watcher() {
+        if (setup_.alarms.thresholds.empty()) {
+            return;
+        }
+        Ends pipe = make_pipe();
+        const int reading = pipe.first.get();
+        watcher_ = start_worker("linewatcher", {reading},
+                                [&] { watch_what_comes(reading, setup_.alarms, start_us_); });
+        watched_ = std::move(pipe.second);
     }
 
     void start_program_and_carrier() {
@@ -235,14 +256,15 @@ private:
         Ends orders = make_sockets();
         Ends messages = make_pipe();
         fcntl(messages.second.get(), F_SETFL, O_NONBLOCK);
-        const std::vector<int> kept = {line.descriptor(), program.get(), orders.second.get(),
-                                       messages.second.get(), recording_.get()};
+        const std::vector<int> kept = {line.descriptor(),     program.get(),    orders.second.get(),
+                                       messages.second.get(), recording_.get(), watched_.get()};
         carrier_ = start_worker("linecarrier", kept, [&] {
             carry(line, program.get(), orders.second.get(), messages.second.get());
         });
         orders_ = std::move(orders.first);
         messages_ = std::move(messages.first);
         recording_.reset();
+        watched_.reset();
     }
 
     // What the carrier's process does. What is printed there goes to the session, which may wait for its terminal.
@@ -257,7 +279,12 @@ private:
         setup.program = program;
         setup.orders = orders;
         setup.start_us = start_us_;
-        setup.takers = {&recording};
+        setup.takers.push_back({&recording, recording_gone, recording_behind});
+        std::optional<EntrySender> watched;
+        if (watched_.get() >= 0) {
+            watched.emplace(watched_.release());
+            setup.takers.push_back({&*watched, watcher_gone, watcher_behind});
+        }
         setup.at_work = at_work_.get();
         Carrier(line, setup).run();
     }
@@ -269,7 +296,7 @@ private:
         try {
             await_program(report_.get());
         } catch (const Failure&) {
-            while (program_ > 0 || carrier_ > 0 || writing_half_ > 0) {
+            while (program_ > 0 || carrier_ > 0 || writing_half_ > 0 || watcher_ > 0) {
                 wait(-1);
             }
             throw;
@@ -336,6 +363,8 @@ private:
             }
         } else if (child == writing_half_) {
             writing_half_ = -1;
+        } else if (child == watcher_) {
+            watcher_ = -1;
         }
     }
 
@@ -356,6 +385,7 @@ private:
     const SharedFlag at_work_;
     std::uint64_t start_us_ = 0;  // of the recording, on CLOCK_MONOTONIC
     Descriptor recording_;        // the writing half reads its other end
+    Descriptor watched_;          // the watcher reads its other end
     Descriptor orders_;
     Descriptor messages_;
     Descriptor permission_;
@@ -363,6 +393,7 @@ private:
     pid_t program_ = -1;
     pid_t carrier_ = -1;
     pid_t writing_half_ = -1;
+    pid_t watcher_ = -1;
     int program_status_ = 0;
     bool impatient_ = false;  // asked to end without waiting for the writing half
 };

@@ -4,6 +4,7 @@
 ///     session ---- starts, waits for, passes signals on to ----> program == pseudo-terminal == ...
 ///        |-- starts --> carrier (carrier.h)        ... == carrier == real line == vehicle
 ///        |-- starts --> writing half (writinghalf.h)
+///        |-- starts --> watcher of the thresholds (alarms.h), if there are any
 ///
 /// The session is the process that was started: it has the terminal, gets its signals, prints what the others have to
 /// tell, and ends with the program's status. The others are in sessions (setsid(2)) of their own and ignore every signal
@@ -16,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "recorder/alarms.h"
 #include "recorder/linename.h"
 
 namespace vehicle_recorder {
@@ -26,6 +28,7 @@ struct SessionSetUp {
     std::string out;                   ///< name of the recording, which must not be there yet
     std::vector<std::string> program;  ///< with its arguments; searched in PATH
     LineWay way = LineWay::any;        ///< how the program gets the line's name
+    AlarmSetUp alarms;                 ///< what is watched meanwhile
 };
 
 /// Runs the program to its end and records the line meanwhile. The process must have one thread only.

@@ -100,7 +100,7 @@ public:
             setup.program = static_cast<int>(syscall(SYS_pidfd_open, program_, 0));
             setup.orders = sockets[1];
             setup.start_us = monotonic_now_us();
-            setup.takers = {&sender};
+            setup.takers.push_back({&sender, "the recording is gone", "the recording is too slow"});
             Carrier(program_line, setup).run();
             _exit(0);
         }

@@ -461,6 +461,67 @@ TEST_F(Session, FullDiskIsToldOnceAndTheLineIsCarriedOn) {
                   " takes nothing more, the line is carried on without being recorded: File too large\n");
 }
 
+// --- limits ---
+
+TEST_F(Session, PassedLimitIsSaidAndStartsACommand) {
+    const std::string alarm = place / "alarm";
+    start(drive_off + until(alarm) + "exit 9",
+          {"--silence", "100", "--exec", "echo \"$RECORDER_ALARM\" >" + alarm});
+    EXPECT_EQ(vehicle.receive(8), driving_frame + neutral_frame);
+    EXPECT_EQ(wait(), 9);
+    EXPECT_EQ(told().find("vehicle-recorder: no whole reply for 1"), 0U);
+    ASSERT_TRUE(eventually([&] { return !content(alarm).empty(); }));
+    EXPECT_EQ("vehicle-recorder: " + content(alarm), told());
+    EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 9", "end"}));
+}
+
+TEST_F(Session, KilledWatcherIsToldOnceAndTheLineIsCarriedOn) {
+    start(drive_off + until(place / "go") + "printf abcd >&3; printf '\\000gnP' >&3; exit 7",
+          {"--below", "capacity=1"});
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const pid_t watcher = process("linewatcher");
+    kill(watcher, SIGKILL);
+    ASSERT_TRUE(eventually([&] { return content("/proc/" + std::to_string(watcher) + "/cmdline").empty(); }));
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(vehicle.receive(8), "abcd" + neutral_frame);
+    EXPECT_EQ(wait(), 7);
+    EXPECT_EQ(
+        told(),
+        "vehicle-recorder: the process that watches the limits is gone: they are not watched any more\n");
+    EXPECT_TRUE(ends_with(recorded(out), {"close", "note the program ended with status 7", "end"}));
+}
+
+TEST_F(Session, GrowingRecordingIsFollowedToItsEnd) {
+    std::ofstream file(out);
+    file << "# vehicle-recorder recording 1\n# program vehicle-recorder " PROJECT_VERSION
+            "\n# device /dev/ttyS0\n# start 2026-11-22T03:25:03.123456+02:00 monotonic 1234.567890\n"
+         << "0.000000 open\n0.100000 > 00676e50\n0.2000" << std::flush;
+    session_ = fork();
+    if (session_ == 0) {
+        dup2(open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+        setenv("LC_ALL", "fi_FI.UTF-8", 1);
+        execl(VEHICLE_RECORDER, VEHICLE_RECORDER, "watch", out.c_str(), "--silence", "500", nullptr);
+        _exit(99);
+    }
+    EXPECT_TRUE(eventually([&] { return told().find("ei kokonaista vastausta") != std::string::npos; }));
+    file << "00 note goes on\n9.000000 end\n" << std::flush;
+    EXPECT_EQ(wait(), 0);
+    EXPECT_EQ(told().find("vehicle-recorder: 0.1"), 0U);
+}
+
+TEST_F(Session, WatchingNothingOrWhatIsNoLimitIsRefused) {
+    ChildResult result = run_program({VEHICLE_RECORDER, "watch", out});
+    EXPECT_EQ(result.err,
+              "vehicle-recorder: nothing to watch: name a limit with --silence, --below or --above\n");
+    EXPECT_EQ(result.status, 2);
+    result = run({"true"}, {"--below", "capacity"});
+    EXPECT_EQ(result.err,
+              "vehicle-recorder: --below: 'capacity' is no limit such as capacity=20; 'vehicle-recorder run "
+              "--help' tells more\n");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_FALSE(files::exists(out));
+}
+
 // --- odd surroundings ---
 
 TEST_F(Session, StandardDescriptorsMayBeClosed) {
