@@ -22,7 +22,7 @@ from soaking import nodes as nodes_run  # noqa: E402
 from soaking.figures import Footprint, Report, Tail, growth  # noqa: E402
 from soaking.journal import JournalCheck  # noqa: E402
 from soaking.ledger import Ledger, stray_frames  # noqa: E402
-from soaking.record import compare  # noqa: E402
+from soaking.record import closings, compare  # noqa: E402
 from soaking.replies import Expected  # noqa: E402
 
 # A sanitizer holds freed memory back, and a busy machine leaves nobody a turn for a while: the short runs here are
@@ -322,9 +322,23 @@ class Replies(unittest.TestCase):
     def test_a_reply_that_is_not_out_at_the_closing_does_not_come(self):
         self.check(self.log(self.exchange(1), self.exchange(2, "delayed 150"), closed_s=2.1), frames=2, replies=1)
 
+    def test_the_program_closes_the_line_before_its_recorder_does(self):
+        log = self.log(self.exchange(1), self.exchange(2, "delayed 50"), closed_s=2.1)
+        self.assertEqual(Expected(log, 250, 4).bounds("replies"), (2, 2))
+        self.assertEqual(Expected(log, 250, 4, [0.02]).bounds("replies"), (1, 1))
+        self.assertEqual(Expected(log, 250, 4, [0.08]).bounds("replies"), (2, 2))
+
+    def test_the_closings_are_taken_from_the_recording(self):
+        with tempfile.NamedTemporaryFile("w", suffix=".rec") as file:
+            file.write("# vehicle-recorder recording 1\n0.000000 open\n0.300000 > 00676e50\n+500 < 7fa0\n"
+                       "0.340000 close\n1.000000 open\n1.300000 > 00676e50\n1.500000 > 00676e50\n1.500250 close\n")
+            file.flush()
+            found = closings(file.name)
+        self.assertEqual([round(time_s, 6) for time_s in found], [0.04, 0.00025])
+
     def test_a_moment_may_decide(self):
         self.check(self.log(self.exchange(1), self.exchange(2, "delayed 100"), closed_s=2.101), frames=2,
-                   replies=(1, 2))
+                   replies=(1, 2), short=(0, 1))
         self.check(self.log(self.exchange(1, "delayed 100"), self.exchange(1.101)), frames=2, replies=2, late=(0, 1))
 
     def test_a_reply_behind_the_next_frame_is_late(self):

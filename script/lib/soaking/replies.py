@@ -3,7 +3,6 @@
 import re
 
 ANY_MOMENT_S = 0.005  # two clocks, and two turns of processes, are not closer than this
-CLOSING_S = 0.3  # the recorder closes the line so long behind the panel, at most, and gives it nothing more
 AWAITED_S = 1.0  # so long behind a frame the line must stay open for its reply to be missed
 REPLY_BYTES = 39
 
@@ -27,9 +26,19 @@ class Expected:
     either side of it.
     """
 
-    def __init__(self, log, late_ms, late_every):
+    def __init__(self, log, late_ms, late_every, closings=()):
+        """
+        log         the lines of the vehicle's log
+        late_ms     how late a reply without a random fault is,
+        late_every  each so many replies
+        closings    for each opening, how long behind its last frame the program closed the line; where none is told,
+                    the time of the log counts
+        """
         self.undecided = 0
         self._openings = self._read(log, late_ms, late_every)
+        for opening, behind_s in zip(self._openings, closings):
+            for exchange in opening:
+                exchange.closed_s = opening[-1].time_s + behind_s
         self._low = dict.fromkeys(("frames", "replies", "lost", "late", "short", "garbled"), 0)
         self._high = dict(self._low)
         self._speeds, self._possible_speeds = [], []
@@ -98,11 +107,14 @@ class Expected:
             if sure is False:
                 open_s = float("inf") if exchange.closed_s is None else exchange.closed_s - exchange.time_s
                 decided = any(one is True for one in answered[index + 1:])
-                self._count("lost", decided or open_s > AWAITED_S + CLOSING_S, index < known or open_s > AWAITED_S)
+                self._count("lost", decided or open_s > AWAITED_S + ANY_MOMENT_S,
+                            index < known or open_s > AWAITED_S - ANY_MOMENT_S)
                 continue
             if exchange.fault[:1] != ["short"]:
                 (self._speeds if sure else self._possible_speeds).append(exchange.speed)
-            self._count("short", sure is True and exchange.fault[:1] == ["short"], exchange.fault[:1] == ["short"])
+            # The closing may come into the middle of a reply.
+            is_short = exchange.fault[:1] == ["short"]
+            self._count("short", sure is True and is_short, is_short or sure is None)
             self._count("garbled", sure is True and exchange.fault[:1] == ["garbage"],
                         exchange.fault[:1] == ["garbage"])
             # A late reply whose successor never comes is taken for the successor's.
@@ -116,6 +128,6 @@ class Expected:
         """Whether the reply came before the line was closed; None if a moment decides."""
         if exchange.begin_s is None:
             return False
-        if exchange.closed_s is None or exchange.end_s < exchange.closed_s - CLOSING_S:
+        if exchange.closed_s is None or exchange.end_s < exchange.closed_s - ANY_MOMENT_S:
             return True
         return False if exchange.begin_s > exchange.closed_s + ANY_MOMENT_S else None
