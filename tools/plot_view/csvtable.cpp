@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <vector>
@@ -16,6 +17,13 @@ namespace {
 
 constexpr std::string_view position_heading = "position";
 constexpr std::string_view time_heading = "time";
+constexpr std::string_view time_headings[] = {time_heading, "time_s", "seconds", position_heading};
+constexpr std::size_t fewest_digits = 4;  // of bytes in hexadecimal that are taken for such
+
+constexpr struct {
+    std::string_view word;
+    double value;
+} words[] = {{"true", 1}, {"false", 0}, {"on", 1}, {"off", 0}};
 
 std::string_view trimmed(std::string_view text) {
     const std::size_t begin = text.find_first_not_of(" \t");
@@ -30,6 +38,15 @@ bool is_word(std::string_view text, std::string_view word) {
            std::equal(text.begin(), text.end(), word.begin(), [](char a, char b) {
                return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
            });
+}
+
+// Whether a cell holds bytes in hexadecimal. "28676e50" would be a number as well, but nobody writes one like that.
+bool is_bytes(std::string_view text) {
+    const auto is_letter = [](char c) { return (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); };
+    return text.size() >= fewest_digits && text.size() % 2 == 0 &&
+           std::any_of(text.begin(), text.end(), is_letter) &&
+           std::all_of(text.begin(), text.end(),
+                       [&](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
 }
 
 // Separates the cells of a row. A cell in quotation marks may hold the separator, and a mark as two of them.
@@ -119,11 +136,10 @@ public:
 
     std::optional<double> value(std::string_view cell) {
         const std::string_view text = trimmed(cell);
-        if (is_word(text, "true")) {
-            return 1;
-        }
-        if (is_word(text, "false")) {
-            return 0;
+        for (const auto& [word, value] : words) {
+            if (is_word(text, word)) {
+                return value;
+            }
         }
         return number(text);
     }
@@ -229,12 +245,12 @@ public:
     }
 
     Recording finish() {
-        note_columns_without_numbers();
+        leave_out_text();
         if (const std::string sentence = foreign_.sentence("no row of the table"); !sentence.empty()) {
             recording_.notes.push_back(sentence);
         }
         if (recording_.data.samples() == 0) {
-            throw BadFile(foreign_.count() > 0 ? "is no table whose first column is the time, in seconds"
+            throw BadFile(foreign_.count() > 0 ? "is no table with a column of times, in seconds"
                                                : "holds no samples");
         }
         return std::move(recording_);
@@ -247,16 +263,25 @@ private:
             throw BadFile("is no table: a column with the time and one with values at least are needed");
         }
         const bool is_row = cells_.number(cells.front()).has_value();
-        for (std::size_t column = 1; column < cells.size(); ++column) {
+        const auto is_time = [](const std::string& cell) {
+            return std::any_of(std::begin(time_headings), std::end(time_headings),
+                               [&](std::string_view heading) { return is_word(trimmed(cell), heading); });
+        };
+        const auto found = std::find_if(cells.begin(), cells.end(), is_time);
+        time_column_ = found == cells.end() ? 0 : static_cast<std::size_t>(found - cells.begin());
+        if (is_word(trimmed(cells[time_column_]), position_heading)) {
+            recording_.data.axis = TimeAxis::positions;
+        }
+        for (std::size_t column = 0; column < cells.size(); ++column) {
             Series series;
             series.name = is_row || trimmed(cells[column]).empty() ? "column " + std::to_string(column + 1)
                                                                    : std::string(trimmed(cells[column]));
-            recording_.data.series.push_back(std::move(series));
+            if (column != time_column_) {
+                recording_.data.series.push_back(std::move(series));
+            }
         }
         texts_.resize(cells.size() - 1);
-        if (is_word(trimmed(cells.front()), position_heading)) {
-            recording_.data.axis = TimeAxis::positions;
-        }
+        has_bytes_.resize(cells.size() - 1);
         if (is_row) {
             take_row();
         }
@@ -273,8 +298,11 @@ private:
     bool take_row() {
         const auto& cells = row_.cells();
         auto& series = recording_.data.series;
-        const auto time = time_of(cells.front());
-        if (!time || cells.size() != series.size() + 1) {
+        if (cells.size() != series.size() + 1) {
+            return false;
+        }
+        const auto time = time_of(cells[time_column_]);
+        if (!time) {
             return false;
         }
         if (is_first_row_ && recording_.data.axis == TimeAxis::seconds) {
@@ -282,37 +310,50 @@ private:
         }
         is_first_row_ = false;
         for (std::size_t column = 0; column < series.size(); ++column) {
-            const std::string& cell = cells[column + 1];
+            const std::string_view cell = trimmed(cells[column < time_column_ ? column : column + 1]);
+            if (cell.empty()) {
+                continue;
+            }
+            has_bytes_[column] = has_bytes_[column] || is_bytes(cell);
             if (const auto value = cells_.value(cell)) {
                 series[column].append(*time, *value);
-            } else if (!trimmed(cell).empty()) {
+            } else {
                 ++texts_[column];
             }
         }
         return true;
     }
 
-    void note_columns_without_numbers() {
+    // Leaves out the columns that are text, and notes them and those that have some.
+    void leave_out_text() {
         auto& series = recording_.data.series;
         std::vector<Series> kept;
+        std::string left_out;
+        std::size_t count = 0;
         for (std::size_t column = 0; column < series.size(); ++column) {
-            const bool is_left_out = texts_[column] > 0 && series[column].empty();
+            const std::string name = "'" + series[column].name + "'";
+            if (has_bytes_[column] || texts_[column] > series[column].size()) {
+                left_out += (count++ == 0 ? "" : ", ") + name;
+                continue;
+            }
             if (texts_[column] > 0) {
-                recording_.notes.push_back(
-                    "column '" + series[column].name +
-                    (is_left_out ? "' has no numbers and is left out" : "' has cells that are no numbers"));
+                recording_.notes.push_back("column " + name + " has cells that are no numbers");
             }
-            if (!is_left_out) {
-                kept.push_back(std::move(series[column]));
-            }
+            kept.push_back(std::move(series[column]));
+        }
+        if (count > 0) {
+            recording_.notes.push_back(count == 1 ? "column " + left_out + " is text and left out"
+                                                  : "columns " + left_out + " are text and left out");
         }
         series = std::move(kept);
     }
 
     Row row_;
+    std::size_t time_column_ = 0;
     CellReader cells_;
     Recording recording_;
     std::vector<std::size_t> texts_;  // for each column, how many cells are no numbers
+    std::vector<bool> has_bytes_;     // and whether one is bytes
     PassedLines foreign_;
     bool is_first_row_ = true;
 };

@@ -6,11 +6,12 @@
 ///     0.1,,3.5
 ///     0.2,40,nan
 ///
-/// The first column is the time, in seconds: since 1970 from 100,000,000 on, else since some beginning. It may also be
-/// a date and a time of day ("2026-11-22T13:30:05.25Z", without a "Z" local time), and under the heading "position" it
-/// is the number of a sample. Every other column is a curve under its heading. An empty cell is no sample, "nan" and
-/// "inf" are gaps in the line, "true" is 1 and "false" 0. Semicolons and tabs also separate cells, and numbers may have
-/// a decimal comma then. Without a row of headings the columns are called after their numbers.
+/// The time is the column "time", "time_s" or "seconds", or else the first one, in seconds: since 1970 from 100,000,000
+/// on, else since some beginning. It may also be a date and a time of day ("2026-11-22T13:30:05.25Z", without a "Z" local
+/// time), and under the heading "position" it is the number of a sample. Every other column is a curve under its heading,
+/// if it is not text: words, or bytes in hexadecimal. An empty cell is no sample, "nan" and "inf" are gaps in the line,
+/// "true" and "on" are 1, "false" and "off" 0. Semicolons and tabs also separate cells, and numbers may have a decimal
+/// comma then. Without a row of headings the columns are called after their numbers.
 
 #ifndef TOOLS_PLOT_VIEW_CSVTABLE_H
 #define TOOLS_PLOT_VIEW_CSVTABLE_H

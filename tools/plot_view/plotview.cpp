@@ -111,6 +111,7 @@ void PlotView::start_anew() {
     chosen_.reset();
     drag_.reset();
     cursor_.reset();
+    own_scales_ = false;
 }
 
 bool PlotView::is_curve_shown(const Series& series) const {

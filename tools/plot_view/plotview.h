@@ -44,7 +44,7 @@ public:
     /// What is shown.
     const PlotData& data() const { return *data_; }
 
-    /// Forgets which curves were switched on or off, the zoom and the cursor: for data from elsewhere.
+    /// Forgets which curves were switched on or off, the zoom, the scales and the cursor: for data from elsewhere.
     void start_anew();
 
     /// Whether a curve is switched on.

@@ -16,6 +16,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <utility>
 
 #include "tools/plot_view/csvtable.h"
@@ -27,6 +29,7 @@ namespace {
 constexpr int refresh_ms = 20;
 constexpr int most_datagrams = 500;              // between two looks at keyboard and mouse
 constexpr int receive_buffer = 4 * 1024 * 1024;  // bytes
+constexpr double most_different = 1000;  // times as large may a curve be as another one on the same axis
 constexpr double zoom_of_a_key = 0.5;
 constexpr double pan_of_a_key = 0.25;
 constexpr auto table_filter = "Tables (*.csv)";
@@ -41,6 +44,19 @@ double middle_of(const Interval& interval) {
 double still_time(const PlotView& view) {
     const auto cursor = view.cursor();
     return cursor && view.time_shown().contains(*cursor) ? *cursor : middle_of(view.time_shown());
+}
+
+// Whether curves that are shown at first differ so much in size that on one axis some would be flat.
+bool needs_own_scales(const PlotData& data) {
+    double least = std::numeric_limits<double>::infinity();
+    double greatest = 0;
+    for (const Series& series : data.series) {
+        const auto extent = series.shown ? series.extent(0, series.size()) : std::nullopt;
+        const double size = extent ? std::max(std::abs(extent->low), std::abs(extent->high)) : 0;
+        least = size > 0 ? std::min(least, size) : least;
+        greatest = std::max(greatest, size);
+    }
+    return greatest / least > most_different;
 }
 
 QString file_name(const QString& path) {
@@ -235,6 +251,7 @@ void PlotWindow::show_recording(Recording recording, const QString& path) {
     pause_->setChecked(false);
     if (path != path_) {
         view_->start_anew();
+        view_->set_own_scales(needs_own_scales(recording.data));
     }
     path_ = path;
     notes_.clear();

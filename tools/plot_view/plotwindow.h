@@ -33,7 +33,8 @@ public:
     /// The port that the feed is received on; 0 without a feed.
     quint16 port() const { return socket_.localPort(); }
 
-    /// Shows a recording instead of what was shown; a feed is no longer listened to.
+    /// Shows a recording instead of what was shown; a feed is no longer listened to. Curves that differ very much in size
+    /// get scales of their own.
     /// @param recording  what was read
     /// @param path       the file that it was read from
     void show_recording(Recording recording, const QString& path);

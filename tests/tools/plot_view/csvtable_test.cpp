@@ -138,8 +138,25 @@ TEST(ReadTable, ColumnsOfTextAreLeftOutAndNoted) {
     ASSERT_EQ(recording.data.series.size(), 2U);
     EXPECT_EQ(recording.data.series[0].name, "a");
     EXPECT_EQ(points(recording.data.series[1]), (Points{{1, 5}}));
-    EXPECT_EQ(recording.notes, (Texts{"column 'state' has no numbers and is left out",
-                                      "column 'b' has cells that are no numbers"}));
+    EXPECT_EQ(recording.notes,
+              (Texts{"column 'b' has cells that are no numbers", "column 'state' is text and left out"}));
+}
+
+TEST(ReadTable, BytesInHexadecimalAreText) {
+    const Recording recording = read_table("time,frame,a,data\n0,28676e50,1,0102\n1,00676450,2,2a01\n");
+    ASSERT_EQ(recording.data.series.size(), 1U);
+    EXPECT_EQ(recording.data.series[0].name, "a");
+    EXPECT_EQ(recording.notes, Texts{"columns 'frame', 'data' are text and left out"});
+    EXPECT_EQ(first_curve("time,a\n0,1e5\n1,2.5e+10\n"), (Points{{0, 1e5}, {1, 2.5e10}}));
+}
+
+TEST(ReadTable, TheTimeIsFoundByItsHeading) {
+    const Recording recording = read_table("cycle,Time_s,motor\n1,0.5,on\n,0.7,off\n");
+    EXPECT_EQ(points(recording.data.series.at(0)), (Points{{0.5, 1}}));
+    EXPECT_EQ(recording.data.series[0].name, "cycle");
+    EXPECT_EQ(points(recording.data.series.at(1)), (Points{{0.5, 1}, {0.7, 0}}));
+    EXPECT_EQ(read_table("a,seconds\n5,1\n").data.duration(), (Interval{1, 1}));
+    EXPECT_EQ(read_table("a,b\n5,1\n").data.duration(), (Interval{5, 5}));
 }
 
 TEST(ReadTable, WhatIsNoTableIsRefused) {
@@ -148,7 +165,7 @@ TEST(ReadTable, WhatIsNoTableIsRefused) {
     EXPECT_EQ(refusal("hello\nworld\n"),
               "is no table: a column with the time and one with values at least are needed");
     EXPECT_EQ(refusal("dear sir, or madam,\nwe, are, sorry\n"),
-              "is no table whose first column is the time, in seconds");
+              "is no table with a column of times, in seconds");
 }
 
 TEST(WriteTable, GivesEachTimeARow) {

@@ -273,7 +273,7 @@ private Q_SLOTS:
         QCOMPARE(window_->view().data().series.size(), std::size_t{1});
         QCOMPARE(window_->windowTitle(), QStringLiteral("drive.csv – nodevik-plot"));
         QCOMPARE(label("source"),
-                 QStringLiteral("drive.csv: 2 samples; column 'state' has no numbers and is left out"));
+                 QStringLiteral("drive.csv: 2 samples; column 'state' is text and left out"));
         QCOMPARE(window_->view().time_shown(), (Interval{0, 5}));
     }
 
@@ -287,6 +287,15 @@ private Q_SLOTS:
         QCOMPARE(window_->view().data().series.size(), std::size_t{2});
         QTest::keyClick(message, Qt::Key_Return);
         QTRY_VERIFY(window_->findChild<QMessageBox*>() == nullptr);
+    }
+
+    void curvesThatDifferVeryMuchInSizeGetTheirOwnScales() {
+        window_->open(file("alike.csv", "time,a,b\n0,1,-900\n1,0,500\n"));
+        QVERIFY(!window_->view().has_own_scales());
+        window_->open(file("differing.csv", "time,motor,latitude\n0,1,601700000\n1,0,601700001\n"));
+        QVERIFY(window_->view().has_own_scales());
+        window_->open(file("flat.csv", "time,a\n0,0\n1,0\n"));
+        QVERIFY(!window_->view().has_own_scales());
     }
 
     void aFileIsReadAgain() {
