@@ -19,6 +19,9 @@ enum class Colour : unsigned char {
     faint     ///< of little interest
 };
 
+/// Empties the line of a terminal in which the cursor is, and begins it anew (ECMA-48, 8.3.41).
+inline constexpr const char* begin_line = "\r\033[K";
+
 /// Whether a descriptor is a terminal that can be commanded: TERM is set, and not "dumb".
 bool takes_escapes(int descriptor);
 

@@ -27,6 +27,7 @@ LogInput::LogInput(const Session& session, const std::string& file) : session_(&
     reader_.adopt(descriptor_);
     reader_.set_foreign_line([this](std::uint64_t line, const char* reason) {
         tell(file_ + ":" + std::to_string(line) + ": " + reason);
+        has_foreign_lines_ = true;
         session_->interrupts.wait(-1, 0, 0);  // of a file that is no log there may be many
     });
     if (S_ISFIFO(status.st_mode)) {
@@ -40,14 +41,28 @@ bool LogInput::next(LogFrame& frame) {
     }
     for (;;) {
         const int result = reader_.next(frame);
-        if (result >= 0) {
-            return result == 0;
+        if (result == 0) {
+            has_frames_ = true;
+            return true;
+        }
+        if (result > 0) {
+            require_log();
+            return false;
         }
         if (errno != EAGAIN) {
             fail(errno);
         }
         session_->output.flush();
         wait();
+    }
+}
+
+/// Looks whether anything of what was read to the end belongs to a log.
+void LogInput::require_log() const {
+    const FrameLogReader::PassedOver& passed = reader_.passed_over();
+    const bool is_log = has_frames_ || passed.error_frames + passed.fd_frames + passed.drop_counts > 0;
+    if (has_foreign_lines_ && !is_log) {
+        throw Failure(ExitStatus::bad_file, file_ + " is no log: none of its lines is one of candump's");
     }
 }
 

@@ -28,7 +28,7 @@ public:
     ///
     /// @param frame  takes it
     /// @return false at the end of the log
-    /// @throws Failure      it cannot be read
+    /// @throws Failure      it cannot be read, or is no log: it has lines, and none of them is one of a log
     /// @throws Interrupted  a signal has come
     /// @throws ClosedPipe   nobody reads the results any more
     bool next(LogFrame& frame);
@@ -41,6 +41,7 @@ public:
     void tell_passed_over() const;
 
 private:
+    void require_log() const;
     void wait() const;
     [[noreturn]] void fail(int reason) const;
 
@@ -49,6 +50,8 @@ private:
     FrameLogReader reader_;
     int descriptor_ = -1;  // the reader's
     unsigned int count_ = 0;
+    bool has_frames_ = false;
+    bool has_foreign_lines_ = false;
     FrameLogReader::PassedOver first_pass_;
     bool is_first_pass_ = true;
 };

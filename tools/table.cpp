@@ -15,7 +15,6 @@ constexpr std::size_t usual_height = 24;
 
 // ECMA-48, 8.3.22, 8.3.39, 8.3.41 and 8.3.57.
 constexpr const char* clear_screen = "\033[H\033[J";
-constexpr const char* begin_line = "\r\033[K";
 constexpr const char* erase_rest_of_line = "\033[K";
 constexpr const char* erase_below = "\033[J";
 

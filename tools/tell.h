@@ -8,7 +8,8 @@
 
 namespace nodevik_tool {
 
-/// Prints a line on standard error, with the program's name ahead.
+/// Prints a line on standard error, with the program's name ahead. On a terminal it takes the place of a bar, and of the
+/// Ctrl-C that was typed.
 /// @param message  without a line end
 void tell(const std::string& message);
 

@@ -9,8 +9,10 @@
 
 #include <cstdlib>
 
+#include "tests/support/childprocess.h"
 #include "tests/support/pseudoterminal.h"
 #include "tests/support/temporaryfile.h"
+#include "tools/tell.h"
 
 namespace {
 
@@ -131,6 +133,20 @@ TEST_F(Terminal, IsNotCommandedWhenItCannotBe) {
     EXPECT_FALSE(Screen::is_possible(json));
     const Output nowhere(-1, false, interrupts);
     EXPECT_FALSE(Screen::is_possible(nowhere));
+}
+
+TEST_F(Terminal, HasWhatIsToldInThePlaceOfABar) {
+    const auto told = [this](const char* type) {
+        setenv("TERM", type, 1);
+        const ChildResult result = run_in_child([this] {
+            dup2(near_end, STDERR_FILENO);
+            tell("all is well");
+        });
+        EXPECT_EQ(result.status, 0);
+        return terminal.receive(std::string("nodevik: all is well\n").size());
+    };
+    EXPECT_EQ(told("dumb"), "nodevik: all is well\n");
+    EXPECT_EQ(told("xterm").rfind("\r\033[Knodevik: all is ", 0), 0U);
 }
 
 TEST_F(Terminal, HasLinesDrawnInTheSamePlace) {

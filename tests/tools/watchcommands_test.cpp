@@ -360,6 +360,22 @@ TEST(Decode, EndsWith5WithoutALogAnd2WithAWrongOption) {
     }
 }
 
+TEST(Decode, EndsWith5WhenAFileIsNoLog) {
+    const TemporaryFile file;
+    file.write("[FileInfo]\nFileName=a.eds\n");
+    const std::string& name = file.path();
+    const ChildResult result = decode(name, {});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "nodevik: " + name + ":1: no frame in candump's format\nnodevik: " + name +
+                              ":2: no frame in candump's format\nnodevik: " + name +
+                              " is no log: none of its lines is one of candump's\n");
+    file.write("");  // nothing has passed
+    EXPECT_EQ(decode(name, {}).status, 0);
+    file.write(log_text + "x\n");
+    EXPECT_EQ(decode(name, {"--id", "0x7FF"}).status, 0);
+}
+
 TEST(Monitor, ShowsWhatPassesAndSendsNothing) {
     Listening monitor({"--json", "monitor", "--count", "2"});
     ASSERT_TRUE(monitor.is_ready());
