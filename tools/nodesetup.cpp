@@ -22,7 +22,6 @@ constexpr unsigned char confirmation = 0x60;  // of a write (CiA 301, 7.2.4.3)
 constexpr unsigned char refusal = 0x80;
 constexpr unsigned char four_bytes = 0x43;  // were read
 constexpr unsigned char reset_node = 0x81;
-constexpr std::uint64_t pdo_off = 0x80000000;
 
 // The object with the communication parameters of the PDO that an object belongs to; 0 of one that belongs to none.
 std::uint16_t pdo_of(std::uint16_t index) {
@@ -86,7 +85,8 @@ public:
     }
 
 private:
-    // Setting a PDO up ends with its COB-ID, and so does putting it back.
+    // Setting a PDO up ends with its COB-ID, and so does putting it back. What follows a COB-ID is sent before anybody
+    // asks, and has the PDO count as changed again.
     struct Pdo {
         std::optional<std::uint64_t> wanted;  // COB-ID
         std::optional<std::uint64_t> former;
@@ -117,10 +117,7 @@ private:
         ++pdo.writes;
         pdo.written = {index, frame.data[3]};
         const std::uint64_t number = number_in(frame);
-        const bool switches_off = pdo.writes == 1 && pdo.former && (*pdo.former & pdo_off) == 0 &&
-                                  number == (*pdo.former | pdo_off);
-        pdo.is_last = is_cob_id(index, frame.data[3]) && !switches_off &&
-                      (number == pdo.wanted || number == pdo.former);
+        pdo.is_last = is_cob_id(index, frame.data[3]) && (number == pdo.wanted || number == pdo.former);
     }
 
     static void answered(Pdo& pdo, std::uint16_t index, const ObservedFrame& frame) {

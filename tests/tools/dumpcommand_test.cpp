@@ -371,7 +371,7 @@ TEST_F(Dump, ShowsOnATerminalHowFarItIsUnlessItIsToBeQuiet) {
             run_program({"/bin/sh", "-c", "exec \"$0\" --udp \"$1\" dump 5 \"$2\" $4 2> \"$3\"", NODEVIK,
                          node().bus(), dcf(), terminal.path(), quiet});
         EXPECT_EQ(result.status, 0);
-        const std::string shown = quiet.empty() ? terminal.receive(200) : terminal.receive(200, 0);
+        const std::string shown = quiet.empty() ? terminal.receive(160) : terminal.receive(160, 0);
         EXPECT_EQ(shown.find(" %") != std::string::npos, quiet.empty()) << shown;
     }
 }
