@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,14 @@ public:
     }
 
     std::uint64_t time_of(std::uint64_t number) const { return (number + 1) * period_us_; }
+
+    std::size_t received_bytes() const {
+        std::size_t bytes = 0;
+        for (const Entry& entry : entries_) {
+            bytes += entry.kind == EntryKind::received ? entry.bytes.size() : 0;
+        }
+        return bytes;
+    }
 
     void add(std::uint64_t time_us, EntryKind kind, Bytes bytes = {}) {
         entries_.push_back(
@@ -442,6 +451,75 @@ TEST(CyclesWithoutAMark, BytesWithoutEndAreKeptInBounds) {
         bytes += cycle.reply->bytes.size();
     }
     EXPECT_EQ(bytes, 1000000U);
+}
+
+// A line on which anything may stand: pieces of replies, noise, frames whole and torn, openings and closings.
+Line anything(std::uint32_t seed) {
+    std::mt19937 random(seed);
+    const auto draw = [&random](std::size_t most) { return static_cast<std::size_t>(random() % (most + 1)); };
+    Line line;
+    if (draw(1) == 0) {
+        line.answered(0, n);
+    }
+    std::uint64_t time_us = line.time_of(n);
+    for (int i = 0; i < 2000; i++) {
+        time_us += draw(2) == 0 ? draw(300 * ms) : draw(1);
+        Bytes bytes = marked_reply(draw(65535)) + marked_reply(draw(65535));
+        const std::size_t begin = draw(bytes.size() - 1);
+        const std::size_t length = 1 + draw(bytes.size() - begin - 1);
+        switch (draw(9)) {
+            case 0:
+                line.add(time_us, draw(1) == 0 ? EntryKind::open : EntryKind::close);
+                break;
+            case 1:
+                line.add(time_us, EntryKind::sent, Bytes(1 + draw(9), 'P'));
+                break;
+            case 2:
+                for (std::uint8_t& byte : bytes) {
+                    byte = static_cast<std::uint8_t>(random());
+                }
+                line.add(time_us, EntryKind::received, first(bytes, length));
+                break;
+            case 3:
+            case 4:
+                line.add(time_us, EntryKind::received, last(bytes, bytes.size() - begin));
+                break;
+            case 5:
+                line.add(time_us, EntryKind::received, marked_reply());
+                break;
+            default:
+                line.add(time_us, EntryKind::sent, {0, 103, 110, 'P'});
+                break;
+        }
+    }
+    return line;
+}
+
+TEST(CyclesOfAnything, GiveEachByteAndEachFrameOnce) {
+    for (std::uint32_t seed = 1; seed <= 40; seed++) {
+        SCOPED_TRACE(seed);
+        const Line line = anything(seed);
+        std::size_t bytes = 0;
+        std::uint64_t frames = 0;
+        std::uint64_t last_us = 0;
+        for (const Cycle& cycle : line.cycles()) {
+            bytes += cycle.reply ? cycle.reply->bytes.size() : 0;
+            ASSERT_EQ(cycle.reply.has_value(),
+                      cycle.state != ReplyState::missing && cycle.state != ReplyState::closed);
+            if (cycle.reply) {
+                ASSERT_LE(cycle.reply->ahead + (cycle.reply->is_whole ? vehicle::reply_bytes : 0),
+                          cycle.reply->bytes.size());
+                ASSERT_LE(cycle.reply->first_us, cycle.reply->last_us);
+            }
+            if (cycle.number > 0) {
+                ASSERT_EQ(cycle.number, ++frames);
+                ASSERT_GE(cycle.time_us, last_us);
+                ASSERT_TRUE(!cycle.reply || cycle.reply->first_us >= cycle.time_us);
+                last_us = cycle.time_us;
+            }
+        }
+        EXPECT_EQ(bytes, line.received_bytes());
+    }
 }
 
 // What a vehicle with random faults made of its replies, and what is told of them.
