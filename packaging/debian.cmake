@@ -119,7 +119,8 @@ both with faults on request.
 .
 The command nodevik reads and writes objects of CANopen nodes, commands their
 states, sets them up, finds them, and shows, records and replays what passes on
-a bus. Another tool draws the curves of a plotting feed in a window.")
+a bus. nodevik-plot draws curves in a window: of such recordings, of tables
+and of plotting feeds.")
 
 # The documentation that each package must have.
 foreach(component ${CPACK_COMPONENTS_ALL})

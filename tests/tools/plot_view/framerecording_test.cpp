@@ -84,6 +84,21 @@ TEST(ReadFrames, NamedObjectsTakeThePlaceOfBytes) {
     EXPECT_EQ(values(recording, "5 On"), (Values{0, 1}));
 }
 
+TEST(ReadFrames, TakesWhatTheCommandForABusWrites) {
+    const Recording recording = read_frames(
+        R"({"time":1764000000.0,"bus":"can0","id":"0x181","length":8,"data":"0102030405060708","kind":"tpdo1",)"
+        R"("node":1,"objects":[{"index":"0x6000","sub":1,"name":"Read input 8-bit/Read inputs 1","type":"u8","value":1}]})"
+        "\n"
+        R"({"time":1764000000.25,"bus":"can0","id":"0x701","length":1,"data":"05","kind":"heartbeat","node":1})"
+        "\n"
+        R"({"time":1764000000.3,"bus":"can0","id":"0x601","length":0,"data":"","kind":"guard","node":1,"remote":true})"
+        "\n");
+    EXPECT_EQ(names(recording),
+              (Texts{"1 Read input 8-bit/Read inputs 1", "0x181 frames", "0x601 frames", "0x701 frames"}));
+    EXPECT_EQ(values(recording, "1 Read input 8-bit/Read inputs 1"), Values{1});
+    EXPECT_EQ(recording.notes, Texts());
+}
+
 TEST(ReadFrames, ObjectsWithoutANumberAreNoCurves) {
     const Recording recording = read_frames(
         frame(0, "0x585", "00", ",\"objects\":[" + object("Name", "\"abc\"") + ",7,{\"name\":\"x\"}]"));
