@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <csignal>
-#include <memory>
 
+#include "tests/support/runningprogram.h"
 #include "tests/tools/scriptednode.h"
 #include "tests/tools/simulatedbus.h"
 
@@ -167,9 +167,9 @@ TEST_F(Configure, SetsUpTheSimulator) {
                   "ParameterName=Count\nObjectType=7\nDataType=5\nAccessType=rw\nParameterValue=0");
     file().change("AccessType=rw\nParameterValue=0x60000208", "AccessType=rw\nParameterValue=0");
     file().change("VendorNumber=0x10\nProductNumber=0x20\n", "");
-    const ChildResult first = nodes.run({"configure", "5", dcf()});
+    const ChildResult first = nodes.run_patiently({"configure", "5", dcf()});
     EXPECT_EQ(first.status, 0) << first.err << first.out;
-    const ChildResult second = nodes.run({"configure", "5", dcf(), "--dry-run", "--json"});
+    const ChildResult second = nodes.run_patiently({"configure", "5", dcf(), "--dry-run", "--json"});
     EXPECT_EQ(second.status, 0);
     EXPECT_EQ(second.err, "nodevik: node 5: 6 same; nothing was written\n");
     // Nobody commands a state, and the other node is left alone.
@@ -228,13 +228,12 @@ TEST_F(Configure, EndsAtASignalWhileItWaitsForANodeThatDoesNotComeBack) {
     fill(node);
     node.add(0x1011, 1, 1, 4);
     node.boots = false;
-    std::unique_ptr<RunningProgram> run;
-    node.when_reset = [&run] { run->signal(SIGINT); };
-    run = std::make_unique<RunningProgram>(
-        std::vector<std::string>{NODEVIK, "--udp", node.bus(), "configure", "5", dcf(), "--restore"});
+    RunningProgram run(
+        {NODEVIK, "--udp", node.bus(), "--timeout", "60000", "configure", "5", dcf(), "--restore"});
+    node.when_reset = [program = run.process()] { kill(program, SIGINT); };
     node.start();
-    EXPECT_EQ(run->end(), 130);
-    EXPECT_EQ(run->err(),
+    EXPECT_EQ(run.end(), 130);
+    EXPECT_EQ(run.err(),
               "nodevik: node 5 is reset (NMT), which restoring its values needs\n"
               "nodevik: node 5: 6 not-reached\n");
     EXPECT_EQ(changing(node.stop()), (Frames{"605 8 23 11 10 01 6c 6f 61 64", "000 2 81 05"}));
@@ -408,22 +407,29 @@ TEST_F(Configure, GoesOnWithAFileWhoseErrorsAreElsewhere) {
 }
 
 TEST_F(Configure, EndsAtASignalWithWhatItHasAndWithThePdoWhole) {
-    // The requests at which the signal comes: while it reads, while the PDO is being set up, behind it.
+    // The requests at which the signal comes: while it reads, while the PDO is being set up, behind it. A machine that
+    // is busy may not let the node answer in the moment that it has; then the PDO is named.
     for (const unsigned int step : {2U, 9U, 11U, 13U, 19U}) {
-        ScriptedNode node;
-        fill(node);
-        std::unique_ptr<RunningProgram> run;
-        node.signal_at(step, run);
-        run = std::make_unique<RunningProgram>(std::vector<std::string>{
-            NODEVIK, "--udp", node.bus(), "--timeout", "60000", "configure", "5", dcf()});
-        node.start();
-        EXPECT_EQ(run->end(), 130) << step;
-        const Frames frames = node.stop();
-        const std::string text = run->out();
-        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 6) << text;
-        EXPECT_NE(text.find("not-reached"), std::string::npos) << step << "\n" << text;
-        EXPECT_EQ(node.value(0x1800, 1) & 0x80000000U, 0U) << step;
-        EXPECT_EQ(node.value(0x1800, 1) == 0x285, node.value(0x1A00, 1) == 0x60000208) << step;
-        expect_requests_alone(frames);
+        bool is_whole = false;
+        for (int attempt = 0; attempt < 200 && !is_whole; ++attempt) {
+            ScriptedNode node;
+            fill(node);
+            RunningProgram run({NODEVIK, "--udp", node.bus(), "--timeout", "60000", "configure", "5", dcf()});
+            node.signal_at(step, run.process());
+            node.start();
+            EXPECT_EQ(run.end(), 130) << step;
+            const Frames frames = node.stop();
+            const std::string text = run.out();
+            EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 6) << text;
+            EXPECT_NE(text.find("not-reached"), std::string::npos) << step << "\n" << text;
+            expect_requests_alone(frames);
+            const bool is_named =
+                run.err().find("TPDO 1 is neither set up nor as it was") != std::string::npos;
+            is_whole = (node.value(0x1800, 1) == 0x185 && node.value(0x1A00, 1) == 0x60000108) ||
+                       (node.value(0x1800, 1) == 0x285 && node.value(0x1A00, 1) == 0x60000208);
+            EXPECT_TRUE(is_whole || is_named) << step << run.err();
+            is_whole = is_whole && !is_named;
+        }
+        EXPECT_TRUE(is_whole) << step;
     }
 }

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <csignal>
-#include <memory>
 #include <regex>
 
 #include "tests/support/pseudoterminal.h"
+#include "tests/support/runningprogram.h"
 #include "tests/tools/scriptednode.h"
 #include "tests/tools/simulatedbus.h"
 
@@ -179,11 +179,11 @@ TEST_F(Dump, GivesADcfThatTheNodeIsTheSameAs) {
             described ? std::vector<std::string>{"--eds", EDS} : std::vector<std::string>{};
         std::vector<std::string> words{"dump", "5", file.path()};
         words.insert(words.end(), options.begin(), options.end());
-        EXPECT_EQ(nodes.run(words).status, 0);
+        EXPECT_EQ(nodes.run_patiently(words).status, 0);
         const ChildResult check = run_program({NODEVIK, "eds", "check", file.path()});
         EXPECT_EQ(check.status, 0);
         EXPECT_EQ(check.out, "");
-        const ChildResult same = nodes.run({"configure", "5", file.path(), "--dry-run"});
+        const ChildResult same = nodes.run_patiently({"configure", "5", file.path(), "--dry-run"});
         EXPECT_EQ(same.status, 0) << same.err;
         EXPECT_TRUE(
             std::regex_match(same.err, std::regex("nodevik: node 5: [0-9]+ same; nothing was written\n")))
@@ -196,18 +196,18 @@ TEST_F(Dump, GivesADcfThatTheNodeIsTheSameAs) {
 
 TEST_F(Dump, GivesADcfThatSetsAnotherNodeUpAlike) {
     const SimulatedBus nodes(NODEVIK, NODE_SIMULATOR, {"--nodes", "5"});
-    nodes.run({"sdo", "write", "5", "0x1017", "777", "--type", "u16"});
-    nodes.run({"pdo", "set", "5", "tpdo", "1", "0x385", "254", "0x6000:2/8"});
+    nodes.run_patiently({"sdo", "write", "5", "0x1017", "777", "--type", "u16"});
+    nodes.run_patiently({"pdo", "set", "5", "tpdo", "1", "0x385", "254", "0x6000:2/8"});
     const TemporaryFile file;
-    EXPECT_EQ(nodes.run({"dump", "5", file.path()}).status, 0);
-    const std::string before = nodes.run({"pdo", "list", "5"}).out;
+    EXPECT_EQ(nodes.run_patiently({"dump", "5", file.path()}).status, 0);
+    const std::string before = nodes.run_patiently({"pdo", "list", "5"}).out;
     ASSERT_EQ(nodes.simulator().command("off 5"), "ok");
     ASSERT_EQ(nodes.simulator().command("on 5"), "ok");
-    EXPECT_NE(nodes.run({"pdo", "list", "5"}).out, before);
-    const ChildResult set = nodes.run({"configure", "5", file.path()});
+    EXPECT_NE(nodes.run_patiently({"pdo", "list", "5"}).out, before);
+    const ChildResult set = nodes.run_patiently({"configure", "5", file.path()});
     EXPECT_EQ(set.status, 0) << set.err << set.out;
-    EXPECT_EQ(nodes.run({"pdo", "list", "5"}).out, before);
-    EXPECT_EQ(nodes.run({"sdo", "read", "5", "0x1017", "--type", "u16"}).out, "0x1017:0  777\n");
+    EXPECT_EQ(nodes.run_patiently({"pdo", "list", "5"}).out, before);
+    EXPECT_EQ(nodes.run_patiently({"sdo", "read", "5", "0x1017", "--type", "u16"}).out, "0x1017:0  777\n");
 }
 
 TEST_F(Dump, AsksForTheCommunicationProfileWithoutADescriptionAndSaysSo) {
@@ -324,16 +324,14 @@ TEST_F(Dump, LeavesTheFileAsItWasAtWhicheverStepTheNodeFallsSilent) {
 TEST_F(Dump, EndsAtASignalWithTheEntriesSoFarAndWithoutADcf) {
     const TemporaryFile there;
     there.write("before");
-    std::unique_ptr<RunningProgram> run;
-    node().signal_at(5, run);
-    run = std::make_unique<RunningProgram>(std::vector<std::string>{NODEVIK, "--udp", node().bus(),
-                                                                    "--timeout", "60000", "--json", "--eds",
-                                                                    eds(), "dump", "5", there.path()});
+    RunningProgram run(std::vector<std::string>{NODEVIK, "--udp", node().bus(), "--timeout", "60000",
+                                                "--json", "--eds", eds(), "dump", "5", there.path()});
+    node().signal_at(5, run.process());
     node().start();
-    EXPECT_EQ(run->end(), 130);
-    const std::string out = run->out();
+    EXPECT_EQ(run.end(), 130);
+    const std::string out = run.out();
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2) << out;
-    EXPECT_EQ(run->err(), "nodevik: node 5: 2 values read; no DCF is made\n");
+    EXPECT_EQ(run.err(), "nodevik: node 5: 2 values read; no DCF is made\n");
     EXPECT_EQ(there.content(), "before");
     expect_requests_alone(node().stop());
 }

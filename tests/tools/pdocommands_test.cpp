@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <csignal>
-#include <memory>
 
+#include "tests/support/runningprogram.h"
 #include "tests/tools/scriptednode.h"
 #include "tests/tools/simulatedbus.h"
 
@@ -171,20 +171,18 @@ TEST(PdoList, EndsWith3AtWhicheverStepTheNodeFallsSilent) {
 TEST(PdoList, EndsAtASignalWithThePdosSoFar) {
     ScriptedNode node;
     fill(node);
-    std::unique_ptr<RunningProgram> run;
-    node.signal_at(40, run);
-    run = std::make_unique<RunningProgram>(
-        std::vector<std::string>{NODEVIK, "--udp", node.bus(), "pdo", "list", "5"});
+    RunningProgram run({NODEVIK, "--udp", node.bus(), "--timeout", "60000", "pdo", "list", "5"});
+    node.signal_at(40, run.process());
     node.start();
-    EXPECT_EQ(run->end(), 130);
-    EXPECT_EQ(run->out(), "rpdo1    0x205  on   type 254\n");
-    EXPECT_EQ(run->err(), "");
+    EXPECT_EQ(run.end(), 130);
+    EXPECT_EQ(run.out(), "rpdo1    0x205  on   type 254\n");
+    EXPECT_EQ(run.err(), "");
     EXPECT_LE(node.requests(), 42U);
 }
 
 TEST(PdoList, ShowsThoseOfTheSimulator) {
     const SimulatedBus nodes(NODEVIK, NODE_SIMULATOR, {"--nodes", "5,6"});
-    const ChildResult result = nodes.run({"pdo", "list", "6"});
+    const ChildResult result = nodes.run_patiently({"pdo", "list", "6"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 8) << result.out;
     EXPECT_NE(
@@ -405,19 +403,25 @@ TEST(PdoSet, EndsWith3AtWhicheverStepTheNodeFallsSilent) {
 }
 
 TEST(PdoSet, FinishesThePdoAtASignal) {
+    // A machine that is busy may not let the node answer in the moment that it has; then the PDO is named.
     for (const unsigned int step : {3U, 8U, 10U, 13U}) {
-        ScriptedNode node;
-        fill(node);
-        std::unique_ptr<RunningProgram> run;
-        node.signal_at(step, run);
-        std::vector<std::string> words{NODEVIK, "--udp", node.bus(), "pdo"};
-        words.insert(words.end(), second_tpdo.begin(), second_tpdo.end());
-        run = std::make_unique<RunningProgram>(words);
-        node.start();
-        EXPECT_EQ(run->end(), 130) << step;
-        EXPECT_EQ(run->err(), "") << step;
-        const Frames frames = node.stop();
-        EXPECT_EQ(node.value(0x1801, 1), step == 3 ? 0x40000285U : 0x40000385U) << step;
-        expect_requests_alone(frames);
+        bool is_finished = false;
+        for (int attempt = 0; attempt < 200 && !is_finished; ++attempt) {
+            ScriptedNode node;
+            fill(node);
+            std::vector<std::string> words{NODEVIK, "--udp", node.bus(), "--timeout", "60000", "pdo"};
+            words.insert(words.end(), second_tpdo.begin(), second_tpdo.end());
+            RunningProgram run(words);
+            node.signal_at(step, run.process());
+            node.start();
+            EXPECT_EQ(run.end(), 130) << step;
+            expect_requests_alone(node.stop());
+            is_finished =
+                node.value(0x1801, 1) == (step == 3 ? 0x40000285U : 0x40000385U) && run.err().empty();
+            const bool is_named =
+                run.err().find("TPDO 2 is neither set up nor as it was") != std::string::npos;
+            EXPECT_TRUE(is_finished || is_named) << step << run.err();
+        }
+        EXPECT_TRUE(is_finished) << step;
     }
 }

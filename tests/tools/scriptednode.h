@@ -5,20 +5,19 @@
 #define TESTS_TOOLS_SCRIPTEDNODE_H
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/loopbacksocket.h"
-#include "tests/support/runningprogram.h"
 #include "tests/support/scriptedsdonode.h"
 
 /// Node 5. It is set up first, then started; a thread of its own answers until it is stopped.
@@ -65,12 +64,12 @@ public:
     }
 
     /// Has a program interrupted, as by Ctrl-C, before a request is answered.
-    /// @param step  which request, from 1
-    /// @param run   the program; it is there before the node is started
-    void signal_at(unsigned int step, const std::unique_ptr<RunningProgram>& run) {
-        script = [step, &run](unsigned int request, const Data&, Answers&) {
+    /// @param step     which request, from 1
+    /// @param program  its process
+    void signal_at(unsigned int step, pid_t program) {
+        script = [step, program](unsigned int request, const Data&, Answers&) {
             if (request == step) {
-                run->signal(SIGINT);
+                kill(program, SIGINT);
             }
         };
     }

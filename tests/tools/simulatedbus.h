@@ -55,6 +55,12 @@ public:
     /// Runs nodevik to its end.
     ChildResult run(const std::vector<std::string>& more) const { return run_program(words(more)); }
 
+    /// Runs nodevik to its end, with time for a simulator on a busy machine to answer.
+    ChildResult run_patiently(std::vector<std::string> more) const {
+        more.insert(more.end(), {"--timeout", "60000"});
+        return run(more);
+    }
+
     /// The simulator, for commands.
     const NodeProcess& simulator() const { return *simulator_; }
 
