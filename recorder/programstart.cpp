@@ -43,6 +43,7 @@ void become_program(const std::vector<std::string>& program, const std::string& 
         refuse(report, ExitStatus::no_bus, failure);
     }
     std::vector<char*> arguments;
+    arguments.reserve(program.size() + 1);
     for (const std::string& argument : program) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }

@@ -230,7 +230,7 @@ private:
         if (!shows_status_ || now_us < next_status_us_) {
             return;
         }
-        next_status_us_ = now_us + status_period_ms * 1000;
+        next_status_us_ = now_us + std::uint64_t{1000} * status_period_ms;
         const std::uint64_t position_us = clock_.position_us(now_us);
         const bool is_at_end = position_us >= track_.end_us();
         const Phrase& state = !has_begun_ ? waits : is_at_end ? ended : clock_.runs() ? plays : pauses;

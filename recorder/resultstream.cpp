@@ -24,7 +24,7 @@ constexpr mode_t new_file_mode = 0666;  // less the umask
 // The file that a symbolic link leads to; the name itself where there is nothing yet.
 std::string resolved(const std::string& path) {
     char* const target = realpath(path.c_str(), nullptr);
-    const std::string name = target == nullptr ? path : target;
+    std::string name = target == nullptr ? path : target;
     std::free(target);
     return name;
 }
