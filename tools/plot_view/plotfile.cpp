@@ -71,9 +71,8 @@ bool Lines::next() {
         return false;
     }
     const std::size_t end = rest_.find('\n');
-    ended_ = end != std::string_view::npos;
     line_ = rest_.substr(0, end);
-    rest_.remove_prefix(ended_ ? end + 1 : rest_.size());
+    rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
     if (!line_.empty() && line_.back() == '\r') {
         line_.remove_suffix(1);
     }

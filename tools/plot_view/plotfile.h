@@ -60,14 +60,10 @@ public:
     /// Its number, from 1.
     std::size_t number() const { return number_; }
 
-    /// Whether the line has its end: a file that is cut off ends in a line without one.
-    bool is_ended() const { return ended_; }
-
 private:
     std::string_view rest_;
     std::string_view line_;
     std::size_t number_ = 0;
-    bool ended_ = true;
 };
 
 /// What the times of a recording are, by its first one: those of a clock from 100,000,000 s on, else seconds since some

@@ -15,6 +15,7 @@ using namespace plot;
 namespace {
 
 constexpr double none = std::numeric_limits<double>::quiet_NaN();
+constexpr int limit_ms = 30000;
 constexpr std::uint32_t red = 0xFF0000;
 constexpr std::uint32_t blue = 0x0000FF;
 
@@ -72,7 +73,7 @@ private Q_SLOTS:
         view_->set_dark(false);
         view_->resize(500, 400);
         view_->show();
-        QVERIFY(QTest::qWaitForWindowExposed(view_.get()));
+        QVERIFY(QTest::qWaitForWindowExposed(view_.get(), limit_ms));
     }
     void cleanup() { view_.reset(); }
 
@@ -371,7 +372,7 @@ private Q_SLOTS:
     void thePointerTellsTheValuesBelowIt() {
         show({series_of(0, {{0, 1}, {10, 2}, {20, 3}}), level(1, 7)});
         QTest::mouseMove(view_->windowHandle(), view_->place(11, 3).toPoint());
-        QTRY_VERIFY(view_->cursor().has_value());
+        QTRY_VERIFY_WITH_TIMEOUT(view_->cursor().has_value(), limit_ms);
         QVERIFY(view_->words().contains(QStringLiteral(" s: curve 0 2, curve 1 7")));
         const QImage with = grab();
         QEvent leave(QEvent::Leave);
@@ -509,7 +510,7 @@ private Q_SLOTS:
         show({level(0, 5)});
         view_->setFocus();
         QApplication::setActiveWindow(view_.get());
-        QTRY_VERIFY(view_->hasFocus());
+        QTRY_VERIFY_WITH_TIMEOUT(view_->hasFocus(), limit_ms);
         const QColor frame = grab().pixelColor(1, 200);
         view_->clearFocus();
         QVERIFY(grab().pixelColor(1, 200) != frame);

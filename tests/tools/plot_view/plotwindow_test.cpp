@@ -49,7 +49,7 @@ private Q_SLOTS:
         window_ = std::make_unique<PlotWindow>();
         window_->show();
         window_->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(window_.get()));
+        QVERIFY(QTest::qWaitForWindowActive(window_.get(), limit_ms));
         batch_.resetmessage();
     }
     void cleanup() { window_.reset(); }
@@ -71,16 +71,16 @@ private Q_SLOTS:
             }
             return rows.size();
         };
-        QTRY_VERIFY(seen() > 2);
+        QTRY_VERIFY_WITH_TIMEOUT(seen() > 2, limit_ms);
         window_->resize(1600, 500);
-        QTRY_COMPARE(seen(), std::size_t{2});
+        QTRY_COMPARE_WITH_TIMEOUT(seen(), std::size_t{2}, limit_ms);
         QVERIFY(window_->view().height() > 300);
     }
 
     void moreNamesThanHaveRoomAreScrolledTo() {
         window_->resize(500, 400);
         window_->show_recording(recording_of(200), QStringLiteral("x.csv"));
-        QTRY_VERIFY(window_->view().height() > 150);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->view().height() > 150, limit_ms);
         window_->legend().boxes().back()->setFocus();
         const auto is_seen = [&] {
             const QCheckBox* box = window_->legend().boxes().back();
@@ -88,7 +88,7 @@ private Q_SLOTS:
                 box->mapTo(window_->legend().viewport(), box->rect().center()));
         };
         window_->legend().ensureWidgetVisible(window_->legend().boxes().back());
-        QTRY_VERIFY(is_seen());
+        QTRY_VERIFY_WITH_TIMEOUT(is_seen(), limit_ms);
     }
 
     void aClickOnANameSwitchesItsCurve() {
@@ -201,7 +201,7 @@ private Q_SLOTS:
         batch_.addmsg_samplepos(30);
         batch_.addmsg_data(0, 2);
         send();
-        QTRY_COMPARE(window_->view().time_shown(), (Interval{11, 30}));
+        QTRY_COMPARE_WITH_TIMEOUT(window_->view().time_shown(), (Interval{11, 30}), limit_ms);
     }
 
     void whilePausedThePictureStaysAndTheFeedIsTaken() {
@@ -213,10 +213,11 @@ private Q_SLOTS:
         batch_.addmsg_stop(1);
         QSignalSpy stopped(window_.get(), &PlotWindow::feedStopped);
         send();
-        QTRY_VERIFY(label("source").endsWith(QStringLiteral(", paused, stopped by the feed")));
+        QTRY_VERIFY_WITH_TIMEOUT(label("source").endsWith(QStringLiteral(", paused, stopped by the feed")),
+                                 limit_ms);
         QCOMPARE(window_->view().data().samples(), std::size_t{1});
         press(Qt::Key_P);
-        QTRY_COMPARE(window_->view().data().samples(), std::size_t{2});
+        QTRY_COMPARE_WITH_TIMEOUT(window_->view().data().samples(), std::size_t{2}, limit_ms);
         QCOMPARE(stopped.count(), 1);
         QVERIFY(label("source").endsWith(QStringLiteral(": 2 samples, stopped by the feed")));
     }
@@ -227,7 +228,7 @@ private Q_SLOTS:
         batch_.addmsg_samplepos(30);
         batch_.addmsg_data(0, 2);
         send();
-        QTRY_COMPARE(window_->view().data().samples(), std::size_t{2});
+        QTRY_COMPARE_WITH_TIMEOUT(window_->view().data().samples(), std::size_t{2}, limit_ms);
         QCOMPARE(window_->view().time_shown(), (Interval{2, 4}));
         press(Qt::Key_F);
         QCOMPARE(window_->view().time_shown(), (Interval{11, 30}));
@@ -254,7 +255,7 @@ private Q_SLOTS:
         batch_.addmsg_nextsamplepos();
         batch_.addmsg_data(0, 2);
         send();
-        QTRY_COMPARE(window_->view().data().samples(), std::size_t{2});
+        QTRY_COMPARE_WITH_TIMEOUT(window_->view().data().samples(), std::size_t{2}, limit_ms);
         QCOMPARE(window_->view().data().series.size(), std::size_t{1});
     }
 
@@ -286,7 +287,7 @@ private Q_SLOTS:
             QStringLiteral("missing.csv: cannot be opened: No such file or directory")));
         QCOMPARE(window_->view().data().series.size(), std::size_t{2});
         QTest::keyClick(message, Qt::Key_Return);
-        QTRY_VERIFY(window_->findChild<QMessageBox*>() == nullptr);
+        QTRY_VERIFY_WITH_TIMEOUT(window_->findChild<QMessageBox*>() == nullptr, limit_ms);
     }
 
     void curvesThatDifferVeryMuchInSizeGetTheirOwnScales() {
@@ -372,7 +373,7 @@ private Q_SLOTS:
         batch_.addmsg_name(0, "renamed");
         batch_.addmsg_name(3, "new");
         send();
-        QTRY_COMPARE(window_->legend().boxes().size(), std::size_t{2});
+        QTRY_COMPARE_WITH_TIMEOUT(window_->legend().boxes().size(), std::size_t{2}, limit_ms);
         QCOMPARE(window_->legend().boxes()[0]->text(), QStringLiteral("renamed"));
         QCOMPARE(window_->legend().boxes()[1]->text(), QStringLiteral("new"));
     }
@@ -391,7 +392,7 @@ private:
     // After a dialog.
     bool is_active_again() {
         window_->activateWindow();
-        return QTest::qWaitForWindowActive(window_.get());
+        return QTest::qWaitForWindowActive(window_.get(), limit_ms);
     }
 
     QString label(const char* name) { return window_->findChild<QLabel*>(QString::fromLatin1(name))->text(); }
