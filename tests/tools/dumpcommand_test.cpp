@@ -1,11 +1,12 @@
 // nodevik dump: what it asks a node, and the DCF that it makes of the answers.
 
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <regex>
+#include <sstream>
 
 #include "tests/support/pseudoterminal.h"
 #include "tests/support/runningprogram.h"
@@ -58,6 +59,11 @@ ChildResult dump(const ScriptedNode& node, const std::vector<std::string>& words
     std::vector<std::string> all{NODEVIK, "--udp", node.bus(), "--timeout", timeout_ms, "dump", "5"};
     all.insert(all.end(), words.begin(), words.end());
     return run_program(all);
+}
+
+// Whether a text is like a pattern of the shell's, fnmatch(3).
+bool matches(const std::string& text, const char* pattern) {
+    return fnmatch(pattern, text.c_str(), 0) == 0;
 }
 
 class Dump : public testing::Test {
@@ -163,7 +169,13 @@ TEST_F(Dump, WritesTheDcfToStandardOutputWithoutAFile) {
     EXPECT_EQ(result.status, 0);
     dump(node(), {"--eds", eds(), dcf()});
     const auto without_times = [](const std::string& text) {
-        return std::regex_replace(text, std::regex("(FileName|Modification[A-Za-z]*)=[^\n]*\n"), "");
+        std::istringstream lines(text);
+        std::string rest;
+        for (std::string line; std::getline(lines, line);) {
+            const bool is_time = line.rfind("FileName=", 0) == 0 || line.rfind("Modification", 0) == 0;
+            rest += is_time ? "" : line + "\n";
+        }
+        return rest;
     };
     const TemporaryFile shown;
     shown.write(result.out);
@@ -185,8 +197,7 @@ TEST_F(Dump, GivesADcfThatTheNodeIsTheSameAs) {
         EXPECT_EQ(check.out, "");
         const ChildResult same = nodes.run_patiently({"configure", "5", file.path(), "--dry-run"});
         EXPECT_EQ(same.status, 0) << same.err;
-        EXPECT_TRUE(
-            std::regex_match(same.err, std::regex("nodevik: node 5: [0-9]+ same; nothing was written\n")))
+        EXPECT_TRUE(matches(same.err, "nodevik: node 5: *[0-9] same; nothing was written\n"))
             << same.err << same.out;
     }
     const Frames frames = nodes.heard();
@@ -243,10 +254,10 @@ TEST_F(Dump, AsksForTheCommunicationProfileWithoutADescriptionAndSaysSo) {
     EXPECT_EQ(check.status, 0);
     EXPECT_EQ(check.out, "");
     node().start();
-    EXPECT_TRUE(std::regex_match(run_program({NODEVIK, "--udp", node().bus(), "--timeout", "60000",
-                                              "configure", "5", dcf(), "--dry-run"})
-                                     .err,
-                                 std::regex("nodevik: node 5: [0-9]+ same; nothing was written\n")));
+    EXPECT_TRUE(matches(run_program({NODEVIK, "--udp", node().bus(), "--timeout", "60000", "configure", "5",
+                                     dcf(), "--dry-run"})
+                            .err,
+                        "nodevik: node 5: *[0-9] same; nothing was written\n"));
 }
 
 TEST_F(Dump, TakesAValueOfAnotherLengthThanTheProfileHas) {
@@ -267,11 +278,11 @@ TEST_F(Dump, TellsEntriesThatTheNodeRefusesAndEndsWith1) {
     node().start();
     const ChildResult result = dump(node(), {"--eds", eds(), dcf()});
     EXPECT_EQ(result.status, 1);
-    EXPECT_TRUE(std::regex_match(
-        result.err, std::regex("nodevik: node 5, 0x2000:0: the node refuses: [^\n]*\\(0x06020000\\)\n"
-                               "nodevik: node 5, 0x2003:0: the node refuses: [^\n]*\\(0x08000022\\)\n"
-                               "nodevik: node 5: 6 values read; [^\n]*\n"
-                               "nodevik: node 5 has refused 2 entries, which the DCF lacks\n")))
+    EXPECT_TRUE(matches(result.err,
+                        "nodevik: node 5, 0x2000:0: the node refuses: *(0x06020000)\n"
+                        "nodevik: node 5, 0x2003:0: the node refuses: *(0x08000022)\n"
+                        "nodevik: node 5: 6 values read; *\n"
+                        "nodevik: node 5 has refused 2 entries, which the DCF lacks\n"))
         << result.err;
     EXPECT_EQ(value("2000"), "");
     EXPECT_EQ(value("1600sub1"), "0x20010010");

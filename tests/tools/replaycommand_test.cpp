@@ -1,11 +1,11 @@
 // nodevik replay: every frame that it sends, and what it tells of a log.
 
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <regex>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
@@ -48,7 +48,7 @@ protected:
     void expect_told(const ChildResult& result, int status, const std::string& pattern) const {
         EXPECT_EQ(result.status, status);
         EXPECT_EQ(result.out, "");
-        EXPECT_TRUE(std::regex_match(result.err, std::regex(pattern))) << result.err;
+        EXPECT_EQ(fnmatch(pattern.c_str(), result.err.c_str(), 0), 0) << result.err;
     }
 
     const std::string& log() const { return log_.path(); }
@@ -88,7 +88,7 @@ TEST_F(Replay, SendsEveryFrameInOrderAndNothingElse) {
         expected.emplace_back(frame);
     }
     write(lines);
-    expect_told(replay(), 0, "nodevik: 150 frames sent in [0-9]+\\.[0-9] s\n");
+    expect_told(replay(), 0, "nodevik: 150 frames sent in *[0-9].[0-9] s\n");
     EXPECT_EQ(sent(), expected);
 }
 
@@ -122,22 +122,20 @@ TEST_F(Replay, IsNotHeldUpByALogWhoseTimeGoesBack) {
     // The fourth one is an hour later again.
     run.signal(SIGINT);
     EXPECT_EQ(run.end(), 130);
-    EXPECT_TRUE(std::regex_match(run.err(), std::regex("nodevik: 3 frames sent in [0-9]+\\.[0-9] s\n")))
-        << run.err();
+    EXPECT_EQ(fnmatch("nodevik: 3 frames sent in *[0-9].[0-9] s\n", run.err().c_str(), 0), 0) << run.err();
     EXPECT_EQ(sent(), Lines{});
 }
 
 TEST_F(Replay, SendsTheIdentifiersThatAreAskedFor) {
     write("(1.000000) can0 181#01\n(1.000001) can0 200#02\n(1.000002) can0 201#03\n(1.000003) can0 27F#\n");
-    expect_told(replay({"--id", "0x200-0x201"}), 0, "nodevik: 2 frames sent in .*\n");
-    expect_told(replay({"--id", "0x27F"}), 0, "nodevik: 1 frames sent in .*\n");
+    expect_told(replay({"--id", "0x200-0x201"}), 0, "nodevik: 2 frames sent in *\n");
+    expect_told(replay({"--id", "0x27F"}), 0, "nodevik: 1 frames sent in *\n");
     EXPECT_EQ(sent(), (Lines{"200#02", "201#03", "27F#"}));
 }
 
 TEST_F(Replay, SendsTheLogAsOftenAsItIsAsked) {
     write("(1.000000) can0 181#01\nfoo\n(1.000001) can0 182#02\n");
-    expect_told(replay({"--loop", "3"}), 0,
-                "nodevik: " + log() + ":2: [^\n]*\nnodevik: 6 frames sent in [^\n]*\n");
+    expect_told(replay({"--loop", "3"}), 0, "nodevik: " + log() + ":2: *\nnodevik: 6 frames sent in *\n");
     EXPECT_EQ(sent(), (Lines{"181#01", "182#02", "181#01", "182#02", "181#01", "182#02"}));
 }
 
@@ -149,8 +147,7 @@ TEST_F(Replay, SendsTheLogUntilASignalComes) {
     }
     run.signal(SIGINT);
     EXPECT_EQ(run.end(), 130);
-    EXPECT_TRUE(std::regex_match(run.err(), std::regex("nodevik: [0-9]+ frames sent in [^\n]*\n")))
-        << run.err();
+    EXPECT_EQ(fnmatch("nodevik: *[0-9] frames sent in *\n", run.err().c_str(), 0), 0) << run.err();
     for (const std::string& frame : sent()) {
         EXPECT_TRUE(frame == "181#01" || frame == "182#02") << frame;
     }
@@ -158,19 +155,19 @@ TEST_F(Replay, SendsTheLogUntilASignalComes) {
 
 TEST_F(Replay, EndsWhenThereIsNothingToSendHoweverOften) {
     write("");
-    expect_told(replay({"--loop", "0"}), 0, "nodevik: 0 frames sent in [^\n]*\n");
+    expect_told(replay({"--loop", "0"}), 0, "nodevik: 0 frames sent in *\n");
     write("(1.000000) can0 181#01\n");
-    expect_told(replay({"--loop", "0", "--id", "0x182"}), 0, "nodevik: 0 frames sent in [^\n]*\n");
+    expect_told(replay({"--loop", "0", "--id", "0x182"}), 0, "nodevik: 0 frames sent in *\n");
     EXPECT_EQ(sent(), Lines{});
 }
 
 TEST_F(Replay, LeavesNmtOutUnlessItIsAskedFor) {
     write("(1.000000) can0 000#0105\n(1.000001) can0 080#\n(1.000002) can0 000#8100\n");
     expect_told(replay(), 0,
-                "nodevik: 1 frames sent in [^\n]*\n"
+                "nodevik: 1 frames sent in *\n"
                 "nodevik: 2 NMT commands were left out; --nmt sends them too\n");
     EXPECT_EQ(sent(), Lines{"080#"});
-    expect_told(replay({"--nmt"}), 0, "nodevik: 3 frames sent in [^\n]*\n");
+    expect_told(replay({"--nmt"}), 0, "nodevik: 3 frames sent in *\n");
     EXPECT_EQ(sent(), (Lines{"000#0105", "080#", "000#8100"}));
 }
 
@@ -178,7 +175,7 @@ TEST_F(Replay, TellsWhatTheBusHasNoRoomFor) {
     write("(1.000000) can0 18DAF110#00\n(1.000001) can0 705#R\n(1.000002) can0 181#01\n");
     expect_told(
         replay(), 0,
-        "nodevik: 1 frames sent in [^\n]*\n"
+        "nodevik: 1 frames sent in *\n"
         "nodevik: 2 frames were left out: over UDP there are no remote requests and no 29-bit identifiers\n");
     EXPECT_EQ(sent(), Lines{"181#01"});
 }
@@ -188,8 +185,8 @@ TEST_F(Replay, TellsLinesThatAreNoneOfALog) {
         "# a comment\n(1.000000) can0 181#01\n(1.000001) can0 20000004#000C000000000000\n(1.000002) can0 "
         "123##1AA\n(1.000003) can0 181#0\n(1.000004) can0 182#02\n(1.000005) can0 183#0");
     expect_told(replay(), 0,
-                "nodevik: " + log() + ":1: [^\n]*\nnodevik: " + log() + ":5: [^\n]*\nnodevik: " + log() +
-                    ":7: [^\n]*\nnodevik: 2 frames sent in [^\n]*\n"
+                "nodevik: " + log() + ":1: *\nnodevik: " + log() + ":5: *\nnodevik: " + log() +
+                    ":7: *\nnodevik: 2 frames sent in *\n"
                     "nodevik: passed over: 1 error frames, 1 FD frames, 0 counts of lost frames\n");
     EXPECT_EQ(sent(), (Lines{"181#01", "182#02"}));
 }
@@ -199,28 +196,25 @@ TEST_F(Replay, ReadsALogThatComesThroughAPipe) {
     const ChildResult result =
         run_program({"/bin/sh", "-c", "cat \"$0\" | \"$1\" --udp \"$2\" replay /dev/stdin", log(), NODEVIK,
                      words({})[2]});
-    expect_told(result, 0, "nodevik: 2 frames sent in [^\n]*\n");
+    expect_told(result, 0, "nodevik: 2 frames sent in *\n");
     EXPECT_EQ(sent(), (Lines{"181#01", "182#02"}));
     const ChildResult again =
         run_program({"/bin/sh", "-c", "cat \"$0\" | \"$1\" --udp \"$2\" replay /dev/stdin --loop 2", log(),
                      NODEVIK, words({})[2]});
-    expect_told(again, 5,
-                "nodevik: 2 frames sent in [^\n]*\nnodevik: /dev/stdin cannot be read: Illegal seek\n");
+    expect_told(again, 5, "nodevik: 2 frames sent in *\nnodevik: /dev/stdin cannot be read: Illegal seek\n");
 }
 
 TEST_F(Replay, EndsWithTheStatusThatTheTroubleHas) {
     expect_told(run_program({NODEVIK, "--udp", "127.0.0.1:1", "replay", "/no/such"}), 5,
                 "nodevik: /no/such cannot be read: No such file or directory\n");
-    expect_told(
-        run_program({NODEVIK, "--udp", "127.0.0.1:1", "replay", "/"}), 5,
-        "nodevik: / cannot be read: Is a directory\n|nodevik: 0 frames sent in [^\n]*\nnodevik: / cannot be "
-        "read: Is a directory\n");
+    expect_told(run_program({NODEVIK, "--udp", "127.0.0.1:1", "replay", "/"}), 5,
+                "nodevik: *\nnodevik: / cannot be read: Is a directory\n");
     write("(1.000000) can0 181#01\n");
     for (const char* speed : {"-1", "nan", "fast", "1e9"}) {
         expect_told(
             replay({"--speed", speed}), 2,
             "nodevik: --speed: '" + std::string(speed) +
-                "' is no speed; right are 0 to 1000000, such as 0\\.5 or 2; 'nodevik replay --help' tells "
+                "' is no speed; right are 0 to 1000000, such as 0.5 or 2; 'nodevik replay --help' tells "
                 "more\n");
     }
     expect_told(
@@ -233,6 +227,6 @@ TEST_F(Replay, EndsWithTheStatusThatTheTroubleHas) {
     const LoopbackSocket taken;
     const std::string port = std::to_string(taken.port());
     expect_told(run_program({NODEVIK, "--udp", "127.0.0.1:1," + port, "replay", log()}), 4,
-                "nodevik: UDP port " + port + " cannot be used: [^\n]*\n");
+                "nodevik: UDP port " + port + " cannot be used: *\n");
     EXPECT_EQ(sent(), Lines{});
 }
