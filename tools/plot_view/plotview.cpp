@@ -66,7 +66,7 @@ Interval zoomed(const Interval& axis, double factor, double about) {
     return {about - (about - axis.low) * factor, about + (axis.high - about) * factor};
 }
 
-/// What assistive technology finds of the field: a chart, whose description tells what the cursor is on.
+// What assistive technology finds of the field: a chart, whose description tells what the cursor is on.
 QAccessibleInterface* make_accessible(const QString& type, QObject* object) {
     auto* const view = type == QLatin1String("plot::PlotView") ? qobject_cast<QWidget*>(object) : nullptr;
     return view != nullptr ? new QAccessibleWidget(view, QAccessible::Chart) : nullptr;
