@@ -100,7 +100,7 @@ void Legend::follow_view() {
     fit_height();
 }
 
-QSize Legend::sizeHint() const {
+QSize Legend::wanted_size() const {
     if (boxes_.empty()) {
         return {0, 0};
     }
@@ -110,7 +110,7 @@ QSize Legend::sizeHint() const {
 }
 
 void Legend::fit_height() {
-    if (const int height = sizeHint().height(); height != maximumHeight()) {
+    if (const int height = wanted_size().height(); height != maximumHeight()) {
         setFixedHeight(height);
     }
 }

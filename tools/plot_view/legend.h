@@ -25,7 +25,7 @@ public:
     /// The boxes, in the order of the curves.
     const std::vector<QCheckBox*>& boxes() const { return boxes_; }
 
-    QSize sizeHint() const override;
+    QSize sizeHint() const override { return wanted_size(); }
     QSize minimumSizeHint() const override { return {0, 0}; }
 
 protected:
@@ -34,6 +34,7 @@ protected:
 private:
     void follow_view();
     void make_boxes();
+    QSize wanted_size() const;
     void fit_height();
     QIcon swatch(const Series& series) const;
 

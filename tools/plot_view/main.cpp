@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -102,8 +103,9 @@ std::optional<ExitStatus> read_file(const std::string& path, plot::Recording& re
         return tell(ExitStatus::bad_file,
                     path + ": " + failure.what() + (is_hinted ? "; a port is given as --port " + path : ""));
     }
+    const std::string head = path + ": ";
     for (const std::string& note : recording.notes) {
-        tell(ExitStatus::done, path + ": " + note);
+        tell(ExitStatus::done, std::string(head).append(note));
     }
     return std::nullopt;
 }
@@ -140,9 +142,7 @@ int show(char** argv, const Options& options, plot::Recording recording) {
     return QApplication::exec();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     Options options;
     if (const auto status = read_command_line(argc, argv, options)) {
         return static_cast<int>(*status);
@@ -154,4 +154,14 @@ int main(int argc, char** argv) {
         }
     }
     return show(argv, options, std::move(recording));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& failure) {  // a file that memory has no room for
+        return static_cast<int>(tell(ExitStatus::bad_file, failure.what()));
+    }
 }
