@@ -93,16 +93,18 @@ void remove_all_but(const files::path& directory, std::size_t count) {
 
 int run(RunOptions options) {
     SessionSetUp& session = options.session;
-    if (session.out.empty()) {
-        const files::path directory =
-            options.directory.empty() ? data_directory() : files::path(options.directory);
-        session.out = new_name(directory);
-        std::fprintf(stderr, "vehicle-recorder: recording into %s\n", session.out.c_str());
-        if (options.keep > 0) {
-            remove_all_but(directory, options.keep - 1);
-        }
+    if (!session.out.empty()) {
+        return run_session(session);
     }
-    return run_session(session);
+    const files::path directory =
+        options.directory.empty() ? data_directory() : files::path(options.directory);
+    session.out = new_name(directory);
+    std::fprintf(stderr, "vehicle-recorder: recording into %s\n", session.out.c_str());
+    const int status = run_session(session);
+    if (options.keep > 0) {
+        remove_all_but(directory, options.keep);  // not before there is a new one
+    }
+    return status;
 }
 
 }  // namespace

@@ -291,6 +291,18 @@ TEST_F(Session, RecordingWithoutANameGoesIntoTheDirectoryAndTheOldestGo) {
     EXPECT_TRUE(ends_with(recorded(directory + "/" + names[2]), {"end"}));
 }
 
+TEST_F(Session, NoRecordingGoesForOneThatDidNotComeAbout) {
+    const std::string directory = place / "kept";
+    files::create_directories(directory);
+    std::ofstream(directory + "/vehicle-20200101-000000.recording") << "x";
+    const ChildResult result =
+        run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(), "--directory", directory, "--keep",
+                     "1", "--", "/no/such/program"});
+    EXPECT_EQ(result.status, 127);
+    EXPECT_EQ(std::distance(files::directory_iterator(directory), files::directory_iterator()), 1);
+    EXPECT_TRUE(files::exists(directory + "/vehicle-20200101-000000.recording"));
+}
+
 TEST_F(Session, RecordingWithoutANameGoesIntoTheUsersDataDirectory) {
     const ChildResult result = run_program({"env", "XDG_DATA_HOME=" + (place / "data"), VEHICLE_RECORDER,
                                             "run", "--device", vehicle.path(), "--", "true"});
