@@ -81,8 +81,10 @@ Scale scale_of(const CurveRow& row) {
         scale.high = values.max + space;
     }
     const double step = round_step(scale.high - scale.low, row.tall ? 5 : 3);
-    for (double tick = std::ceil(scale.low / step) * step; tick <= scale.high + step * 1e-6; tick += step) {
-        scale.ticks.push_back(std::abs(tick) < step * 1e-6 ? 0 : tick);
+    const auto first = static_cast<std::int64_t>(std::ceil(scale.low / step - 1e-6));
+    const auto last = static_cast<std::int64_t>(std::floor(scale.high / step + 1e-6));
+    for (std::int64_t number = first; number <= last; ++number) {
+        scale.ticks.push_back(static_cast<double>(number) * step);
     }
     return scale;
 }
@@ -446,7 +448,9 @@ std::string Charts::faults(const std::string& heading) const {
     const double high = std::ceil(static_cast<double>(most) / step) * step;
     std::string content = closed_areas();
     std::string numbers;
-    for (double tick = 0; tick <= high; tick += step) {
+    const auto steps = static_cast<int>(std::lround(high / step));
+    for (int number = 0; number <= steps; ++number) {
+        const double tick = number * step;
         const double y = drawing_height * (high - tick) / high;
         content += level_line("grid", y);
         numbers += scale_number(y, phrasing_.plain(tick));
@@ -470,8 +474,9 @@ std::string Charts::faults(const std::string& heading) const {
     for (const FaultLook& look : fault_looks) {
         const std::string name = phrasing_(look.name);
         const std::string count = phrasing_.whole(report_.faults[look.fault]);
-        legend += std::string("<li><i class=\"") + look.style + "\"></i>" + name + " " + count + "</li>";
-        description += " " + name + " " + count + ".";
+        legend.append("<li><i class=\"").append(look.style).append("\"></i>");
+        legend.append(name).append(" ").append(count).append("</li>");
+        description.append(" ").append(name).append(" ").append(count).append(".");
         head += heading_cell(name);
     }
     legend += "</ul>";

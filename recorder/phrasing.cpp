@@ -92,7 +92,8 @@ std::string Phrasing::duration(std::int64_t time_us) const {
     }
     if (time_us < minute_us) {
         // Cut, not rounded: 59.999 s must not become 60.00 s.
-        return decimal(static_cast<double>(time_us / 10'000) / 100, 2) + space + "s";
+        const std::int64_t hundredths = time_us / 10'000;
+        return decimal(static_cast<double>(hundredths) / 100, 2) + space + "s";
     }
     if (time_us < hour_us) {
         return whole(time_us / minute_us) + space + "min" + space + whole(time_us % minute_us / second_us) +
@@ -115,7 +116,8 @@ std::string Phrasing::seconds(std::int64_t time_us) {
 std::string Phrasing::date(const RecordingHeader& start) const {
     using std::chrono::days;
     const std::int64_t local = start.wall_us + start.utc_offset_min * minute_us;
-    const auto day = std::chrono::floor<days>(std::chrono::sys_time(std::chrono::microseconds(local)));
+    const auto day = std::chrono::floor<days>(
+        std::chrono::sys_time<std::chrono::microseconds>(std::chrono::microseconds(local)));
     const std::chrono::year_month_day date(day);
     const unsigned weekday = std::chrono::weekday(day).c_encoding();
     const auto month = static_cast<unsigned>(date.month());

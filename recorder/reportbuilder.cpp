@@ -56,7 +56,8 @@ std::optional<Fault> fault_of(ReplyState state) {
 
 // Tenths of a millisecond, which is what a curve shows.
 double milliseconds(std::int64_t time_us) {
-    return static_cast<double>((time_us + 50) / 100) / 10;
+    const std::int64_t tenths = (time_us + 50) / 100;
+    return static_cast<double>(tenths) / 10;
 }
 
 }  // namespace
