@@ -45,8 +45,8 @@ OptionReader::OptionReader(std::string usage, std::string does)
 
 OptionReader::~OptionReader() = default;
 
-void OptionReader::begin_group(std::string title) {
-    app_->option_defaults()->group(std::move(title));
+void OptionReader::begin_group(const std::string& title) {
+    app_->option_defaults()->group(title);
 }
 
 void OptionReader::set_footer(std::string text) {

@@ -41,7 +41,7 @@ public:
     OptionReader& operator=(const OptionReader&) = delete;
 
     /// Options that are added from now on stand under this title in the help.
-    void begin_group(std::string title);
+    void begin_group(const std::string& title);
 
     /// What the help ends with.
     void set_footer(std::string text);

@@ -13,6 +13,7 @@ RunningProgram::RunningProgram(const std::vector<std::string>& words, int out) {
         dup2(out >= 0 ? out : open(out_.path().c_str(), O_WRONLY | O_TRUNC), STDOUT_FILENO);
         dup2(open(err_.path().c_str(), O_WRONLY | O_TRUNC), STDERR_FILENO);
         std::vector<char*> arguments;
+        arguments.reserve(copies.size() + 1);
         for (std::string& word : copies) {
             arguments.push_back(word.data());
         }
