@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "recorder/reportfacts.h"
 #include "recorder/reportpages.h"
@@ -88,7 +89,8 @@ std::string bars(const Series& series, std::int64_t length_us) {
     std::string row;
     for (const Stretch& part : parts) {
         const double share = range > 0 ? ((part.min + part.max) / 2 - extremes.min) / range : 0;
-        const auto height = static_cast<std::size_t>(share * (heights.size() - 1) + 0.5);
+        const auto height =
+            static_cast<std::size_t>(std::lround(share * static_cast<double>(heights.size() - 1)));
         row += part.count == 0 ? " " : heights[height];
     }
     return row;
