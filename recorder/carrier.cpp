@@ -433,16 +433,15 @@ void Carrier::carry_to_program() {
             }
             return;
         }
-        pass_to_program(bytes);
-        record(EntryKind::received, bytes);
+        if (state_ == State::open) {  // nobody listens to a line that is about to be closed
+            pass_to_program(bytes);
+            record(EntryKind::received, bytes);
+        }
     }
     look_at_once_ = look_at_once_ || real_line_.is_open();
 }
 
 void Carrier::pass_to_program(std::span<const std::uint8_t> bytes) {
-    if (state_ != State::open) {
-        return;
-    }
     const std::size_t taken = to_program_.empty() ? program_line_.write(bytes) : 0;
     const auto left = bytes.subspan(taken);
     dropped_ += left.size() - to_program_.add(left);

@@ -15,6 +15,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -23,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -227,12 +229,17 @@ public:
 
     /// What is recorded until the carrier ends.
     std::vector<Entry> recording() {
-        EntryReceiver receiver(recording_);
-        std::vector<Entry> entries;
-        while (receiver.read([&](const Entry& entry) { entries.push_back(entry); },
-                             [this](std::uint64_t count) { lost += count; })) {
+        while (read_recording()) {
         }
-        return entries;
+        return entries_;
+    }
+
+    /// Waits until something of this kind is recorded.
+    void wait_for(EntryKind kind) {
+        while (std::none_of(entries_.begin(), entries_.end(),
+                            [kind](const Entry& entry) { return entry.kind == kind; }) &&
+               read_recording()) {
+        }
     }
 
     /// What the carrier has told until now.
@@ -255,6 +262,16 @@ public:
     std::uint64_t lost = 0;
 
 private:
+    bool read_recording() {
+        if (!receiver_) {
+            receiver_.emplace(recording_);
+        }
+        return receiver_->read([this](const Entry& entry) { entries_.push_back(entry); },
+                               [this](std::uint64_t count) { lost += count; });
+    }
+
+    std::optional<EntryReceiver> receiver_;
+    std::vector<Entry> entries_;
     pid_t program_ = -1;
     pid_t carrier_ = -1;
     int recording_ = -1;

@@ -386,6 +386,19 @@ TEST(Carrier, WhatCameBeforeAnOpeningIsNotThere) {
     EXPECT_EQ(carried.read_all(3), "new");
 }
 
+TEST(Carrier, WhatComesAfterTheClosingIsNeitherPassedOnNorRecorded) {
+    CarriedLine carried;
+    carried.open_line();
+    carried.vehicle.send("reply");
+    EXPECT_EQ(carried.read_all(5), "reply");
+    carried.close_line();
+    carried.wait_for(EntryKind::close);
+    carried.vehicle.send("late");
+    EXPECT_TRUE(eventually([&] { return !carried.is_held(); }));
+    carried.end_program();
+    EXPECT_EQ(bytes_of(carried.recording(), EntryKind::received), "reply");
+}
+
 // --- the real line is lost ---
 
 TEST(Carrier, LostLineMakesWritesFailAndIsToldOnce) {
