@@ -19,6 +19,9 @@ const std::string drive = recording_header +
 
 // A directory with a recording, and one of programs, which may have a stand-in for the plotting window.
 class PlotCommand : public testing::Test {
+public:
+    ~PlotCommand() override { fs::remove_all(directory_); }
+
 protected:
     PlotCommand() {
         std::string name = (fs::temp_directory_path() / "plotcommand-XXXXXX").string();
@@ -27,7 +30,6 @@ protected:
         fs::create_directory(path("tmp"));
         std::ofstream(path("drive.rec")) << drive;
     }
-    ~PlotCommand() override { fs::remove_all(directory_); }
 
     std::string path(const std::string& name) const { return (directory_ / name).string(); }
 

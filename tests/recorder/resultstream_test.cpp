@@ -39,12 +39,14 @@ std::string content_of(const fs::path& path) {
 
 // An empty directory for each test.
 class ResultFile : public testing::Test {
+public:
+    ~ResultFile() override { fs::remove_all(directory_); }
+
 protected:
     ResultFile() {
         std::string name = (fs::temp_directory_path() / "resultstream-XXXXXX").string();
         directory_ = mkdtemp(name.data());
     }
-    ~ResultFile() override { fs::remove_all(directory_); }
 
     std::string path(const std::string& name) const { return (directory_ / name).string(); }
 
