@@ -220,6 +220,7 @@ void Carrier::opened() {
 
 // What the program has not read is gone when it closes the line.
 void Carrier::closed() {
+    pass_held();
     record_event(EntryKind::close);
     if (dropped_ > 0) {
         note("bytes not taken by the program " + std::to_string(std::exchange(dropped_, 0)));
@@ -262,6 +263,7 @@ void Carrier::lose_line(const std::string& what, int reason) {
     guard_->release();
     at_work(false);
     real_line_.close(false);
+    held_.clear();
     to_vehicle_.clear();
     to_program_.clear();
     wanted_ = applied_;
@@ -326,6 +328,9 @@ void Carrier::carry_to_vehicle() {
         return;
     }
     send_backlog();
+    if (!settings_wait()) {
+        pass_held();
+    }
     if (!to_vehicle_.empty() && program_hung_up_ && now_us() - hung_up_us_ > longest_drain_us) {
         give_backlog_up();
     }
@@ -342,11 +347,32 @@ void Carrier::carry_to_vehicle() {
         if (received.count == 0) {
             return;
         }
-        if (state_ == State::open) {
-            pass_to_vehicle({piece.data(), received.count});
+        held_.add({piece.data(), received.count});
+        if (state_ != State::open) {
+            held_.clear();
+        } else if (!settings_changed_since()) {
+            pass_held();
         }
     }
     look_at_once_ = look_at_once_ || may_take_from_program();
+}
+
+// Whether the program has set its line between the last look at it and the taking of what is held, which then waits for
+// the new settings. What was written before settings are restored goes out with those it was written with.
+bool Carrier::settings_changed_since() {
+    const FollowedSettings now = followed(program_line_.attributes());
+    if (now == applied_ || now == found_) {
+        return false;
+    }
+    follow_settings();
+    return settings_wait();
+}
+
+void Carrier::pass_held() {
+    if (!held_.empty()) {
+        pass_to_vehicle(held_.bytes());
+        held_.clear();
+    }
 }
 
 void Carrier::send_backlog() {
@@ -402,6 +428,7 @@ void Carrier::note_sent(std::span<const std::uint8_t> bytes) {
 // A line that is full: the program may throw away what is not sent (tcflush(3)), as its guard does to be heard.
 void Carrier::follow_flush() {
     if (state_ == State::open && program_line_.take_flush()) {
+        held_.clear();
         to_vehicle_.clear();
         real_line_.discard_unsent();
         note("the program discarded what was not sent");

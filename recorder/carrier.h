@@ -129,6 +129,8 @@ private:
 
     void carry_to_vehicle();
     bool may_take_from_program() const;
+    bool settings_changed_since();
+    void pass_held();
     void send_backlog();
     void give_backlog_up();
     void pass_to_vehicle(std::span<const std::uint8_t> bytes);
@@ -178,6 +180,7 @@ private:
     std::uint64_t restored_us_ = 0;  // since then the program's line is set as it was found; 0: it is not
     std::optional<LineSettings> recorded_settings_;
 
+    Backlog held_;  // taken from the program, and waiting for the settings that it made meanwhile
     Backlog to_vehicle_;
     Backlog to_program_;
     bool program_stopped_ = false;

@@ -212,9 +212,11 @@ TEST(Carrier, WhatAProgramDoesNotReadIsKeptALittleAndThenDroppedAndCounted) {
         nothing = count > 0 ? 0 : nothing + 1;
         return nothing > 100;
     }));
-    EXPECT_GE(got.size(), 4095U);
     EXPECT_LT(got.size(), bytes.size());
-    expect_same(got, bytes.substr(0, got.size()));
+    // The program may begin to read before all has come: then some more follows what was dropped.
+    const std::size_t kept = 16'000;
+    ASSERT_GE(got.size(), kept);
+    expect_same(got.substr(0, kept), bytes.substr(0, kept));
     carried.close_line();
     carried.end_program();
     const std::vector<Entry> recording = carried.recording();

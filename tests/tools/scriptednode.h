@@ -45,11 +45,11 @@ public:
     /// What --udp takes.
     std::string bus() const { return "127.0.0.1:" + std::to_string(socket_.port()); }
 
-    /// Adds an object of up to eight bytes.
+    /// Adds an object; the bytes beyond the eighth are zero.
     void add(unsigned int index, unsigned int subindex, std::uint64_t value, std::size_t size) {
         ScriptedSdoNode::Bytes& bytes = sdo.objects[index << 8 | subindex];
         for (std::size_t i = 0; i < size; ++i) {
-            bytes.push_back(static_cast<std::uint8_t>(value >> 8 * i));
+            bytes.push_back(i < sizeof value ? static_cast<std::uint8_t>(value >> 8 * i) : std::uint8_t{0});
         }
     }
 
