@@ -210,8 +210,13 @@ void ControlThread::VapautaVartija() {
     }
 }
 
+// Closes what was opened and nothing else: closing a line that is not open would close descriptor 0, and a thread
+// that starts in that moment would be given that number for a descriptor of its own.
 void ControlThread::SuljeLinja() {
-    ohjuri.close();
+    if (linja >= 0) {
+        ohjuri.close();
+        linja = -1;
+    }
     fill_descriptor_zero();
 }
 

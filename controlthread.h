@@ -139,7 +139,7 @@ private:
     std::string laite;
     LineGuard* vartija;
     serial ohjuri;
-    int linja = -1;              // descriptor of the last opening
+    int linja = -1;              // descriptor of the last opening, -1 once it is closed
     bool lepoviestiJai = false;  // the line did not take the frame that brings the vehicle to rest
     std::array<std::atomic<std::uint8_t>, vehicle::frame_bytes> Message = {
         vehicle::neutral_frame[0], vehicle::neutral_frame[1], vehicle::neutral_frame[2],

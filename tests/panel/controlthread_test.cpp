@@ -202,6 +202,7 @@ private Q_SLOTS:
     void closingEndsTheThreadAndSendsNoMore();
     void closingBetweenReadAndSendSendsNothing();
     void closingAnIdleLinkLeavesDescriptor0OnTheNullDevice();
+    void closingALinkThatIsNotOpenLeavesDescriptor0ToWhoeverHasIt();
     void closingRightAfterTheStartStillEndsTheThread();
     void closingAndOpeningAgainRestartsTheCycle();
     void closingAndOpeningWithinALongPauseRestartsTheCycle();
@@ -678,6 +679,21 @@ void ControlThreadTest::closingAnIdleLinkLeavesDescriptor0OnTheNullDevice() {
     QCOMPARE(link.texts, QStringList({QStringLiteral("Portti kiinni"), QStringLiteral("Portti kiinni")}));
     link.open();
     EVENTUALLY(link.pulses >= 1);
+}
+
+void ControlThreadTest::closingALinkThatIsNotOpenLeavesDescriptor0ToWhoeverHasIt() {
+    Link link;
+    const PseudoTerminal somebodys;
+    const int theirs = ::open(somebodys.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(dup2(theirs, 0) == 0);
+    ::close(theirs);
+    const auto restored = qScopeGuard([] { put_null_on_descriptor_zero(); });
+    link.thread->SuljePortti();
+    QCOMPARE(descriptors_on(somebodys.path()), std::vector<int>({0}));
+    link.open();
+    link.thread->SuljePortti();
+    link.thread->SuljePortti();
+    QCOMPARE(descriptors_on(somebodys.path()), std::vector<int>({0}));
 }
 
 void ControlThreadTest::closingRightAfterTheStartStillEndsTheThread() {
