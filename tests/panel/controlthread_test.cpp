@@ -684,16 +684,18 @@ void ControlThreadTest::closingAnIdleLinkLeavesDescriptor0OnTheNullDevice() {
 void ControlThreadTest::closingALinkThatIsNotOpenLeavesDescriptor0ToWhoeverHasIt() {
     Link link;
     const PseudoTerminal somebodys;
-    const int theirs = ::open(somebodys.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    QVERIFY(dup2(theirs, 0) == 0);
-    ::close(theirs);
+    const int opened = ::open(somebodys.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    QVERIFY(dup2(opened, 0) == 0);
+    ::close(opened);
     const auto restored = qScopeGuard([] { put_null_on_descriptor_zero(); });
+    const std::vector<int> theirs = descriptors_on(somebodys.path());
+    QCOMPARE(theirs.front(), 0);
     link.thread->SuljePortti();
-    QCOMPARE(descriptors_on(somebodys.path()), std::vector<int>({0}));
+    QCOMPARE(descriptors_on(somebodys.path()), theirs);
     link.open();
     link.thread->SuljePortti();
     link.thread->SuljePortti();
-    QCOMPARE(descriptors_on(somebodys.path()), std::vector<int>({0}));
+    QCOMPARE(descriptors_on(somebodys.path()), theirs);
 }
 
 void ControlThreadTest::closingRightAfterTheStartStillEndsTheThread() {

@@ -3,6 +3,7 @@
 Needs Debian's python3: the bindings (python3-gi, gir1.2-atspi-2.0) come with no other.
 """
 
+import contextlib
 import os
 import shutil
 import subprocess
@@ -14,6 +15,9 @@ from . import process
 VALUE = "object:property-change:accessible-value"
 WORDS = "object:property-change:accessible-description"
 CHECKED = "object:state-changed:checked"
+
+# How long a program may take to answer a question. The library gives up after 0.8 s, which a busy machine exceeds.
+_REPLY_LIMIT_MS = int(process.LIMIT_S * 1000)
 
 
 class Gauge:
@@ -96,6 +100,7 @@ class Client:
         self._loop = GLib.MainContext.default()
         self.events = []
         Atspi.init()
+        Atspi.set_timeout(_REPLY_LIMIT_MS, _REPLY_LIMIT_MS)
         self._listener = Atspi.EventListener.new(self._keep)
         for kind in (VALUE, WORDS, CHECKED):
             self._listener.register(kind)
@@ -129,8 +134,19 @@ class Client:
     def programs(self):
         """The accessible programs' names."""
         self.listen()
-        desktop = self._atspi.get_desktop(0)
-        return [desktop.get_child_at_index(number).get_name() for number in range(desktop.get_child_count())]
+        names = []
+        for program in self._children(self._atspi.get_desktop(0)):
+            with contextlib.suppress(self._failure):  # gone between two questions
+                names.append(program.get_name())
+        return names
+
+    def _children(self, accessible):
+        """Those that are there: one that goes between two questions is none any more."""
+        children = []
+        with contextlib.suppress(self._failure):
+            for number in range(accessible.get_child_count()):
+                children.append(accessible.get_child_at_index(number))
+        return [child for child in children if child is not None]
 
     def find_all(self, role):
         """Everything with a role that the programs have, parents before children."""
@@ -139,12 +155,10 @@ class Client:
         rest = [self._atspi.get_desktop(0)]
         while rest:
             accessible = rest.pop(0)
-            try:
-                rest = [accessible.get_child_at_index(number) for number in range(accessible.get_child_count())] + rest
+            rest = self._children(accessible) + rest
+            with contextlib.suppress(self._failure):
                 if accessible.get_role_name() == role:
                     found.append(Gauge(self, accessible))
-            except self._failure:
-                continue  # gone between two questions
         return found
 
     def find(self, role, name):
