@@ -9,8 +9,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/support/filecontent.h"
 
 /// An empty file with a name that no other has; it goes with its owner.
 class TemporaryFile {
@@ -34,10 +35,7 @@ public:
     void write(const std::string& text) const { std::ofstream(name_, std::ios::binary) << text; }
 
     /// What is in it.
-    std::string content() const {
-        std::ifstream file(name_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string content() const { return file_content(name_); }
 
 private:
     std::string name_;

@@ -9,11 +9,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/filecontent.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/pseudoterminal.h"
 #include "tests/support/runningprogram.h"
@@ -26,11 +26,6 @@ const std::string log_text =
     "(1763768400.250000) can0 605#4018100100000000\n"
     "(1763768401.000000) can0 18DAF110#0102\n"
     "(1763768402.000001) can0 705#R\n";
-
-std::string content_of(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // A pipe whose reader is the test.
 class Pipe {
@@ -97,7 +92,7 @@ public:
     bool is_ready() const {
         char port[8];
         std::snprintf(port, sizeof port, ":%04X ", port_);
-        return eventually([&port] { return content_of("/proc/net/udp").find(port) != std::string::npos; });
+        return eventually([&port] { return file_content("/proc/net/udp").find(port) != std::string::npos; });
     }
     void send(unsigned id, const std::string& data) const { peer_.send(port_, can_datagram(id, data)); }
     // Sends frames of four bytes that count from 0, no faster than they are taken from the kernel.
@@ -123,7 +118,7 @@ public:
         char empty[32];
         std::snprintf(empty, sizeof empty, ":%04X 00000000:0000 07 ", port_);
         return eventually([&empty] {
-            const std::string sockets = content_of("/proc/net/udp");
+            const std::string sockets = file_content("/proc/net/udp");
             const std::size_t at = sockets.find(empty);
             return at != std::string::npos &&
                    sockets.compare(at + std::string(empty).size(), 17, "00000000:00000000") == 0;
@@ -133,7 +128,8 @@ public:
     bool freeze() const {
         signal(SIGSTOP);
         return eventually([this] {
-            const std::string status = content_of("/proc/" + std::to_string(program_->process()) + "/status");
+            const std::string status =
+                file_content("/proc/" + std::to_string(program_->process()) + "/status");
             return status.find("State:\tT") != std::string::npos;
         });
     }
