@@ -1,7 +1,6 @@
 #include "recorder/commandoptions.h"
 
 #include <CLI/CLI.hpp>
-#include <map>
 
 #include "recorder/programstart.h"
 #include "recorder/recording.h"
@@ -20,15 +19,32 @@ void add_time_option(CLI::App& command, const std::string& name, std::uint64_t& 
     command.add_option_function<std::string>(name, read, does)->type_name("T");
 }
 
+void add_recording_option(CLI::App& command, std::string& file) {
+    command.add_option("FILE", file, "The recording")->required()->type_name("");
+}
+
+void add_result_option(CLI::App& command, const std::string& name, std::string& file,
+                       const std::string& does) {
+    const CLI::Validator has_name(
+        [](const std::string& text) { return text.empty() ? "needs the name of a file" : std::string(); },
+        "");
+    command.add_option(name, file, does)->type_name("OUT")->check(has_name);
+}
+
 void add_program_options(CLI::App& command, std::vector<std::string>& program, LineWay& way) {
-    const std::map<std::string, LineWay> ways = {{"namespace", LineWay::mount_namespace},
-                                                 {"preload", LineWay::preload}};
-    command.add_option("--way", way, "How the program gets the line's name: namespace or preload")
-        ->type_name("WAY")
-        ->transform(CLI::CheckedTransformer(ways));
+    const auto read = [&way](const std::string& name) {
+        if (name != "namespace" && name != "preload") {
+            throw CLI::ValidationError("--way", "'" + name + "' is no way; right are namespace, preload");
+        }
+        way = name == "namespace" ? LineWay::mount_namespace : LineWay::preload;
+    };
+    command
+        .add_option_function<std::string>("--way", read,
+                                          "How the program gets the line's name: namespace or preload")
+        ->type_name("WAY");
     program = {default_program};
-    command.add_option("program", program, "The program with its arguments; default: ohjauspaneeli")
-        ->type_name("PROGRAM");
+    command.add_option("PROGRAM", program, "The program with its arguments; default: ohjauspaneeli")
+        ->type_name("");
 }
 
 }  // namespace vehicle_recorder

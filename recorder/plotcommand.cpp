@@ -15,6 +15,7 @@
 #include <string>
 
 #include "program/failure.h"
+#include "recorder/commandoptions.h"
 #include "recorder/commands.h"
 #include "recorder/cyclerows.h"
 #include "recorder/readthrough.h"
@@ -57,19 +58,19 @@ private:
 void write_table(const std::string& recording, const std::string& table, const Interrupts& interrupts) {
     RecordingReader reader(recording);
     ResultStream output(table, interrupts);
+    bool has_rows = false;
     bool has_frames = false;
     CycleBuilder builder([&](const Cycle& cycle) {
-        output.add((has_frames ? "" : csv_head()) + csv_row(cycle, reader.header()));
-        has_frames = true;
+        output.add((has_rows ? "" : csv_head()) + csv_row(cycle, reader.header()));
+        has_rows = true;
+        has_frames = has_frames || cycle.number > 0;
     });
     read_through(reader, interrupts, true, [&builder](const Entry& entry) {
         builder.add(entry);
         return true;
     });
     builder.finish();
-    if (!has_frames) {
-        throw Failure(ExitStatus::bad_file, recording + " has no frames");
-    }
+    demand_frames(reader, has_frames);
     output.finish();
 }
 
@@ -142,7 +143,7 @@ void add_plot_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "plot", "Show a recording in the plotting window",
                                     "vehicle-recorder plot drive.rec");
     const auto file = std::make_shared<std::string>();
-    command.add_option("FILE", *file, "The recording")->required();
+    add_recording_option(command, *file);
     command.callback([&action, file] { action = [file] { return plot(*file); }; });
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "program/failure.h"
 #include "program/progress.h"
 
 namespace vehicle_recorder {
@@ -21,9 +22,22 @@ void read_through(RecordingReader& reader, const Interrupts& interrupts, bool pr
     }
     interrupts.check();
     bar.clear();
+}
+
+void tell_damage(const RecordingReader& reader) {
     if (const std::string damage = reader.damage_text(); !damage.empty()) {
         std::fprintf(stderr, "vehicle-recorder: %s\n", damage.c_str());
     }
+}
+
+void demand_frames(const RecordingReader& reader, bool frames) {
+    if (!frames) {
+        const std::string damage = reader.damage_text();
+        throw program::Failure(program::ExitStatus::bad_file, damage.empty()
+                                                                  ? reader.path() + " has no frames"
+                                                                  : damage + "; it has no frames");
+    }
+    tell_damage(reader);
 }
 
 }  // namespace vehicle_recorder

@@ -12,7 +12,7 @@
 
 namespace vehicle_recorder {
 
-/// Hands out all entries, with progress on a terminal, and tells of damage on standard error in the end.
+/// Hands out all entries, with progress on a terminal.
 ///
 /// @param reader      the recording
 /// @param interrupts  are looked at meanwhile
@@ -21,6 +21,16 @@ namespace vehicle_recorder {
 /// @throws program::Failure, program::Interrupted  as the reader and the interrupts do
 void read_through(RecordingReader& reader, const Interrupts& interrupts, bool progress,
                   const std::function<bool(const Entry&)>& take);
+
+/// Tells on standard error what is wrong with what was read, in one line; nothing when all is right.
+void tell_damage(const RecordingReader& reader);
+
+/// Ends a command that makes something of frames: tells of damage, unless there is nothing to be told of besides.
+///
+/// @param reader  the recording, read to its end
+/// @param frames  whether frames were found
+/// @throws program::Failure  none were; the message tells of damage, too
+void demand_frames(const RecordingReader& reader, bool frames);
 
 }  // namespace vehicle_recorder
 

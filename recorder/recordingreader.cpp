@@ -96,9 +96,12 @@ void RecordingReader::pass_over() {
 std::string RecordingReader::damage_text() const {
     std::string text;
     if (damage_.passed_over > 0) {
-        text = path_ + ": " + std::to_string(damage_.passed_over) +
-               " lines that are no entries are passed over, the first is line " +
-               std::to_string(damage_.first_line);
+        text = path_ + ": ";
+        text += damage_.passed_over == 1
+                    ? "1 line that is no entry is passed over: line "
+                    : std::to_string(damage_.passed_over) +
+                          " lines that are no entries are passed over, the first is line ";
+        text += std::to_string(damage_.first_line);
     }
     if (damage_.is_cut) {
         text += text.empty() ? path_ : "; it";

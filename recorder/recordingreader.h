@@ -45,6 +45,9 @@ public:
     /// @throws program::Failure  it cannot be read, is no recording, ends within its header, or has a newer format
     explicit RecordingReader(const std::string& path);
 
+    /// Name of the file.
+    const std::string& path() const { return path_; }
+
     /// How the recording begins.
     const RecordingHeader& header() const { return header_.header(); }
 

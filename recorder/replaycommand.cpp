@@ -268,9 +268,7 @@ ReplayTrack read_track(const std::string& file) {
         return true;
     });
     track.finish();
-    if (track.frames() == 0) {
-        throw Failure(ExitStatus::bad_file, file + " has no frames");
-    }
+    demand_frames(reader, track.frames() > 0);
     return track;
 }
 
@@ -293,7 +291,7 @@ void add_replay_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "replay", "Play the vehicle's side of a recording to a program",
                                     "vehicle-recorder replay drive.rec --speed 2 -- ohjauspaneeli");
     const auto options = std::make_shared<ReplayOptions>();
-    command.add_option("FILE", options->file, "The recording")->required();
+    add_recording_option(command, options->file);
     command.add_option("--speed", options->speed, "So many times as fast as it was recorded, 0.0625 to 64")
         ->type_name("X")
         ->check(CLI::Range(ReplayClock::slowest, ReplayClock::fastest));

@@ -300,6 +300,7 @@ Report read_report(const std::string& path, const Interrupts& interrupts) {
         builder.add(entry);
         return true;
     });
+    tell_damage(reader);
     Report report = builder.finish(reader.damage());
     report.file = std::filesystem::path(path).filename().string();
     report.file_bytes = reader.position();

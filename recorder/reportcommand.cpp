@@ -2,6 +2,7 @@
 #include <memory>
 #include <string>
 
+#include "recorder/commandoptions.h"
 #include "recorder/commands.h"
 #include "recorder/reportbuilder.h"
 #include "recorder/reportpages.h"
@@ -17,6 +18,7 @@ struct ReportOptions {
 };
 
 int report(const ReportOptions& options) {
+    refuse_to_overwrite(options.file, options.html);
     const Interrupts interrupts;
     const Report report = read_report(options.file, interrupts);
     const Phrasing phrasing(language_of_environment());
@@ -32,9 +34,9 @@ void add_report_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "report", "Tell on one page what a recording comes down to",
                                     "vehicle-recorder report --html drive.html drive.rec");
     const auto options = std::make_shared<ReportOptions>();
-    command.add_option("FILE", options->file, "The recording")->required();
-    command.add_option("--html", options->html, "Write a page for a browser and paper instead of text")
-        ->type_name("OUT");
+    add_recording_option(command, options->file);
+    add_result_option(command, "--html", options->html,
+                      "Write a page for a browser and paper instead of text");
     command.callback([&action, options] { action = [options] { return report(*options); }; });
 }
 

@@ -120,4 +120,14 @@ void ResultStream::fail(int reason) const {
                            name + " cannot be written: " + std::strerror(reason));
 }
 
+void refuse_to_overwrite(const std::string& recording, const std::string& result) {
+    struct stat source {};
+    struct stat target {};
+    if (!result.empty() && stat(recording.c_str(), &source) == 0 && stat(result.c_str(), &target) == 0 &&
+        source.st_dev == target.st_dev && source.st_ino == target.st_ino) {
+        throw program::Failure(program::ExitStatus::usage,
+                               result + " is the recording itself: name another file for the result");
+    }
+}
+
 }  // namespace vehicle_recorder

@@ -48,6 +48,12 @@ private:
     std::string collected_;
 };
 
+/// Keeps a result from taking the place of the recording that it is made of.
+/// @param recording  name of the recording
+/// @param result     name of the file for the result; empty for standard output
+/// @throws program::Failure  both are the same file, by whatever names (wrong usage)
+void refuse_to_overwrite(const std::string& recording, const std::string& result);
+
 }  // namespace vehicle_recorder
 
 #endif

@@ -84,9 +84,7 @@ int show(const ShowOptions& options) {
     read_through(reader, interrupts, !output.is_terminal(),
                  [&narration](const Entry& entry) { return narration.take(entry); });
     narration.finish();
-    if (!narration.has_frames()) {
-        throw program::Failure(program::ExitStatus::bad_file, options.file + " has no frames");
-    }
+    demand_frames(reader, narration.has_frames());
     return static_cast<int>(program::ExitStatus::done);
 }
 
@@ -96,7 +94,7 @@ void add_show_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "show", "Show each frame and reply of a recording in words",
                                     "vehicle-recorder show drive.recording --from 12.5 --to 20");
     const auto options = std::make_shared<ShowOptions>();
-    command.add_option("FILE", options->file, "The recording")->required();
+    add_recording_option(command, options->file);
     add_time_option(command, "--from", options->from_us, "Begin with this time, in seconds since the start");
     add_time_option(command, "--to", options->to_us, "End with this time");
     command.callback([&action, options] {

@@ -13,6 +13,7 @@
 #include "program/failure.h"
 #include "program/file.h"
 #include "recorder/alarms.h"
+#include "recorder/commandoptions.h"
 #include "recorder/commands.h"
 #include "recorder/interrupts.h"
 #include "recorder/recordingreader.h"
@@ -101,7 +102,7 @@ void add_watch_command(CLI::App& app, Action& action) {
     CLI::App& command =
         add_command(app, "watch", "Follow a recording and say when limits are passed",
                     "vehicle-recorder watch drive.recording --silence 500 --below capacity=20");
-    command.add_option("file", options->file, "The recording")->type_name("FILE")->required();
+    add_recording_option(command, options->file);
     add_alarm_options(command, options->alarms);
     command.callback([&action, options] { action = [options] { return watch(*options); }; });
 }

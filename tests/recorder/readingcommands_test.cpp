@@ -176,6 +176,53 @@ TEST_F(ReadingCommands, BytesThatAnswerNoFrameAreARowOfTheirOwn) {
         << result.out;
 }
 
+TEST_F(ReadingCommands, BytesWithoutAFrameAreNoCycles) {
+    file.write(recording_header + "0.000000 open\n0.100000 < 0102\n0.300000 end\n");
+    out.write("what was there");
+    const ChildResult result = recorder({"export", file.path(), "--csv", "--out", out.path()});
+    EXPECT_EQ(error_of(result), "vehicle-recorder: FILE has no frames\n");
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(out.content(), "what was there");
+}
+
+TEST_F(ReadingCommands, ResultNeverTakesThePlaceOfTheRecording) {
+    const std::string link = file.path() + ".link";
+    ASSERT_EQ(symlink(file.path().c_str(), link.c_str()), 0);
+    for (const std::string& name : {file.path(), link}) {
+        for (const std::vector<std::string>& arguments :
+             {std::vector<std::string>{"export", "--json", "--out", name, file.path()},
+              std::vector<std::string>{"report", "--html", file.path(), name}}) {
+            const ChildResult result = recorder(arguments);
+            EXPECT_EQ(result.status, 2) << arguments.front();
+            EXPECT_NE(result.err.find(" is the recording itself: name another file for the result\n"),
+                      std::string::npos)
+                << result.err;
+            EXPECT_EQ(file.content(), drive);
+        }
+    }
+    unlink(link.c_str());
+}
+
+TEST_F(ReadingCommands, ResultNeedsANameThatIsNotEmpty) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"export", "--csv", "--out", "", file.path()},
+          std::vector<std::string>{"report", "--html", "", file.path()}}) {
+        const ChildResult result = recorder(arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err.find("needs the name of a file"), std::string::npos) << result.err;
+    }
+}
+
+TEST_F(ReadingCommands, WrongWayIsToldWithTheRightOnes) {
+    const ChildResult result = recorder({"replay", file.path(), "--way", "x", "--", "true"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(
+        result.err,
+        "vehicle-recorder: --way: 'x' is no way; right are namespace, preload; 'vehicle-recorder replay "
+        "--help' tells more\n");
+}
+
 TEST_F(ReadingCommands, ExportNeedsOneFormat) {
     EXPECT_EQ(recorder({"export", file.path()}).status, 2);
     EXPECT_EQ(recorder({"export", file.path(), "--csv", "--json"}).status, 2);
@@ -271,6 +318,32 @@ TEST_F(ReadingCommands, FileCutAnywhereIsExportedAsFarAsItGoesOrNotAtAll) {
         EXPECT_EQ(status, frames > 0 ? 0 : 5) << length;
         EXPECT_EQ(count, frames > 0 ? frames + 1 : 0) << length;
         EXPECT_EQ(is_torn, 0) << length;
+    }
+}
+
+TEST_F(ReadingCommands, ClosedStandardOutputIsTold) {
+    for (const std::string command : {"show", "report", "export --csv"}) {
+        const ChildResult result = run_program({"sh", "-c",
+                                                "exec timeout 60 " + std::string(VEHICLE_RECORDER) + " " +
+                                                    command + " " + file.path() + " >&-"});
+        EXPECT_EQ(result.err, "vehicle-recorder: standard output cannot be written: Bad file descriptor\n");
+        EXPECT_EQ(result.status, 5) << command;
+        EXPECT_EQ(file.content(), drive);
+    }
+}
+
+TEST_F(ReadingCommands, DamageWithoutFramesIsToldInOneLine) {
+    file.write(recording_header + "0.000000 open\nx\n");
+    const std::string error =
+        "vehicle-recorder: FILE: 1 line that is no entry is passed over: line 6; it is cut off: it does not "
+        "tell its end; it has no frames\n";
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"show"}, {"export", "--csv"}, {"plot"}, {"replay"}}) {
+        std::vector<std::string> words = arguments;
+        words.push_back(file.path());
+        const ChildResult result = recorder(words);
+        EXPECT_EQ(error_of(result), error);
+        EXPECT_EQ(result.status, 5);
     }
 }
 

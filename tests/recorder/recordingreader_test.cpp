@@ -153,10 +153,9 @@ TEST(RecordingReader, TellsAFileThatIsCut) {
     EXPECT_EQ(zeros.entries.size(), 1U);
     EXPECT_EQ(zeros.damage, (Damage{.is_cut = true, .cut_line = 6, .passed_over = 0, .first_line = 0}));
     const Read both = read(header + "rubbish\n0.000000 open\n0");
-    EXPECT_EQ(
-        both.damage_text,
-        "FILE: 1 lines that are no entries are passed over, the first is line 5; it is cut off: line 7 is "
-        "unfinished and left out");
+    EXPECT_EQ(both.damage_text,
+              "FILE: 1 line that is no entry is passed over: line 5; it is cut off: line 7 is "
+              "unfinished and left out");
 }
 
 TEST(RecordingReader, GivesTheWholeLinesOfAFileCutAnywhere) {
