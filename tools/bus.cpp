@@ -180,7 +180,12 @@ Bus::~Bus() = default;
 void Bus::open_udp(const std::string& text) {
     const UdpEnds ends = parse_udp(text);
     auto driver = std::make_unique<UdpFrames>();
-    if (const std::string reason = driver->open(ends.host, ends.port, ends.local_port); !reason.empty()) {
+    std::string reason;
+    {
+        const SuddenEnd sudden_end;  // the host's name is looked up
+        reason = driver->open(ends.host, ends.port, ends.local_port);
+    }
+    if (!reason.empty()) {
         throw Failure(ExitStatus::no_bus, reason);
     }
     name_ = "udp";

@@ -81,7 +81,7 @@ void CommandLine::add_common_options() {
     app_.add_flag("--quiet", common_.quiet, "No progress");
     app_.add_option("--timeout", common_.timeout_ms, "Longest wait for an answer; 500 unless said")
         ->type_name("MS")
-        ->check(CLI::Range(1U, longest_timeout_ms));
+        ->transform(whole_numbers(1, longest_timeout_ms));
     app_.add_option("--eds", common_.eds,
                     "EDS or DCF file with the names and types of all nodes' objects, or of one's")
         ->type_name("[NODE=]FILE")
@@ -104,7 +104,8 @@ std::string CommandLine::explain(const CLI::ParseError& error) const {
         command += " " + app->get_name();
     }
     std::string what = error.what();
-    const std::vector<std::string> extra = app_.remaining(true);
+    std::vector<std::string> extra = app_.remaining(true);
+    extra.erase(std::remove(extra.begin(), extra.end(), "--"), extra.end());
     if (!extra.empty()) {
         const bool is_option = extra.front().rfind('-', 0) == 0;
         what = "'" + extra.front() + "' is " + (is_option ? "none of its options" : "one argument too many");

@@ -326,7 +326,10 @@ unsigned int take_over(DeviceDescription& description, const std::map<Place, Obj
         if (bytes.empty()) {
             continue;
         }
-        const std::string reason = set_value(description, entry, bytes);
+        std::string reason = odd_size(entry_form(&entry), bytes);
+        if (reason.empty()) {
+            reason = set_value(description, entry, bytes);
+        }
         if (!reason.empty()) {
             tell(address_text(place.first, place.second) + ": the node's value " + reason +
                  ", and is left out of the DCF");
@@ -347,11 +350,11 @@ void check_identity(const Session& session, SdoTransfers& transfers, const Devic
 ExitStatus dump_node(const Session& session, unsigned int node, const std::string& file) {
     const Descriptions descriptions(session.options.eds);
     const DeviceDescription* described = descriptions.of(node);
+    SdoTransfers transfers(session, node, SdoMode::segmented);  // which every node knows
     std::optional<ResultFile> result;
     if (!file.empty()) {
         result.emplace(file);
     }
-    SdoTransfers transfers(session, node, SdoMode::segmented);  // which every node knows
     const std::string name = "node " + std::to_string(node);
     Dump dump(session, transfers);
     DeviceDescription description;

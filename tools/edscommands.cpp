@@ -7,6 +7,7 @@
 #include "tools/dcffile.h"
 #include "tools/objects.h"
 #include "tools/resultfile.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 
@@ -47,14 +48,14 @@ void show_text(Output& output, const Entry& entry) {
     std::snprintf(head.data(), head.size(), "%-10s  %-6s  %-7s",
                   address_text(entry.index, entry.subindex).c_str(), object_type_short_name(entry.type),
                   object_access_name(entry.access));
-    std::string line = head.data() + ("  " + entry.full_name());
+    std::string line = entry.full_name();
     if (!entry.value_text().empty()) {
         line += " = " + entry.value_text();
     }
     if (!entry.low_text.empty() || !entry.high_text.empty()) {
         line += " [" + entry.low_text + " to " + entry.high_text + "]";
     }
-    output.line(line + (entry.pdo_mapping ? ", PDO" : ""));
+    output.line(std::string(head.data()) + "  " + printable(line) + (entry.pdo_mapping ? ", PDO" : ""));
 }
 
 // Gives an entry the value that a word of the command line wants.
@@ -86,7 +87,7 @@ void set_value(DeviceDescription& description, const std::string& word) {
 
 ExitStatus check_description(Output& output, const std::string& file) {
     DeviceDescription description;
-    description.load(file);
+    read_description(description, file);
     unsigned int errors = 0;
     for (const DescriptionFinding& finding : description.findings()) {
         errors += finding.severity == DescriptionFinding::Severity::error ? 1 : 0;
@@ -98,7 +99,7 @@ ExitStatus check_description(Output& output, const std::string& file) {
                            {"severity", severity_word(finding.severity)},
                            {"reason", finding.reason}});
         } else {
-            output.line(std::string(severity_word(finding.severity)) + ": " + finding.text());
+            output.line(std::string(severity_word(finding.severity)) + ": " + printable(finding.text()));
         }
     }
     output.flush();

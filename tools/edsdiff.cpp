@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/objects.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 

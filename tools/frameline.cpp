@@ -59,10 +59,10 @@ void add_sync(CommandRegistry& registry) {
     sync->add_option("--period", arguments->period_ms, "Time from one to the next, such as 10 or 0.5")
         ->type_name("MS")
         ->required()
-        ->check(CLI::Range(shortest_period_ms, longest_period_ms));
+        ->check(real_numbers(shortest_period_ms, longest_period_ms));
     sync->add_option("--count", arguments->count, "End after N")
         ->type_name("N")
-        ->check(CLI::Range(1UL, UINT64_MAX));
+        ->transform(whole_numbers(1, UINT64_MAX));
     registry.on(*sync, [arguments](const Session& session) { return produce_sync(session, *arguments); });
 }
 

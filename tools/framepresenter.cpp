@@ -9,6 +9,7 @@
 #include "program/numbers.h"
 #include "tools/clocktime.h"
 #include "tools/failure.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 

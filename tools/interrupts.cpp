@@ -4,9 +4,8 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <array>
+#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 
 #include "nodevik/util/monotonicclock.h"
@@ -22,18 +21,35 @@ timespec time_until(std::uint64_t deadline_ns, std::uint64_t now_ns) {
     return {static_cast<time_t>(left_ns / nanoseconds), static_cast<long>(left_ns % nanoseconds)};
 }
 
-}  // namespace
+std::atomic<bool> has_come{false};  // a signal, and was waited for
 
-Interrupts::Interrupts() {
-    std::signal(SIGPIPE, SIG_IGN);
+bool is_ignored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+// The signals that end a command.
+sigset_t ending_signals() {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
-    struct sigaction hang_up {};
-    if (sigaction(SIGHUP, nullptr, &hang_up) == 0 && hang_up.sa_handler != SIG_IGN) {
+    if (!is_ignored(SIGHUP)) {
         sigaddset(&set, SIGHUP);  // nohup(1) has it ignored, also while it is blocked
     }
+    return set;
+}
+
+void end_at_once(int /*signal*/) {
+    _exit(static_cast<int>(ExitStatus::interrupted));
+}
+
+}  // namespace
+
+Interrupts::Interrupts() {
+    std::signal(SIGPIPE, SIG_IGN);
+    has_come = false;
+    const sigset_t set = ending_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     descriptor_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
     if (descriptor_ < 0) {
@@ -57,12 +73,38 @@ short Interrupts::wait(int descriptor, short events, std::uint64_t deadline_ns, 
         if (entries[0].revents != 0) {
             signalfd_siginfo signal{};
             [[maybe_unused]] const ssize_t taken = read(descriptor_, &signal, sizeof signal);
+            has_come = true;
             throw Interrupted();
         }
         if ((entries[2].revents & POLLERR) != 0) {
             throw ClosedPipe();
         }
         return entries[1].revents;
+    }
+}
+
+bool signal_has_come() {
+    sigset_t pending;
+    return has_come || (sigpending(&pending) == 0 &&
+                        (sigismember(&pending, SIGINT) == 1 || sigismember(&pending, SIGTERM) == 1 ||
+                         sigismember(&pending, SIGHUP) == 1));
+}
+
+SuddenEnd::SuddenEnd() {
+    const sigset_t set = ending_signals();
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        struct sigaction action {};
+        action.sa_handler = end_at_once;
+        const bool is_wanted = sigismember(&set, signals[i]) == 1;
+        sigaction(signals[i], is_wanted ? &action : nullptr, &actions_[i]);
+    }
+    sigprocmask(SIG_UNBLOCK, &set, &mask_);
+}
+
+SuddenEnd::~SuddenEnd() {
+    sigprocmask(SIG_SETMASK, &mask_, nullptr);
+    for (std::size_t i = 0; i < signals.size(); ++i) {
+        sigaction(signals[i], &actions_[i], nullptr);
     }
 }
 

@@ -4,6 +4,8 @@
 #ifndef TOOLS_INTERRUPTS_H
 #define TOOLS_INTERRUPTS_H
 
+#include <array>
+#include <csignal>
 #include <cstdint>
 
 namespace nodevik_tool {
@@ -30,6 +32,25 @@ public:
 
 private:
     int descriptor_;
+};
+
+/// Whether one of these signals has come since Interrupts was constructed, waited for or not.
+bool signal_has_come();
+
+/// While it is there, one of these signals ends the process at once, with the status 130: for a call that waits for a
+/// file or the network where nothing wakes it, and nothing has been done yet that would have to be put right.
+class SuddenEnd {
+public:
+    SuddenEnd();
+    ~SuddenEnd();
+    SuddenEnd(const SuddenEnd&) = delete;
+    SuddenEnd& operator=(const SuddenEnd&) = delete;
+
+private:
+    static constexpr std::array<int, 3> signals{SIGINT, SIGTERM, SIGHUP};
+
+    sigset_t mask_{};
+    std::array<struct sigaction, signals.size()> actions_{};
 };
 
 }  // namespace nodevik_tool

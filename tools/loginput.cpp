@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -15,6 +16,14 @@ namespace nodevik_tool {
 namespace {
 
 constexpr unsigned int look_around = 1024;  // frames until a signal is looked for
+constexpr std::uint64_t most_told_ahead =
+    10;  // foreign lines ahead of the first frame: it may be no log at all
+
+// How long a line with this frame is, as candump and the recorder write it.
+std::uint64_t line_length(const LogFrame& frame) {
+    std::array<char, longest_log_line> line;
+    return format_log_line(frame, line);
+}
 
 }  // namespace
 
@@ -24,10 +33,13 @@ LogInput::LogInput(const Session& session, const std::string& file) : session_(&
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
         fail(errno);
     }
+    size_ = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
     reader_.adopt(descriptor_);
     reader_.set_foreign_line([this](std::uint64_t line, const char* reason) {
-        tell(file_ + ":" + std::to_string(line) + ": " + reason);
         has_foreign_lines_ = true;
+        if (has_frames_ || ++told_ahead_ <= most_told_ahead) {
+            tell(file_ + ":" + std::to_string(line) + ": " + reason);
+        }
         session_->interrupts.wait(-1, 0, 0);  // of a file that is no log there may be many
     });
     if (S_ISFIFO(status.st_mode)) {
@@ -42,11 +54,14 @@ bool LogInput::next(LogFrame& frame) {
     for (;;) {
         const int result = reader_.next(frame);
         if (result == 0) {
+            tell_untold();
             has_frames_ = true;
+            passed_bytes_ += line_length(frame);
             return true;
         }
         if (result > 0) {
             require_log();
+            tell_untold();
             return false;
         }
         if (errno != EAGAIN) {
@@ -54,6 +69,14 @@ bool LogInput::next(LogFrame& frame) {
         }
         session_->output.flush();
         wait();
+    }
+}
+
+/// Tells how many foreign lines ahead of the first frame were not told.
+void LogInput::tell_untold() const {
+    if (!has_frames_ && told_ahead_ > most_told_ahead) {
+        tell(std::to_string(told_ahead_ - most_told_ahead) + " more such lines up to line " +
+             std::to_string(reader_.line()));
     }
 }
 
@@ -71,6 +94,7 @@ void LogInput::rewind() {
     if (reader_.rewind() != 0) {
         fail(errno);
     }
+    passed_bytes_ = 0;
     if (is_first_pass_) {
         first_pass_ = passed;
         is_first_pass_ = false;

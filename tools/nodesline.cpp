@@ -31,7 +31,7 @@ void add_scan(CommandRegistry& registry) {
     CLI::Option* passive = scan->add_flag("--passive", arguments->passive, "Send nothing: only listen");
     scan->add_option("--seconds", arguments->seconds, "How long to listen; 2 unless said")
         ->type_name("S")
-        ->check(CLI::Range(shortest_listening, longest_listening))
+        ->check(real_numbers(shortest_listening, longest_listening))
         ->needs(passive);
     registry.on(
         *scan, [arguments] { parse_node_range(arguments->range); },

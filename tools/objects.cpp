@@ -1,5 +1,8 @@
 #include "tools/objects.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -8,6 +11,7 @@
 
 #include "program/numbers.h"
 #include "tools/failure.h"
+#include "tools/resultfile.h"
 #include "tools/tell.h"
 
 namespace nodevik_tool {
@@ -28,15 +32,27 @@ std::string reason_of(const DeviceDescription& description, const std::string& f
     return file + ": it has no object that can be used";
 }
 
+Failure no_object(const std::string& text, bool has_names) {
+    return {ExitStatus::usage, "'" + text + "' is no object; right are 0x1018, 0x1018:1" +
+                                   (has_names ? " and a name" : ", and with --eds a name")};
+}
+
 bool is_text(ObjectDataType type) {
     return type == ObjectDataType::visible_string;
 }
 
 }  // namespace
 
+bool read_description(DeviceDescription& description, const std::string& file) {
+    struct stat status {};
+    const bool may_wait =
+        stat(file.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+    return may_wait ? description.parse(file_content(file), file) : description.load(file);
+}
+
 DeviceDescription load_description(const std::string& file) {
     DeviceDescription description;
-    if (!description.load(file)) {
+    if (!read_description(description, file)) {
         throw Failure(ExitStatus::bad_file, reason_of(description, file));
     }
     return description;
@@ -62,12 +78,24 @@ Descriptions::Descriptions(const std::vector<std::string>& words) {
         std::string file = word;
         const std::size_t equals = word.find('=');
         if (equals != std::string::npos) {
-            if (const auto number = program::whole_number(word.substr(0, equals), 1, program::highest_node)) {
+            const std::string ahead = word.substr(0, equals);
+            if (const auto number = program::whole_number(ahead, 1, program::highest_node)) {
                 node = static_cast<unsigned int>(*number);
                 file = word.substr(equals + 1);
+            } else if (program::whole_number(ahead, INT64_MIN, INT64_MAX) &&
+                       access(word.c_str(), F_OK) != 0) {
+                throw Failure(ExitStatus::usage, "--eds takes FILE or NODE=FILE, and '" + ahead +
+                                                     "' is no node; right are 1 to 127");
             }
         }
-        files_[node] = std::make_unique<DeviceDescription>(load_description(file));
+        auto& place = files_[node];
+        if (place != nullptr) {
+            throw Failure(ExitStatus::usage, "--eds names two files for " +
+                                                 (node == 0 ? "all nodes" : "node " + std::to_string(node)) +
+                                                 ", " + place->file() + " and " + file +
+                                                 "; of two kinds of nodes, name the nodes: NODE=FILE");
+        }
+        place = std::make_unique<DeviceDescription>(load_description(file));
     }
 }
 
@@ -80,8 +108,11 @@ const DeviceDescription* Descriptions::of(unsigned int node) const {
 }
 
 ObjectAddress parse_address(const std::string& text, const DeviceDescription* description) {
+    // A number without 0x is a slip: 1018 would be 0x03FA.
     const std::size_t colon = text.find(':');
-    const auto index = program::whole_number(text.substr(0, colon), 0, highest_index);
+    const bool is_hexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+    const auto index =
+        is_hexadecimal ? program::whole_number(text.substr(0, colon), 0, highest_index) : std::nullopt;
     if (index) {
         ObjectAddress address;
         address.index = static_cast<std::uint16_t>(*index);
@@ -94,9 +125,7 @@ ObjectAddress parse_address(const std::string& text, const DeviceDescription* de
         }
     }
     if (index || description == nullptr) {
-        throw Failure(ExitStatus::usage,
-                      "'" + text + "' is no object; right are 0x1018, 0x1018:1" +
-                          (description == nullptr ? ", and with --eds a name" : " and a name"));
+        throw no_object(text, description != nullptr);
     }
     if (const DeviceDescription::Object* object = description->object(text)) {
         ObjectAddress address;
@@ -106,6 +135,9 @@ ObjectAddress parse_address(const std::string& text, const DeviceDescription* de
     const auto entries = description->entries_named(text);
     if (const DeviceDescription::Entry* entry = description->entry(text)) {
         return {entry->index, entry->subindex};
+    }
+    if (entries.empty() && program::whole_number(text.substr(0, colon), 0, INT64_MAX)) {
+        throw no_object(text, true);
     }
     std::string list;
     for (const DeviceDescription::Entry* entry : entries) {
@@ -166,6 +198,15 @@ ValueForm entry_form(const DeviceDescription::Entry* entry) {
     return {ValueForm::Kind::typed, entry->type};
 }
 
+std::string odd_size(const ValueForm& form, const ObjectBytes& bytes) {
+    const std::size_t size = form.kind == ValueForm::Kind::typed ? object_size(form.type) : 0;
+    if (size == 0 || size == bytes.size()) {
+        return {};
+    }
+    return "has " + std::to_string(bytes.size()) + " bytes, and " + object_type_name(form.type) + " has " +
+           std::to_string(size);
+}
+
 ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* entry, const std::string& text,
                         unsigned int node) {
     if (form.kind == ValueForm::Kind::raw || (form.kind == ValueForm::Kind::typed && is_text(form.type))) {
@@ -177,22 +218,10 @@ ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* e
     if (!parsed.bytes) {
         throw Failure(ExitStatus::usage, "the value '" + text + "' " + parsed.remark);
     }
-    return *parsed.bytes;
-}
-
-std::string printable(const std::string& text) {
-    std::string result;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte != 0x7F) {
-            result += character;
-        } else {
-            std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\x%02X", static_cast<unsigned int>(byte));
-            result += escape.data();
-        }
+    if (!parsed.remark.empty()) {
+        tell("the value '" + text + "' " + parsed.remark);
     }
-    return result;
+    return *parsed.bytes;
 }
 
 std::string value_text(const ValueForm& form, const ObjectBytes& bytes) {
@@ -222,7 +251,8 @@ nlohmann::ordered_json value_json(const ValueForm& form, const ObjectBytes& byte
     }
     const std::string text = format_object(form.type, bytes);
     const bool is_number = object_is_integer(form.type) || object_is_real(form.type);
-    if (is_number && bytes.empty()) {
+    if (is_number &&
+        (bytes.empty() || (object_is_real(form.type) && bytes.size() < object_size(form.type)))) {
         return nullptr;
     }
     if (form.type == ObjectDataType::boolean) {

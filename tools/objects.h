@@ -17,6 +17,12 @@
 
 namespace nodevik_tool {
 
+/// Reads an EDS or DCF file, or a pipe that brings one, whatever is in it.
+/// @param file  its name
+/// @return as DeviceDescription::load()
+/// @throws Failure  a pipe cannot be read
+bool read_description(DeviceDescription& description, const std::string& file);
+
 /// Reads an EDS or DCF file.
 /// @param file  name of the file
 /// @throws Failure  it cannot be used
@@ -33,7 +39,7 @@ class Descriptions {
 public:
     /// Reads the files.
     /// @param words  "FILE", for every node, or "NODE=FILE"
-    /// @throws Failure  a file cannot be used
+    /// @throws Failure  a file cannot be used, or two are for the same nodes
     explicit Descriptions(const std::vector<std::string>& words);
 
     /// The description of a node, or null.
@@ -49,7 +55,7 @@ struct ObjectAddress {
     std::optional<std::uint8_t> subindex;  ///< nothing when only the object is named
 };
 
-/// Reads "0x1018:1", "0x1018" or a name.
+/// Reads "0x1018:1", "0x1018" or a name. An index without 0x is none: it may be meant in hexadecimal.
 /// @param description  has the names; may be null
 /// @throws Failure  it is none of them, no object has the name, or several have
 ObjectAddress parse_address(const std::string& text, const DeviceDescription* description);
@@ -85,16 +91,17 @@ ValueForm parse_form(const std::string& word);
 /// @param entry  may be null: unknown
 ValueForm entry_form(const DeviceDescription::Entry* entry);
 
-/// Makes a value of a text.
+/// Why a value is none of its form: "has 4 bytes, and UNSIGNED16 has 2"; empty when it has the length of the form's type,
+/// or that has none.
+std::string odd_size(const ValueForm& form, const ObjectBytes& bytes);
+
+/// Makes a value of a text, and tells what is odd about it.
 /// @param form   not unknown
 /// @param entry  has limits; may be null
 /// @param node   for values with $NODEID
 /// @throws Failure  the text is no such value
 ObjectBytes parse_value(const ValueForm& form, const DeviceDescription::Entry* entry, const std::string& text,
                         unsigned int node);
-
-/// A text that does not spoil a line, nor command a terminal: control characters are written as "\x0A".
-std::string printable(const std::string& text);
 
 /// Makes a text of a value; unknown is hexadecimal, and up to 8 bytes also the number. Characters that would spoil a
 /// line are written as "\x0A".

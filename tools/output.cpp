@@ -39,11 +39,25 @@ void Output::hurry() {
     deadline_ns_ = monotonic_ns() + patience_ns;
 }
 
+// Waits until something can be written; false when it takes too long.
+bool Output::wait_for_room() const {
+    for (;;) {
+        try {
+            return interrupts_->wait(descriptor_, POLLOUT, deadline_ns_) != 0;
+        } catch (const Interrupted&) {
+            if (deadline_ns_ == no_deadline) {
+                throw;
+            }
+            // It is in a hurry already, and a second Ctrl-C takes nothing away.
+        }
+    }
+}
+
 void Output::flush() {
     std::string_view rest = collected_;
     while (!rest.empty()) {
         // So many bytes never block where poll() has said that there is room (pipe(7)).
-        if (interrupts_->wait(descriptor_, POLLOUT, deadline_ns_) == 0) {
+        if (!wait_for_room()) {
             break;
         }
         const ssize_t count =

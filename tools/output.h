@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "nodevik/util/monotonicclock.h"
 #include "tools/colour.h"
 #include "tools/interrupts.h"
 
@@ -54,18 +55,20 @@ public:
     void flush();
 
     /// From now on waits no longer than a moment for a reader that does not read, all calls together, and lets go what
-    /// cannot be written then: for the end after a signal.
+    /// cannot be written then: for the end after a signal. Further signals change nothing.
     void hurry();
 
     /// Takes the results.
     int descriptor() const { return descriptor_; }
 
 private:
+    bool wait_for_room() const;
+
     int descriptor_;
     bool json_;
     bool coloured_;
     const Interrupts* interrupts_;
-    std::uint64_t deadline_ns_ = UINT64_MAX;  // of a reader that does not read
+    std::uint64_t deadline_ns_ = no_deadline;  // of a reader that does not read
     std::string collected_;
 };
 

@@ -6,6 +6,7 @@
 
 #include "nodevik/candriverwords.h"
 #include "nodevik/util/monotonicclock.h"
+#include "program/progress.h"
 #include "tools/framepresenter.h"
 #include "tools/loginput.h"
 #include "tools/tell.h"
@@ -58,6 +59,7 @@ public:
           log_(session, arguments.file),
           bus_(session.options.bus, session.reports, session.interrupts),
           schedule_(arguments.speed),
+          progress_(!session.options.quiet),
           begin_ns_(monotonic_ns()) {}
 
     void run() {
@@ -73,6 +75,7 @@ public:
                     wait_until(schedule_.due(frame));
                     send(frame);
                     ++sent_;
+                    show_progress(loop);
                 }
             }
             if (sent_ == before) {
@@ -82,11 +85,17 @@ public:
     }
 
     // Tells how far it came.
-    void tell_end() const {
-        std::array<char, 64> seconds{};
-        std::snprintf(seconds.data(), seconds.size(), " frames sent in %.1f s",
-                      static_cast<double>(monotonic_ns() - begin_ns_) / nanoseconds);
-        tell(std::to_string(sent_) + seconds.data());
+    void tell_end() {
+        progress_.clear();
+        const double seconds = static_cast<double>(monotonic_ns() - begin_ns_) / nanoseconds;
+        Output& output = session_->output;
+        if (output.json()) {
+            output.object({{"sent", sent_}, {"left_out", nmt_ + without_room_}, {"seconds", seconds}});
+        }
+        output.flush();
+        std::array<char, 64> words{};
+        std::snprintf(words.data(), words.size(), " frames sent in %.1f s", seconds);
+        tell(std::to_string(sent_) + words.data());
         if (nmt_ > 0) {
             tell(std::to_string(nmt_) + " NMT commands were left out; --nmt sends them too");
         }
@@ -98,6 +107,13 @@ public:
     }
 
 private:
+    // Of a log that is sent until a signal comes, the bar begins anew with each time.
+    void show_progress(std::uint64_t loop) {
+        const std::uint64_t loops = arguments_->loops;
+        progress_.update(log_.position() + (loops == 0 ? 0 : loop * log_.size()),
+                         log_.size() * std::max<std::uint64_t>(loops, 1));
+    }
+
     // Whether a frame is to be sent; counts what is left out.
     bool is_sent(const LogFrame& frame) {
         if (frame.identifier < identifiers_.first || frame.identifier > identifiers_.second) {
@@ -129,6 +145,7 @@ private:
     LogInput log_;
     Bus bus_;
     Schedule schedule_;
+    program::Progress progress_;
     std::uint64_t begin_ns_;
     std::uint64_t sent_ = 0;
     std::uint64_t nmt_ = 0;           // commands that were left out
@@ -142,6 +159,7 @@ ExitStatus replay_log(const Session& session, const ReplayArguments& arguments) 
     try {
         replay.run();
     } catch (const Interrupted&) {
+        session.output.hurry();
         replay.tell_end();
         throw;
     } catch (const Failure&) {

@@ -19,9 +19,14 @@ std::string check_speed(const std::string& text) {
     return is_speed ? std::string() : "'" + text + "' is no speed; right are 0 to 1000000, such as 0.5 or 2";
 }
 
-std::string check_loops(const std::string& text) {
-    const bool is_number = program::whole_number(text, 0, INT64_MAX).has_value();
-    return is_number ? std::string() : "'" + text + "' is no number of times; right are 0, 1 and more";
+// Leaves a number that CLI11 does not take for octal.
+std::string read_loops(std::string& text) {
+    const auto number = program::whole_number(text, 0, INT64_MAX);
+    if (!number) {
+        return "'" + text + "' is no number of times; right are 0, 1 and more";
+    }
+    text = std::to_string(*number);
+    return {};
 }
 
 }  // namespace
@@ -36,7 +41,7 @@ void add_replay_command(CommandRegistry& registry) {
         ->check(check_speed);
     replay->add_option("--loop", arguments->loops, "Send it N times; 0 until Ctrl-C")
         ->type_name("N")
-        ->check(check_loops);
+        ->transform(CLI::Validator(read_loops, ""));
     replay->add_option("--id", arguments->identifiers, "Only these identifiers: 0x185 or 0x180-0x1FF")
         ->type_name("RANGE");
     replay->add_flag("--nmt", arguments->nmt, "NMT commands too: they change the states of nodes");

@@ -4,15 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 
-#include "program/file.h"
 #include "tools/failure.h"
+#include "tools/interrupts.h"
 
 namespace nodevik_tool {
 
@@ -40,17 +41,23 @@ int write_all(int descriptor, std::string_view bytes) {
 }  // namespace
 
 std::string file_content(const std::string& path) {
-    const program::File file(std::fopen(path.c_str(), "rbe"));
-    if (!file) {
-        fail(path, "read", errno);
-    }
+    const SuddenEnd sudden_end;  // it may be a pipe
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     std::string content;
     std::array<char, 65536> room;
-    while (const std::size_t count = std::fread(room.data(), 1, room.size(), file.get())) {
-        content.append(room.data(), count);
+    ssize_t count = file < 0 ? -1 : 1;
+    while (count > 0) {
+        do {
+            count = read(file, room.data(), room.size());
+        } while (count < 0 && errno == EINTR);
+        content.append(room.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     }
-    if (std::ferror(file.get()) != 0) {
-        fail(path, "read", errno);
+    const int reason = errno;
+    if (file >= 0) {
+        close(file);
+    }
+    if (count < 0) {
+        fail(path, "read", reason);
     }
     return content;
 }
@@ -59,6 +66,7 @@ ResultFile::ResultFile(const std::string& path) : path_(path) {
     descriptor_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, file_mode);
     is_new_ = descriptor_ >= 0;
     if (!is_new_) {
+        const SuddenEnd sudden_end;  // a pipe has to have a reader
         descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);
     }
     if (descriptor_ < 0) {
@@ -81,6 +89,10 @@ void ResultFile::write(std::string_view bytes) {
     }
     if (is_kept && ftruncate(descriptor_, 0) != 0) {
         fail(path_, "written", errno);
+    }
+    std::optional<SuddenEnd> sudden_end;
+    if (!is_new_ && !is_kept) {
+        sudden_end.emplace();  // a pipe or a device may take nothing
     }
     if (const int reason = write_all(descriptor_, bytes); reason != 0) {
         fail(path_, "written", reason);

@@ -11,7 +11,7 @@
 
 namespace nodevik_tool {
 
-/// The whole content of a file.
+/// The whole content of a file, or of what a pipe brings; a signal ends the process while it waits for that.
 /// @throws Failure  it cannot be read
 std::string file_content(const std::string& path);
 

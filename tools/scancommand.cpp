@@ -13,6 +13,7 @@
 #include "tools/nodewords.h"
 #include "tools/objects.h"
 #include "tools/table.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 

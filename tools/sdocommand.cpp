@@ -5,6 +5,7 @@
 #include "tools/objects.h"
 #include "tools/resultfile.h"
 #include "tools/sdotransfers.h"
+#include "tools/tell.h"
 
 namespace nodevik_tool {
 
@@ -55,9 +56,20 @@ nlohmann::ordered_json result_object(unsigned int node, const Entries& entries, 
                       entry != nullptr ? entry->full_name() : std::string());
 }
 
-void tell(Output& output, unsigned int node, const Entries& entries, std::uint8_t subindex,
+// Tells when something else is shown than the node has: a number is cut to its type. Fewer bytes are a number too.
+void tell_odd_size(const Entries& entries, std::uint8_t subindex, const ObjectBytes& bytes) {
+    const ValueForm form = entries.form(subindex);
+    const bool is_number = object_is_integer(form.type) && bytes.size() <= object_size(form.type);
+    if (const std::string odd = odd_size(form, bytes); !odd.empty() && !is_number) {
+        tell(address_text(entries.index(), subindex) + ": the node's value " + odd +
+             "; --type hex shows all of it");
+    }
+}
+
+void show(Output& output, unsigned int node, const Entries& entries, std::uint8_t subindex,
           const ObjectBytes& bytes) {
     const ValueForm form = entries.form(subindex);
+    tell_odd_size(entries, subindex, bytes);
     if (output.json()) {
         output.object(result_object(node, entries, subindex, bytes));
     } else if (form.kind == ValueForm::Kind::raw) {
@@ -65,7 +77,7 @@ void tell(Output& output, unsigned int node, const Entries& entries, std::uint8_
     } else {
         std::string line = address_text(entries.index(), subindex) + "  " + value_text(form, bytes);
         if (const DeviceDescription::Entry* entry = entries.entry(subindex)) {
-            line += "  " + entry->full_name();
+            line += "  " + printable(entry->full_name());
         }
         output.line(line);
     }
@@ -104,7 +116,7 @@ ExitStatus read_unknown_object(const Session& session, SdoTransfers& transfers, 
     if (!zero.ok()) {
         throw transfers.failure(zero);
     }
-    tell(session.output, node, entries, 0, count);
+    show(session.output, node, entries, 0, count);
     const unsigned int highest = count.size() == 1 ? count.front() : 0;
     std::optional<Failure> refusal;
     for (unsigned int subindex = 1; subindex <= highest; ++subindex) {
@@ -112,7 +124,7 @@ ExitStatus read_unknown_object(const Session& session, SdoTransfers& transfers, 
         const auto narrow = static_cast<std::uint8_t>(subindex);
         const SdoResult result = transfers.read(entries.index(), narrow, bytes);
         if (result.ok()) {
-            tell(session.output, node, entries, narrow, bytes);
+            show(session.output, node, entries, narrow, bytes);
         } else if (result.outcome != SdoOutcome::aborted_by_node) {
             throw transfers.failure(result);
         } else if (subindex == 1 && !has_subindex(result)) {
@@ -134,7 +146,7 @@ ExitStatus read_described_object(const Session& session, SdoTransfers& transfers
         ObjectBytes bytes;
         const SdoResult result = transfers.read(entries.index(), subindex, bytes);
         if (result.ok()) {
-            tell(session.output, node, entries, subindex, bytes);
+            show(session.output, node, entries, subindex, bytes);
         } else if (result.outcome != SdoOutcome::aborted_by_node) {
             throw transfers.failure(result);
         } else {
@@ -185,11 +197,11 @@ ExitStatus read_objects(const Session& session, const SdoArguments& arguments) {
                                              "' has several entries; --out takes one, such as " +
                                              address_text(entries.index(), 1));
     }
+    SdoTransfers transfers(session, arguments.node, arguments.mode);
     std::optional<ResultFile> file;
     if (!arguments.file.empty()) {
         file.emplace(arguments.file);
     }
-    SdoTransfers transfers(session, arguments.node, arguments.mode);
     if (!subindex) {
         return entries.object() != nullptr
                    ? read_described_object(session, transfers, entries, arguments.node)
@@ -201,9 +213,12 @@ ExitStatus read_objects(const Session& session, const SdoArguments& arguments) {
         throw transfers.failure(result);
     }
     if (file) {
+        if (entries.asked().kind != ValueForm::Kind::unknown) {
+            tell_odd_size(entries, *subindex, bytes);
+        }
         file->write(file_text(entries, bytes));
     } else {
-        tell(session.output, arguments.node, entries, *subindex, bytes);
+        show(session.output, arguments.node, entries, *subindex, bytes);
     }
     return ExitStatus::done;
 }

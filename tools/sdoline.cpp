@@ -10,33 +10,46 @@ namespace nodevik_tool {
 namespace {
 
 // What follows OBJECT in "sdo write" is the value, also when it begins with '-', unless it is an option of the
-// command's. It is put behind all options, where nothing is taken for one.
+// command's. It is put behind all options, where nothing is taken for one, and ahead of what is too much.
 void move_value_to_end(const CLI::App& root, const CLI::App& write, std::vector<std::string>& words) {
     const auto option_of = [&root, &write](const std::string& word) {
         const std::string name = word.substr(0, word.find('='));
-        const CLI::Option* option = write.get_option_no_throw(name);
-        return option != nullptr ? option : root.get_option_no_throw(name);
+        const CLI::Option* option = word.rfind("--", 0) == 0 ? write.get_option_no_throw(name) : nullptr;
+        return option != nullptr || word.rfind("--", 0) != 0 ? option : root.get_option_no_throw(name);
     };
-    int count = 0;  // "sdo", "write", NODE, OBJECT
+    const std::vector<std::string> command{"sdo", "write"};
+    constexpr std::size_t words_before = 4;  // the command, NODE and OBJECT
+    std::size_t count = 0;
+    std::vector<std::string> others;
+    std::vector<std::string> values;
     for (auto word = words.begin(); word != words.end(); ++word) {
-        const CLI::Option* option = word->rfind("--", 0) == 0 ? option_of(*word) : nullptr;
-        if (*word == "--" || *word == "--help") {
+        if (*word == "--help" || (*word == "--" && values.empty())) {
             return;
         }
-        if (option != nullptr) {
-            const bool has_value =
-                option->get_items_expected_max() > 0 && word->find('=') == std::string::npos;
-            if (has_value && ++word == words.end()) {
+        if (*word == "--") {
+            continue;
+        }
+        const CLI::Option* option = option_of(*word);
+        if (option == nullptr) {
+            if (count < command.size() && *word != command[count]) {
                 return;
             }
-        } else if ((count == 0 && *word != "sdo") || (count == 1 && *word != "write")) {
-            return;
-        } else if (++count > 4) {
-            const std::string value = *word;
-            words.erase(word);
-            words.insert(words.end(), {"--", value});
-            return;
+            (++count > words_before ? values : others).push_back(*word);
+            continue;
         }
+        others.push_back(*word);
+        if (option->get_items_expected_max() > 0 && word->find('=') == std::string::npos) {
+            if (++word == words.end()) {
+                values.clear();  // none of them is to be taken for the option's
+                break;
+            }
+            others.push_back(*word);
+        }
+    }
+    words = std::move(others);
+    if (!values.empty()) {
+        words.emplace_back("--");
+        words.insert(words.end(), values.begin(), values.end());
     }
 }
 

@@ -46,7 +46,7 @@ void add_pdo(CommandRegistry& registry) {
         ->check(CLI::IsMember({"tpdo", "rpdo"}));
     set->add_option("N", arguments->number, "Number of the PDO, 1 to 512")
         ->required()
-        ->check(CLI::Range(1U, 512U));
+        ->transform(whole_numbers(1, 512));
     set->add_option("COBID", arguments->cob_id, "Its identifier, 0x185; with 0x80000000 added it is off")
         ->required();
     set->add_option("TYPE", arguments->type,

@@ -104,6 +104,9 @@ public:
         return static_cast<double>(end - begin_ns_) / nanoseconds;
     }
 
+    // How many frames are missing, once it has finished.
+    std::uint64_t missing() const { return bus_->dropped_frames() + intake_.left_out() + kept_back_; }
+
     // Tells what is missing, once it has finished.
     void tell_missing() const {
         tell_lost(bus_->dropped_frames(), "the kernel had no room for them");
@@ -246,8 +249,15 @@ ExitStatus record_bus(const Session& session, const std::string& file, const Lis
         const int closed = recorder.close();
         const int reason = errno;
         const std::uint64_t lost = recorder.lost();  // some of these were in memory, and counted as recorded
-        tell(frames_text(recorder.recorded() - std::min(lost, recorder.recorded())) + " recorded in " + file);
+        const std::uint64_t recorded = recorder.recorded() - std::min(lost, recorder.recorded());
+        tell(frames_text(recorded) + " recorded in " + file);
         listening.tell_missing();
+        if (session.output.json()) {
+            session.output.object({{"recorded", recorded},
+                                   {"lost", lost + listening.missing()},
+                                   {"seconds", listening.seconds()}});
+            session.output.flush();
+        }
         if (closed != 0 || lost > 0) {
             throw Failure(ExitStatus::bad_file, file + " lacks " + frames_text(lost) +
                                                     ", for which there was no room: " +
@@ -263,6 +273,7 @@ ExitStatus record_bus(const Session& session, const std::string& file, const Lis
             listening.finish(keep);
         }
     } catch (const Interrupted&) {
+        session.output.hurry();
         listening.finish_at_once(keep);
         close();
         throw;

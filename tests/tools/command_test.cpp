@@ -3,16 +3,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
+#include <fstream>
 #include <memory>
 
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
 #include "tests/support/pseudoterminal.h"
+#include "tests/support/runningprogram.h"
 #include "tests/support/temporaryfile.h"
 #include "tests/tools/simulatedbus.h"
 
@@ -47,6 +51,9 @@ protected:
     std::string bus() const { return bus_->address(); }
     std::vector<std::string> words(const std::vector<std::string>& more) const { return bus_->words(more); }
     ChildResult run(const std::vector<std::string>& more) const { return bus_->run(more); }
+    ChildResult run_patiently(const std::vector<std::string>& more) const {
+        return bus_->run_patiently(more);
+    }
     Frames heard() const { return bus_->heard(); }
     const std::string& description() const { return description_.path(); }
 
@@ -54,6 +61,17 @@ private:
     TemporaryFile description_;
     std::unique_ptr<SimulatedBus> bus_;
 };
+
+// Whether a program has a handler for a signal (proc(5)).
+bool catches(pid_t process, int signal) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigCgt:", 0) == 0) {
+            return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1) != 0;
+        }
+    }
+    return false;
+}
 
 // Turns the process into a program.
 [[noreturn]] void become(std::vector<std::string> words) {
@@ -214,6 +232,29 @@ TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
          "'--count' is none of its options; 'nodevik send --help' tells more"},
         {{"sdo", "read", "128", "0x1018"},
          "NODE: Value 128 not in range 1 to 127; 'nodevik sdo read --help' tells more"},
+        {{"nodes", "--seconds", "nan"},
+         "--seconds: Value nan not in range 0.001000 to 1000000000.000000; 'nodevik nodes --help' tells "
+         "more"},
+        {{"sdo", "read", "5", "1018"},
+         "'1018' is no object; right are 0x1018, 0x1018:1, and with --eds a name"},
+        {{"--eds", description(), "sdo", "read", "5", "1018:1"},
+         "'1018:1' is no object; right are 0x1018, 0x1018:1 and a name"},
+        {{"--eds", "128=pump.eds", "sdo", "read", "5", "0x1018"},
+         "--eds takes FILE or NODE=FILE, and '128' is no node; right are 1 to 127"},
+        {{"--eds", description(), "--eds", description(), "sdo", "read", "5", "0x1018"},
+         "--eds names two files for all nodes, " + description() + " and " + description() +
+             "; of two kinds of nodes, name the nodes: NODE=FILE"},
+        {{"--eds", "5=" + description(), "--eds", "5=" + description(), "sdo", "read", "5", "0x1018"},
+         "--eds names two files for node 5, " + description() + " and " + description() +
+             "; of two kinds of nodes, name the nodes: NODE=FILE"},
+        {{"sdo", "write", "5", "0x1017", "1", "2", "--type", "u16"},
+         "'2' is one argument too many; 'nodevik sdo write --help' tells more"},
+        {{"sdo", "write", "5", "0x1017", "1", "--type", "u16", "--in", "file"},
+         "VALUE excludes --in; 'nodevik sdo write --help' tells more"},
+        {{"sdo", "write", "5", "0x1017", "-5", "--type"},
+         "--type: 1 required T missing; 'nodevik sdo write --help' tells more"},
+        {{"sdo", "write", "5", "0x1017", "-5", "--typo", "i16"},
+         "'--typo' is none of its options; 'nodevik sdo write --help' tells more"},
         {{"sdo", "read", "5", "speed"},
          "'speed' is no object; right are 0x1018, 0x1018:1, and with --eds a name"},
         {{"sdo", "read", "5", "0x1018", "--type", "u9"},
@@ -241,6 +282,58 @@ TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
         }
     }
     EXPECT_EQ(heard(), Frames{});
+}
+
+TEST_F(Command, TakesANumberWithZerosAheadForDecimal) {
+    expect_failure(run({"--timeout", "050", "sdo", "read", "010", "0x1000", "--segments"}), 3,
+                   "node 10, 0x1000:0: no answer within 50 ms; is the node on, and is this its number and "
+                   "its bus?");
+    EXPECT_EQ(run_patiently({"sync", "--period", "1", "--count", "010"}).status, 0);
+    Frames expected{"60a 8 40 00 10 00 00 00 00 00", "60a 8 80 00 10 00 00 00 04 05"};
+    expected.insert(expected.end(), 10, "080 0");
+    EXPECT_EQ(heard(), expected);
+}
+
+TEST_F(Command, TellsAValueThatDoesNotHaveTheLengthOfItsType) {
+    const ChildResult longer = run_patiently({"--json", "sdo", "read", "5", "0x1008", "--type", "u8"});
+    EXPECT_EQ(longer.status, 0);
+    EXPECT_EQ(longer.out, R"({"node":5,"index":"0x1008","sub":0,"type":"u8","value":110,)"
+                          R"("hex":"6e6f64652d73696d756c61746f72"})"
+                          "\n");
+    EXPECT_EQ(longer.err,
+              "nodevik: 0x1008:0: the node's value has 14 bytes, and UNSIGNED8 has 1; --type hex shows all "
+              "of it\n");
+    const ChildResult shorter = run_patiently({"sdo", "read", "5", "0x1017", "--type", "r32"});
+    EXPECT_EQ(shorter.out, "0x1017:0  0000\n");
+    EXPECT_EQ(shorter.err,
+              "nodevik: 0x1017:0: the node's value has 2 bytes, and REAL32 has 4; --type hex shows all of "
+              "it\n");
+    EXPECT_EQ(run_patiently({"--json", "sdo", "read", "5", "0x1017", "--type", "r32"}).out,
+              R"({"node":5,"index":"0x1017","sub":0,"type":"r32","value":null,"hex":"0000"})"
+              "\n");
+    const TemporaryFile file;
+    EXPECT_EQ(run_patiently({"sdo", "read", "5", "0x1017", "--type", "r32", "--out", file.path()}).err,
+              shorter.err);
+    expect_done(run_patiently({"sdo", "read", "5", "0x1017", "--type", "u32"}), "0x1017:0  0\n");
+}
+
+TEST_F(Command, TellsANumberThatIsOddlyWritten) {
+    const ChildResult result = run_patiently({"sdo", "write", "5", "0x1017", "089", "--type", "u16"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "nodevik: the value '089' has a leading 0 and is not octal: taken as decimal\n");
+    expect_done(run_patiently({"sdo", "read", "5", "0x1017", "--type", "u16"}), "0x1017:0  89\n");
+}
+
+TEST_F(Command, KeepsANodesTextFromCommandingTheTerminal) {
+    const TemporaryFile text;
+    text.write(
+        "a\x1b[31m\xc2\x9b"
+        "2J\x7f");
+    expect_done(run_patiently({"sdo", "write", "5", "0x2000", "--in", text.path()}), "");
+    expect_done(run_patiently({"sdo", "read", "5", "0x2000", "--type", "str"}),
+                "0x2000:0  a\\x1B[31m\\xC2\\x9B2J\\x7F\n");
+    expect_failure(run({"sdo", "read", "5", "\x1b[31m"}), 2,
+                   "'\\x1B[31m' is no object; right are 0x1018, 0x1018:1, and with --eds a name");
 }
 
 TEST_F(Command, EndsWith3WhenNobodyAnswers) {
@@ -330,6 +423,42 @@ TEST(CommandAtItsEnd, AbortsTheTransferThatIsInterruptedAndSendsNoNmt) {
         EXPECT_EQ(node.receive(), can_datagram(0x605, std::string("\x80\x18\x10\x01\0\0\0\x08", 8)));
         EXPECT_EQ(node.receive(0), std::nullopt);
     }
+}
+
+TEST(CommandAtItsEnd, EndsAtASignalWhileItWaitsForAFile) {
+    const TemporaryFile place;
+    const std::string fifo = place.path() + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int writer = open(fifo.c_str(), O_RDWR | O_CLOEXEC);
+    const std::vector<std::vector<std::string>> lines{
+        {"eds", "check", fifo},
+        {"--eds", fifo, "--udp", "127.0.0.1:1", "monitor"},
+        {"--udp", "127.0.0.1:1", "configure", "5", fifo},
+        {"--udp", "127.0.0.1:1", "sdo", "write", "5", "0x2000", "--in", fifo}};
+    for (std::vector<std::string> line : lines) {
+        line.insert(line.begin(), NODEVIK);
+        RunningProgram program(line);
+        ASSERT_TRUE(eventually([&program] { return catches(program.process(), SIGINT); })) << line[1];
+        program.signal(SIGINT);
+        EXPECT_EQ(program.end(), 130) << line[1];
+        EXPECT_EQ(program.out() + program.err(), "");
+    }
+    close(writer);
+    std::remove(fifo.c_str());
+}
+
+TEST(CommandAtItsEnd, ReadsADescriptionFromAPipe) {
+    const TemporaryFile place;
+    const std::string fifo = place.path() + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    RunningProgram program({NODEVIK, "eds", "show", fifo, "Speed"});
+    const int writer = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+    const std::string text = description_text;
+    EXPECT_EQ(write(writer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(writer);
+    EXPECT_EQ(program.end(), 0);
+    EXPECT_EQ(program.out(), "0x2000:0    i16     rw       Speed [-100 to 100]\n");
+    std::remove(fifo.c_str());
 }
 
 TEST(CommandHelp, EndsAsEveryResultDoes) {

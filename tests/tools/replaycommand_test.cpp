@@ -10,6 +10,7 @@
 #include "tests/support/candatagram.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/loopbacksocket.h"
+#include "tests/support/pseudoterminal.h"
 #include "tests/support/runningprogram.h"
 #include "tests/support/temporaryfile.h"
 
@@ -22,8 +23,10 @@ class Replay : public testing::Test {
 protected:
     void write(const std::string& lines) { log_.write(lines); }
 
+    std::string bus() const { return "127.0.0.1:" + std::to_string(peer_.port()); }
+
     Lines words(const Lines& options) const {
-        Lines all{NODEVIK, "--udp", "127.0.0.1:" + std::to_string(peer_.port()), "replay", log_.path()};
+        Lines all{NODEVIK, "--udp", bus(), "replay", log_.path()};
         all.insert(all.end(), options.begin(), options.end());
         return all;
     }
@@ -178,6 +181,37 @@ TEST_F(Replay, TellsWhatTheBusHasNoRoomFor) {
         "nodevik: 1 frames sent in *\n"
         "nodevik: 2 frames were left out: over UDP there are no remote requests and no 29-bit identifiers\n");
     EXPECT_EQ(sent(), Lines{"181#01"});
+}
+
+TEST_F(Replay, TellsItsEndAsJson) {
+    write(
+        "(1763768400.000000) can0 185#01\n(1763768400.000000) can0 000#0105\n"
+        "(1763768400.000000) can0 18DAF110#02\n(1763768400.000000) can0 705#05\n");
+    const ChildResult result = replay({"--json", "--loop", "010"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(fnmatch(R"({"sent":20,"left_out":20,"seconds":[0-9]*})"
+                      "\n",
+                      result.out.c_str(), 0),
+              0)
+        << result.out;
+}
+
+TEST_F(Replay, ShowsOnATerminalHowFarItIsUnlessItIsToBeQuiet) {
+    write("(1763768400.000000) can0 185#01\n(1763768400.200000) can0 185#02\n");
+    for (const std::string quiet : {"", "--quiet"}) {
+        const PseudoTerminal terminal;
+        const ChildResult result =
+            run_program({"/bin/sh", "-c", "exec \"$0\" --udp \"$1\" replay \"$2\" $4 2> \"$3\"", NODEVIK,
+                         bus(), log(), terminal.path(), quiet});
+        EXPECT_EQ(result.status, 0);
+        std::string shown;
+        while (shown.find("2 frames sent in ") == std::string::npos && !testing::Test::HasFailure()) {
+            const std::string more = terminal.receive(1);
+            EXPECT_NE(more, "") << shown;
+            shown += more;
+        }
+        EXPECT_EQ(shown.find(" 50 %") != std::string::npos, quiet.empty()) << shown;
+    }
 }
 
 TEST_F(Replay, TellsLinesThatAreNoneOfALog) {

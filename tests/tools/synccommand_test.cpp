@@ -117,7 +117,7 @@ TEST(Sync, TakesAPeriodFromATenthOfAMillisecondToAnHour) {
     ScriptedBus bus(NODEVIK);
     const std::string more = "; 'nodevik sync --help' tells more";
     expect_failure(bus.run({"sync"}), 2, "--period is required" + more);
-    for (const char* period : {"0", "0.09", "3600001", "-1"}) {
+    for (const char* period : {"0", "0.09", "3600001", "-1", "nan"}) {
         expect_failure(
             bus.run({"sync", "--period", period}), 2,
             "--period: Value " + std::string(period) + " not in range 0.100000 to 3600000.000000" + more);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,6 +45,11 @@ public:
     Pipe& operator=(const Pipe&) = delete;
 
     int writer() const { return ends_[1]; }
+    // Whether nothing more can be written, as long as nobody reads.
+    bool is_full() const {
+        pollfd entry{ends_[1], POLLOUT, 0};
+        return poll(&entry, 1, 0) == 0;
+    }
     void close_writer() {
         if (ends_[1] >= 0) {
             close(ends_[1]);
@@ -303,6 +309,64 @@ TEST(Decode, TellsForeignLinesAndGoesOn) {
     EXPECT_NE(result.err.find("nodevik: " + log.path() + ":6: "), std::string::npos) << result.err;
 }
 
+TEST(Decode, TellsTenForeignLinesAheadOfTheFirstFrameAndHowManyMoreThereAre) {
+    const TemporaryFile log;
+    const auto told = [&log](unsigned int lines) {
+        std::string text;
+        for (unsigned int line = 1; line <= lines; ++line) {
+            text +=
+                "nodevik: " + log.path() + ":" + std::to_string(line) + ": no frame in candump's format\n";
+        }
+        return text;
+    };
+    std::string foreign;
+    for (int line = 0; line < 12; ++line) {
+        foreign += "nonsense\n";
+    }
+    log.write(foreign + log_text);
+    const ChildResult mixed = decode(log.path(), {"--raw"});
+    EXPECT_EQ(mixed.out, log_text);
+    EXPECT_EQ(mixed.err.rfind(told(10) + "nodevik: 2 more such lines up to line 13\n", 0), 0U) << mixed.err;
+    log.write(foreign);
+    EXPECT_EQ(decode(log.path(), {}).err,
+              told(10) + "nodevik: " + log.path() + " is no log: none of its lines is one of candump's\n");
+    log.write(foreign + "(1763768400.000001) can0 20000004#0000000000000000\n");  // one of a log
+    EXPECT_EQ(decode(log.path(), {}).err.rfind(told(10) + "nodevik: 2 more such lines up to line 13\n", 0),
+              0U);
+}
+
+TEST(Decode, EndsAtASignalThoughNobodyReadsAnyOfItsOutputs) {
+    const TemporaryFile log;
+    std::string text = log_text;
+    for (int line = 0; line < 20000; ++line) {
+        text += "nonsense\n";
+    }
+    log.write(text);
+    Pipe results;
+    RunningProgram decoding({"/bin/sh", "-c", "exec \"$0\" decode \"$1\" 2>&1", NODEVIK, log.path()},
+                            results.writer());
+    ASSERT_TRUE(eventually([&results] { return results.is_full(); }));
+    decoding.signal(SIGINT);
+    EXPECT_EQ(decoding.end(), 130);
+}
+
+TEST(Decode, TellsEachLineToAReaderThatIsSlow) {
+    const TemporaryFile log;
+    std::string text = log_text;
+    for (int line = 0; line < 20000; ++line) {
+        text += "nonsense\n";
+    }
+    log.write(text);
+    Pipe results;
+    RunningProgram decoding({"/bin/sh", "-c", "exec \"$0\" decode \"$1\" --raw 2>&1", NODEVIK, log.path()},
+                            results.writer());
+    ASSERT_TRUE(eventually([&results] { return results.is_full(); }));
+    results.close_writer();
+    const std::string all = results.read_lines(SIZE_MAX);
+    EXPECT_EQ(decoding.end(), 0);
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 20005);
+}
+
 TEST(Decode, ReadsAPipeAsItComes) {
     const TemporaryFile place;
     const std::string fifo = place.path() + ".fifo";
@@ -474,6 +538,18 @@ TEST(Monitor, EndsAtASignalThoughNobodyReadsItsResults) {
     EXPECT_GT(number_before(monitor.err(), " frames in "), 0) << monitor.err();
 }
 
+TEST(Monitor, HasItsResultsThoughASecondSignalComesWhileTheyAreWritten) {
+    Listening monitor({"monitor", "--statistics", "--json"});
+    ASSERT_TRUE(monitor.is_ready());
+    monitor.send(0x705, "\x05");
+    ASSERT_TRUE(monitor.has_taken_all());
+    for (const int signal : {SIGSTOP, SIGINT, SIGTERM, SIGCONT}) {
+        monitor.signal(signal);  // both are there when it goes on
+    }
+    EXPECT_EQ(monitor.end(), 130);
+    EXPECT_NE(monitor.out().find(R"("frames":1,)"), std::string::npos) << monitor.out();
+}
+
 TEST(Monitor, TellsNoLoadOfABusWithoutABitRate) {
     Listening monitor({"monitor", "--count", "1"});
     ASSERT_TRUE(monitor.is_ready());
@@ -532,6 +608,19 @@ TEST(Record, EndsBeforeTheLogIsLongerThanItMayBe) {
     EXPECT_LE(text.size(), 100U);
     EXPECT_GT(text.size(), 50U);
     EXPECT_EQ(text.back(), '\n');
+}
+
+TEST(Record, TellsItsEndAsJson) {
+    const TemporaryFile log;
+    Listening record({"--json", "record", log.path(), "--max-size", "100"});
+    ASSERT_TRUE(record.is_ready());
+    for (int i = 0; i < 4; ++i) {
+        record.send(0x185, "\x01");
+    }
+    EXPECT_EQ(record.end(), 0);
+    const std::string out = record.out();
+    EXPECT_EQ(out.rfind(R"({"recorded":3,"lost":0,"seconds":)", 0), 0U) << out;
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
 }
 
 TEST(Record, EndsWith5WhenTheLogCannotBeWritten) {
