@@ -35,6 +35,9 @@ HeldSignals::HeldSignals() {
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD, SIGPIPE, SIGTTOU}) {
         sigaddset(&held, number);
     }
+    struct sigaction usual = {};
+    usual.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &usual, &earlier_of_children_);
     sigprocmask(SIG_BLOCK, &held, &earlier_);
     sigdelset(&held, SIGPIPE);
     sigdelset(&held, SIGTTOU);
@@ -44,6 +47,11 @@ HeldSignals::HeldSignals() {
     }
 }
 
+void HeldSignals::restore() const {
+    sigaction(SIGCHLD, &earlier_of_children_, nullptr);
+    sigprocmask(SIG_SETMASK, &earlier_, nullptr);
+}
+
 std::optional<signalfd_siginfo> HeldSignals::next() const {
     signalfd_siginfo signal = {};
     const bool has_come = read(descriptor_.get(), &signal, sizeof signal) == sizeof signal;
@@ -51,7 +59,9 @@ std::optional<signalfd_siginfo> HeldSignals::next() const {
 }
 
 void pass_on(const signalfd_siginfo& signal, pid_t program) {
-    if (signal.ssi_code != SI_KERNEL) {
+    const bool is_meant_for_all = signal.ssi_code == SI_KERNEL;
+    const bool is_meant_for_leader = signal.ssi_signo == SIGHUP && getsid(0) == getpid();
+    if (!is_meant_for_all || is_meant_for_leader) {
         kill(program, static_cast<int>(signal.ssi_signo));
     }
 }

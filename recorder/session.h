@@ -33,8 +33,8 @@ struct SessionSetUp {
 
 /// Runs the program to its end and records the line meanwhile. The process must have one thread only.
 ///
-/// SIGINT, SIGTERM, SIGHUP and SIGQUIT are passed on to the program, unless they come from the terminal, which sends them
-/// to the program itself. When the program has ended and another process holds its line, they end the session.
+/// SIGINT, SIGTERM, SIGHUP and SIGQUIT are passed on to the program, unless the terminal sends them to the program itself.
+/// When the program has ended and another process holds its line, they end the session.
 ///
 /// @return the program's exit status; 128 and the signal's number when a signal ended it
 /// @throws program::Failure  no_bus: the device is no serial line; bad_file: the recording cannot be made; 126 or 127:

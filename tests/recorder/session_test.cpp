@@ -126,6 +126,24 @@ protected:
         }
     }
 
+    // The same with bash as the shell and on a terminal whose session's leader the recorder is, as in a window of its own.
+    void start_on(const PseudoTerminal& terminal, const std::string& script) {
+        session_ = fork();
+        if (session_ == 0) {
+            setsid();
+            const int end = open(terminal.path().c_str(), O_RDWR);  // becomes the controlling terminal
+            dup2(end, STDIN_FILENO);
+            std::vector<std::string> words = command({"bash", "-c", script});
+            std::vector<char*> arguments;
+            for (std::string& word : words) {
+                arguments.push_back(word.data());
+            }
+            arguments.push_back(nullptr);
+            execv(arguments[0], arguments.data());
+            _exit(99);
+        }
+    }
+
     // The exit status of what was started.
     int wait() {
         int status = -1;
@@ -216,6 +234,22 @@ TEST_F(Session, ProgramGetsItsInputAndTheSignalsAsTheyWere) {
     const ChildResult plain =
         run_program({"sh", "-c", "cat; grep -E 'Sig(Blk|Ign)' /proc/self/status"}, "in\n");
     EXPECT_EQ(result.out, plain.out);
+}
+
+// As a launcher may start it that wants to hear nothing of its children.
+TEST_F(Session, IgnoredEndsOfChildrenAreSeenAndStayIgnoredForTheProgram) {
+    const std::vector<std::string> ignoring = {"timeout", "60", "env", "--ignore-signal=CHLD"};
+    const std::vector<std::string> program = {"grep", "-E", "Sig(Blk|Ign)", "/proc/self/status"};
+    std::vector<std::string> words = ignoring;
+    for (const std::string& word : command(program)) {
+        words.push_back(word);
+    }
+    const ChildResult result = run_program(words);
+    words = ignoring;
+    words.insert(words.end(), program.begin(), program.end());
+    EXPECT_EQ(result.out, run_program(words).out);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 0", "end"}));
 }
 
 TEST_F(Session, ProgramHasNoDescriptorOfTheRecorders) {
@@ -334,26 +368,27 @@ TEST_F(Session, KeyOfTheTerminalReachesTheProgramOnce) {
     const std::string script =
         "trap 'echo x >>" + count + "' INT; touch " + ready + "; " + until(place / "go") + "exit 3";
     const PseudoTerminal terminal;
-    session_ = fork();
-    if (session_ == 0) {
-        setsid();
-        const int end = open(terminal.path().c_str(), O_RDWR);  // becomes the controlling terminal
-        dup2(end, STDIN_FILENO);
-        std::vector<std::string> words = command({"bash", "-c", script});
-        std::vector<char*> arguments;
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
-        execv(arguments[0], arguments.data());
-        _exit(99);
-    }
+    start_on(terminal, script);
     ASSERT_TRUE(eventually([&] { return files::exists(ready); }));
     terminal.send("\x03");
     ASSERT_TRUE(eventually([&] { return !content(count).empty(); }));
     std::ofstream(place / "go") << "";
     EXPECT_EQ(wait(), 3);
     EXPECT_EQ(content(count), "x\n");
+}
+
+// Of its hang-up a terminal tells its session's leader alone.
+TEST_F(Session, HangUpOfTheTerminalReachesTheProgram) {
+    const std::string ready = place / "ready";
+    PseudoTerminal terminal;
+    start_on(terminal, "trap 'exit 40' HUP; touch " + ready + "; while :; do sleep 0.01; done");
+    ASSERT_TRUE(eventually([&] { return files::exists(ready); }));
+    terminal.hang_up();
+    int status = -1;
+    EXPECT_TRUE(eventually([&] { return waitpid(session_, &status, WNOHANG) == session_; }));
+    session_ = WIFEXITED(status) ? -1 : session_;
+    EXPECT_EQ(WEXITSTATUS(status), 40);
+    EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 40", "end"}));
 }
 
 TEST_F(Session, SignalEndsItWhenOnlySomebodyElseHoldsTheLine) {
