@@ -215,12 +215,12 @@ void Carrier::opened() {
     }
     guard_->hold(real_line_.descriptor());
     at_work(true);
-    stop_program(false);
 }
 
 // What the program has not read is gone when it closes the line.
 void Carrier::closed() {
     pass_held();
+    stop_program(false);  // the first write of the next opening is to be taken
     record_event(EntryKind::close);
     if (dropped_ > 0) {
         note("bytes not taken by the program " + std::to_string(std::exchange(dropped_, 0)));
@@ -290,7 +290,9 @@ void Carrier::follow_settings() {
     restored_us_ = !is_as_found ? 0 : is_first_look ? now_us() : restored_us_;
     const bool is_soon = now_us() - restored_us_ < settings_look_us;
     const bool may_change = is_as_found && is_soon && (!program_wrote_ || (applied_ && is_first_look));
-    if (now != applied_ && !may_change && now != wanted_) {
+    if (now == applied_) {
+        wanted_ = applied_;
+    } else if (!may_change && now != wanted_) {
         wanted_ = now;
         wanted_us_ = now_us();
     }

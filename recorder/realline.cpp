@@ -120,6 +120,7 @@ void RealLine::close(bool restore) {
         if (restore) {
             tcsetattr(descriptor_, TCSANOW, &earlier_);
         }
+        flock(descriptor_, LOCK_UN);  // which a guard that is slow, or stopped, would keep with its copy
         ::close(descriptor_);
         descriptor_ = -1;
     }

@@ -316,6 +316,45 @@ TEST(Carrier, SettingsAreFollowedWithoutAByte) {
               (std::vector<std::string>{"open", "38400 8N1 none", "38400 8N2 rtscts", "close", "end"}));
 }
 
+TEST(Carrier, SettingsThatAreTakenBackBeforeTheyCouldBeFollowedAreNot) {
+    CarriedLine carried;
+    carried.open_line(B57600);
+    carried.write_all("a");
+    EXPECT_EQ(carried.vehicle.receive(1), "a");
+    const std::string block(1000, 'x');
+    std::size_t taken = 0;
+    int refused = 0;
+    EXPECT_TRUE(eventually([&] {
+        const ssize_t count = ::write(carried.line, block.data(), block.size());
+        taken += count > 0 ? static_cast<std::size_t>(count) : 0;
+        refused = count < 0 ? refused + 1 : 0;
+        return refused > 100;
+    }));
+    for (const speed_t speed : {B115200, B57600}) {
+        carried.set_speed(speed);
+        for (int i = 0; i < 2; i++) {  // by the second one they have been looked at
+            carried.vehicle.send("reply");
+            EXPECT_EQ(carried.read_all(5), "reply");
+        }
+    }
+    std::atomic<bool> is_over = false;
+    bool was_followed = false;
+    std::thread observer([&] {
+        while (!is_over) {
+            const termios now = carried.vehicle.attributes();
+            was_followed = was_followed || cfgetospeed(&now) != B57600;
+        }
+    });
+    expect_same(carried.vehicle.receive(taken), std::string(taken, 'x'));
+    carried.write_all("b");
+    EXPECT_EQ(carried.vehicle.receive(1), "b");
+    carried.close_line();
+    carried.wait_for(EntryKind::close);
+    is_over = true;
+    observer.join();
+    EXPECT_FALSE(was_followed);
+}
+
 // As the panel's close button does: what was sent before goes out at the speed that it was sent with.
 TEST(Carrier, LastFrameBeforeTheSettingsAreRestoredIsSentWithThoseThatItWasWrittenWith) {
     for (int i = 0; i < 5; i++) {
@@ -446,6 +485,24 @@ TEST(Carrier, LineThatCannotBeOpenedIsTriedAgainAtTheNextOpening) {
     EXPECT_EQ(carried.vehicle.receive(4), driving_frame);
 }
 
+// Its writes were made to fail: those of the next opening are not.
+TEST(Carrier, FirstWriteAfterALostLineIsOpenedAgainIsTaken) {
+    CarriedLine carried;
+    const int other = ::open(carried.vehicle.path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    carried.line = ::open(carried.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    carried.set_speed(B9600);
+    EXPECT_TRUE(eventually([&] { return ::write(carried.line, driving_frame.data(), 4) < 0; }));
+    close(other);
+    carried.close_line();
+    carried.wait_for(EntryKind::close);
+    kill(carried.carrier(), SIGSTOP);
+    carried.line = ::open(carried.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(::write(carried.line, driving_frame.data(), 4), 4);
+    kill(carried.carrier(), SIGCONT);
+    EXPECT_EQ(carried.vehicle.receive(4), driving_frame);
+}
+
 // --- the end ---
 
 TEST(Carrier, ProgramThatIsGoneWithoutTheNeutralFrameLeavesItToTheRecorder) {
@@ -563,6 +620,20 @@ TEST(Carrier, KilledGuardIsReplacedAndTheNextOneDoesItsWork) {
     EXPECT_EQ(carried.vehicle.receive(4), driving_frame);
     carried.kill_carrier();
     EXPECT_EQ(carried.vehicle.receive(4), neutral_frame);
+}
+
+TEST(Carrier, GuardThatIsStoppedDoesNotKeepTheLineFromBeingOpenedAgain) {
+    CarriedLine carried;
+    carried.open_line();
+    const pid_t guard = carried.guard();
+    kill(guard, SIGSTOP);
+    carried.close_line();
+    EXPECT_TRUE(eventually([&] { return !carried.is_held(); }));
+    carried.open_line();
+    carried.write_all(driving_frame);
+    EXPECT_EQ(carried.vehicle.receive(4), driving_frame);
+    EXPECT_EQ(carried.messages(), "");
+    kill(guard, SIGCONT);
 }
 
 TEST(Carrier, ReaderOfTheRecordingThatIsGoneIsToldOnceAndTheLineIsCarriedOn) {
