@@ -27,11 +27,31 @@ struct AlarmSetUp {
 /// @param setup  gets what they say; lives as long as @p command
 void add_alarm_options(CLI::App& command, AlarmSetUp& setup);
 
-/// Says a passed threshold on standard error, in the language of the environment, and starts the command. The command
-/// finds the words in the environment variable RECORDER_ALARM, and nobody waits for it.
-/// @param when  ahead of the words; may be empty
-void raise_alarm(const AlarmSetUp& setup, const Threshold& threshold, std::int64_t value,
-                 const std::string& when);
+/// @throws program::Failure  usage: there is no threshold, and something is to be done about one
+[[noreturn]] void refuse_to_watch_nothing();
+
+/// Raises alarms. An object of it has the process's children to itself: it takes their ends (waitpid(2)).
+class Alarms {
+public:
+    static constexpr std::size_t most_commands = 8;  ///< which have not ended, at once
+
+    /// @param setup  lives as long as this object
+    explicit Alarms(const AlarmSetUp& setup);
+
+    /// Says a passed threshold on standard error, in the language of the environment, and starts the command. The command
+    /// finds the words in the environment variable RECORDER_ALARM and nothing on its standard input. Nobody waits for it;
+    /// when most_commands of them have not ended, that is told once, and no more is started until one has.
+    /// @param when  ahead of the words; may be empty
+    void raise(const Threshold& threshold, std::int64_t value, const std::string& when);
+
+private:
+    bool has_room();
+    void start_command(const std::string& words);
+
+    const AlarmSetUp& setup_;
+    std::size_t running_ = 0;
+    bool told_ = false;  // that there is no room
+};
 
 /// What the watching process does: watches what comes through the pipe (EntrySender) until the other end is gone.
 /// @param pipe      the reading end

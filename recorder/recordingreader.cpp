@@ -16,8 +16,8 @@ constexpr std::size_t room_bytes = 262'144;
 
 }  // namespace
 
-RecordingReader::RecordingReader(const std::string& path)
-    : path_(path), file_(std::fopen(path.c_str(), "rbe")) {
+RecordingReader::RecordingReader(const std::string& path, Growth growth)
+    : path_(path), grows_(growth == Growth::goes_on), file_(std::fopen(path.c_str(), "rbe")) {
     if (!file_) {
         fail(std::string(" cannot be read: ") + std::strerror(errno));
     }
@@ -57,7 +57,7 @@ bool RecordingReader::next(Entry& entry) {
     while (!ended_) {
         const LineKind kind = next_line(line);
         if (kind == LineKind::unfinished || kind == LineKind::none) {
-            damage_.is_cut = true;
+            damage_.is_cut = !grows_;
             damage_.cut_line = kind == LineKind::unfinished ? line_ : 0;
             return false;
         }
@@ -116,7 +116,7 @@ std::string RecordingReader::damage_text() const {
 // The next line. Its text stands in the buffer until the next call.
 RecordingReader::LineKind RecordingReader::next_line(std::string_view& line) {
     std::size_t searched = 0;
-    for (;;) {
+    while (!skips_) {
         const char* const text = buffer_.data() + begin_;
         const std::size_t length = end_ - begin_;
         if (const void* found = std::memchr(text + searched, '\n', length - searched)) {
@@ -126,29 +126,36 @@ RecordingReader::LineKind RecordingReader::next_line(std::string_view& line) {
             return line.size() > longest_line ? LineKind::too_long : LineKind::whole;
         }
         if (length > longest_line) {
-            return skip_line();
+            skips_ = true;
+            ++line_;
+            break;
         }
         searched = length;
         if (!fill()) {
-            line_ += length > 0 ? 1 : 0;
-            begin_ = end_;
-            return length > 0 ? LineKind::unfinished : LineKind::none;
+            if (!grows_ && length > 0) {
+                ++line_;
+                begin_ = end_;
+                return LineKind::unfinished;
+            }
+            return LineKind::none;
         }
     }
+    return skip_line();
 }
 
 // The rest of a line that is too long to be kept.
 RecordingReader::LineKind RecordingReader::skip_line() {
-    ++line_;
     do {
         const char* const text = buffer_.data() + begin_;
         if (const void* found = std::memchr(text, '\n', end_ - begin_)) {
             begin_ += static_cast<std::size_t>(static_cast<const char*>(found) - text) + 1;
+            skips_ = false;
             return LineKind::too_long;
         }
         begin_ = end_;
     } while (fill());
-    return LineKind::unfinished;
+    skips_ = grows_;
+    return grows_ ? LineKind::none : LineKind::unfinished;
 }
 
 // Reads on behind what is not read yet. False at the end of the file.
@@ -161,6 +168,7 @@ bool RecordingReader::fill() {
         buffer_.resize(buffer_.size() + room_bytes);
     }
     errno = 0;
+    std::clearerr(file_.get());  // a file that was read to its end may have grown
     const std::size_t count = std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_.get());
     if (count == 0 && std::ferror(file_.get()) != 0) {
         fail(std::string(" cannot be read: ") + std::strerror(errno));

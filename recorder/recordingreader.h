@@ -40,10 +40,17 @@ class RecordingReader {
 public:
     static constexpr std::size_t longest_line = 1'048'576;  ///< bytes; a longer one is no entry
 
+    /// Whether a file is still being written.
+    enum class Growth {
+        done,    ///< its end is the recording's
+        goes_on  ///< more may come behind what is there
+    };
+
     /// Opens a file and reads its header.
-    /// @param path  name of the file
+    /// @param path    name of the file
+    /// @param growth  whether it is still being written
     /// @throws program::Failure  it cannot be read, is no recording, ends within its header, or has a newer format
-    explicit RecordingReader(const std::string& path);
+    explicit RecordingReader(const std::string& path, Growth growth = Growth::done);
 
     /// Name of the file.
     const std::string& path() const { return path_; }
@@ -53,14 +60,18 @@ public:
 
     /// Reads the next entry. Lines that are none are passed over.
     /// @param entry  gets it; its room is used again
-    /// @return false at the end: the file's, or the entry `end`, which is given out like every other
+    /// @return false at the end: the file's, or the entry `end`, which is given out like every other. Of a file that grows
+    ///         the next call reads on there
     /// @throws program::Failure  the file cannot be read on, or its time runs backwards
     bool next(Entry& entry);
+
+    /// Whether the entry `end` has been read.
+    bool has_ended() const { return ended_; }
 
     /// Number of the line of the last entry, from 1 on.
     std::uint64_t line() const { return line_; }
 
-    /// What is wrong with what was read so far. That the file is cut is known at its end.
+    /// What is wrong with what was read so far. That the file is cut is known at its end; one that grows is not.
     const Damage& damage() const { return damage_; }
 
     /// What is to be told of the damage, as a line without a line end; empty when there is none.
@@ -85,12 +96,14 @@ private:
     [[noreturn]] void fail(const std::string& what) const;
 
     std::string path_;
+    bool grows_;
     program::File file_;
     std::vector<char> buffer_;
     std::size_t begin_ = 0;  // of what is not read yet
     std::size_t end_ = 0;
     HeaderParser header_;
     EntryParser parser_;
+    bool skips_ = false;  // the rest of a line that is too long
     bool ended_ = false;  // by the entry `end`
     std::uint64_t last_us_ = 0;
     std::uint64_t line_ = 0;

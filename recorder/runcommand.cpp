@@ -93,6 +93,9 @@ void remove_all_but(const files::path& directory, std::size_t count) {
 
 int run(RunOptions options) {
     SessionSetUp& session = options.session;
+    if (session.alarms.thresholds.empty() && !session.alarms.command.empty()) {
+        refuse_to_watch_nothing();
+    }
     if (!session.out.empty()) {
         return run_session(session);
     }

@@ -193,7 +193,7 @@ void ThresholdWatch::look(Watched& watched, std::int64_t value) {
 }
 
 void ThresholdWatch::tell(Watched& watched, std::uint64_t now_us) const {
-    const bool is_soon = watched.told_us && now_us - *watched.told_us < least_pause_us;
+    const bool is_soon = watched.told_us && now_us < *watched.told_us + least_pause_us;
     if (watched.passed && !watched.told && !is_soon) {
         watched.told = true;
         watched.told_us = now_us;

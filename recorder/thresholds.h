@@ -63,7 +63,7 @@ public:
     /// Takes what happened on the line.
     void add(const Entry& entry);
 
-    /// Tells how late it is: a silence is not told by anything else.
+    /// Tells how late it is: a silence is not told by anything else. What add() takes next may have happened before that.
     /// @param now_us  since the start of the recording
     void tick(std::uint64_t now_us);
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -176,6 +177,42 @@ TEST(RecordingReader, GivesTheWholeLinesOfAFileCutAnywhere) {
             << length;
         EXPECT_EQ(result.damage.passed_over, 0U) << length;
     }
+}
+
+TEST(RecordingReader, FollowsAFileThatGrowsToItsEnd) {
+    TemporaryFile file;
+    const auto grow = [&file](const std::string& content) {
+        std::ofstream(file.path(), std::ios::app) << content;
+    };
+    file.write(header + "0.000000 open\n0.31");
+    RecordingReader reader(file.path(), RecordingReader::Growth::goes_on);
+    Entry entry;
+    EXPECT_TRUE(reader.next(entry));
+    EXPECT_FALSE(reader.next(entry));
+    grow("0000 > 00676e50");
+    EXPECT_FALSE(reader.next(entry));
+    grow("\n+12000 < 7fa0\n");
+    ASSERT_TRUE(reader.next(entry));
+    EXPECT_EQ(entry.time_us, 310'000U);
+    EXPECT_EQ(entry.bytes, (std::vector<std::uint8_t>{0, 0x67, 0x6E, 0x50}));
+    ASSERT_TRUE(reader.next(entry));
+    EXPECT_EQ(entry.time_us, 322'000U);
+    EXPECT_EQ(reader.line(), 7U);
+    for (int i = 0; i < 4; i++) {  // one line, too long to be kept
+        grow(std::string(RecordingReader::longest_line / 2, '\0'));
+        EXPECT_FALSE(reader.next(entry));
+    }
+    grow("\n0.400000 close\n0.500000 end x\n");
+    ASSERT_TRUE(reader.next(entry));
+    EXPECT_EQ(entry.kind, EntryKind::close);
+    EXPECT_EQ(reader.line(), 9U);
+    EXPECT_FALSE(reader.next(entry));
+    EXPECT_FALSE(reader.has_ended());
+    EXPECT_EQ(reader.damage(), (Damage{.is_cut = false, .cut_line = 0, .passed_over = 2, .first_line = 8}));
+    grow("0.500000 end\n");
+    ASSERT_TRUE(reader.next(entry));
+    EXPECT_TRUE(reader.has_ended());
+    EXPECT_FALSE(reader.next(entry));
 }
 
 TEST(RecordingReader, ReadsMoreThanItsBufferHolds) {

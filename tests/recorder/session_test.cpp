@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "tests/recorder/carriedline.h"
+#include "tests/recorder/recordings.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/pseudoterminal.h"
 #include "tests/support/temporaryfile.h"
@@ -393,12 +394,15 @@ TEST_F(Session, HangUpOfTheTerminalReachesTheProgram) {
 
 TEST_F(Session, SignalEndsItWhenOnlySomebodyElseHoldsTheLine) {
     const std::string sign = place / "held";
-    start("(" + drive_off + "touch " + sign + "; exec sleep 60) & " + until(sign) + "exit 5");
+    const std::string holder = place / "holder";
+    start("(" + drive_off + "touch " + sign + "; exec sleep 60) & echo $! >" + holder + "; " + until(sign) +
+          "exit 5");
     EXPECT_EQ(vehicle.receive(4), driving_frame);
     ASSERT_TRUE(
         eventually([&] { return told().find("another process holds the line") != std::string::npos; }));
     kill(session_, SIGTERM);
     EXPECT_EQ(wait(), 5);
+    kill(std::stoi(content(holder)), SIGKILL);
     EXPECT_EQ(vehicle.receive(4), neutral_frame);
     EXPECT_TRUE(ends_with(recorded(out), {"note neutral frame sent by the recorder",
                                           "note the program ended with status 5", "end"}));
@@ -540,9 +544,7 @@ TEST_F(Session, KilledWatcherIsToldOnceAndTheLineIsCarriedOn) {
 
 TEST_F(Session, GrowingRecordingIsFollowedToItsEnd) {
     std::ofstream file(out);
-    file << "# vehicle-recorder recording 1\n# program vehicle-recorder " PROJECT_VERSION
-            "\n# device /dev/ttyS0\n# start 2026-11-22T03:25:03.123456+02:00 monotonic 1234.567890\n"
-         << "0.000000 open\n0.100000 > 00676e50\n0.2000" << std::flush;
+    file << recording_header << "0.000000 open\n0.100000 > 00676e50\n0.2000" << std::flush;
     session_ = fork();
     if (session_ == 0) {
         dup2(open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
@@ -550,10 +552,85 @@ TEST_F(Session, GrowingRecordingIsFollowedToItsEnd) {
         execl(VEHICLE_RECORDER, VEHICLE_RECORDER, "watch", out.c_str(), "--silence", "500", nullptr);
         _exit(99);
     }
-    EXPECT_TRUE(eventually([&] { return told().find("ei kokonaista vastausta") != std::string::npos; }));
-    file << "00 note goes on\n9.000000 end\n" << std::flush;
+    EXPECT_TRUE(eventually([&] { return told().ends_with(" ms\n"); }));
+    double time_s = 0;
+    int silence_ms = 0;
+    ASSERT_EQ(
+        std::sscanf(told().c_str(), "vehicle-recorder: %lf ei kokonaista vastausta %d", &time_s, &silence_ms),
+        2);
+    EXPECT_EQ(silence_ms, static_cast<int>((time_s - 0.1) * 1000 + 1e-6));
+    EXPECT_GT(silence_ms, 500);
+    file << "00 note goes on\n9.000000 end x\n9.000000 end\n" << std::flush;
     EXPECT_EQ(wait(), 0);
-    EXPECT_EQ(told().find("vehicle-recorder: 0.1"), 0U);
+    EXPECT_TRUE(told().ends_with(": 1 lines that are no entries are passed over, the first is line 8\n"));
+}
+
+TEST_F(Session, TimesThatRunBackwardsEndTheWatching) {
+    std::ofstream(out) << recording_header << "2.000000 open\n1.000000 close\n";
+    const ChildResult result = run_program({VEHICLE_RECORDER, "watch", out, "--silence", "500"});
+    EXPECT_EQ(result.err, "vehicle-recorder: " + out + ": the time runs backwards in line 6\n");
+    EXPECT_EQ(result.status, 5);
+}
+
+TEST_F(Session, CommandsOfAlarmsThatDoNotEndAreNotStartedWithoutLimit) {
+    std::ofstream(out) << recording_header << "0.000000 open\n0.100000 > 00676e50\n+1 < "
+                       << std::string(78, '0') << "\n0.300000 > 00676e50\n0.400000 end\n";
+    const std::string started = place / "started";
+    std::vector<std::string> words = {VEHICLE_RECORDER, "watch", out, "--exec",
+                                      "echo $$ >>" + started + "; exec sleep 1000 >" + started + ".out 2>&1"};
+    for (int i = 0; i < 10; i++) {
+        words.insert(words.end(), {"--below", "capacity=1"});
+    }
+    const ChildResult result = run_program(words);
+    EXPECT_EQ(result.status, 0);
+    std::string expected;
+    for (int i = 0; i < 10; i++) {
+        expected += "vehicle-recorder: 0.300000 capacity 0 Ah, below 1 Ah\n";
+        expected += i == 8
+                        ? "vehicle-recorder: the alarm's command is not started: 8 of it have not ended yet\n"
+                        : "";
+    }
+    EXPECT_EQ(result.err, expected);
+    const auto processes = [&] {
+        std::istringstream text(content(started));
+        std::vector<pid_t> found;
+        for (pid_t process = 0; text >> process;) {
+            found.push_back(process);
+        }
+        return found;
+    };
+    EXPECT_TRUE(eventually([&] { return processes().size() == 8; }));
+    for (const pid_t process : processes()) {
+        kill(process, SIGKILL);
+    }
+}
+
+TEST_F(Session, CommandsOfAlarmsThatFailMakeRoomForOthersAndHaveNoInput) {
+    constexpr int alarms = 10;
+    std::ofstream file(out);
+    file << recording_header << "0.000000 open\n" << std::flush;
+    const std::string started = place / "started";
+    session_ = fork();
+    if (session_ == 0) {
+        dup2(open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+        dup2(open(out.c_str(), O_RDONLY), STDIN_FILENO);
+        execl(VEHICLE_RECORDER, VEHICLE_RECORDER, "watch", out.c_str(), "--below", "capacity=1", "--exec",
+              ("cat >>" + started + "; echo x >>" + started + "; exit 3").c_str(), nullptr);
+        _exit(99);
+    }
+    std::string expected;
+    for (int i = 0; i < alarms; i++) {  // a capacity of 0, and then one of 257, every 10 s
+        for (const char* capacity : {"000000", "010000"}) {
+            file << 10 * i + (*capacity == '0' && capacity[1] == '1' ? 5 : 1) << ".000000 > 00676e50\n+1 < "
+                 << std::string(36, '0') << capacity << capacity << std::string(30, '0') << "\n";
+        }
+        file << 10 * i + 6 << ".000000 > 00676e50\n" << std::flush;
+        expected += "x\n";
+        ASSERT_TRUE(eventually([&] { return content(started) == expected; }));
+    }
+    file << "200.000000 end\n" << std::flush;
+    EXPECT_EQ(wait(), 0);
+    EXPECT_EQ(told().find("have not ended"), std::string::npos);
 }
 
 TEST_F(Session, WatchingNothingOrWhatIsNoLimitIsRefused) {
@@ -561,6 +638,11 @@ TEST_F(Session, WatchingNothingOrWhatIsNoLimitIsRefused) {
     EXPECT_EQ(result.err,
               "vehicle-recorder: nothing to watch: name a limit with --silence, --below or --above\n");
     EXPECT_EQ(result.status, 2);
+    result = run({"true"}, {"--exec", "true"});
+    EXPECT_EQ(result.err,
+              "vehicle-recorder: nothing to watch: name a limit with --silence, --below or --above\n");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_FALSE(files::exists(out));
     result = run({"true"}, {"--below", "capacity"});
     EXPECT_EQ(result.err,
               "vehicle-recorder: --below: 'capacity' is no limit such as capacity=20; 'vehicle-recorder run "

@@ -59,6 +59,8 @@ public:
         }
     }
 
+    void tick(std::uint64_t time_us) { watch_.tick(time_us); }
+
     std::uint64_t now_us = 0;
     std::vector<std::string> alarms;
 
@@ -138,6 +140,22 @@ TEST(Thresholds, NoMoreThanOneInFiveSeconds) {
         line.cycle({reply(200)});
     }
     EXPECT_EQ(line.alarms.size(), 4U);  // in 20 s
+}
+
+// As it is when the watching process was late: what it reads then has happened before.
+TEST(Thresholds, NoMoreThanOneInFiveSecondsThoughTheClockWasAheadOfWhatIsRead) {
+    Line line({low_capacity});
+    line.pass(EntryKind::sent, {0, 103, 110, 'P'});
+    line.pass(EntryKind::received, reply(99));
+    line.tick(60'000);
+    EXPECT_EQ(line.alarms.size(), 1U);
+    line.now_us = 50'000;
+    for (const unsigned capacity_ah : {200, 99}) {
+        line.pass(EntryKind::sent, {0, 103, 110, 'P'});
+        line.pass(EntryKind::received, reply(capacity_ah));
+    }
+    line.pass(EntryKind::sent, {0, 103, 110, 'P'});
+    EXPECT_EQ(line.alarms.size(), 1U);
 }
 
 TEST(Thresholds, PassingThatCameTooSoonIsToldLaterIfItLasts) {
