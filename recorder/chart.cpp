@@ -69,14 +69,18 @@ double round_step(double range, int most) {
 
 Scale scale_of(const CurveRow& row) {
     constexpr double margin = 0.08;
-    const Extremes values = row.series->extremes().value_or(Extremes{0, 0});
     Scale scale;
+    if (!row.series->extremes()) {
+        return scale;
+    }
+    const Extremes values = *row.series->extremes();
     if (row.range) {
         scale.low = std::min(row.range->min, values.min);
         scale.high = std::max(row.range->max, values.max);
     } else {
+        // Around a value that never changes there is a number on each side of it, off the edges.
         const double space =
-            std::max(margin * (values.max - values.min), values.max == values.min ? 1 : 1e-3);
+            std::max(margin * (values.max - values.min), values.max == values.min ? 1.5 : 1e-3);
         scale.low = values.min - space;
         scale.high = values.max + space;
     }
@@ -362,7 +366,8 @@ std::string Charts::row(const CurveRow& row) const {
         content += level_line("grid", scale.y(tick));
         numbers += scale_number(scale.y(tick), phrasing_.plain(tick));
     }
-    const bool mark_shown = row.mark && *row.mark <= scale.high && *row.mark >= scale.low;
+    const bool mark_shown =
+        row.mark && row.series->extremes() && *row.mark <= scale.high && *row.mark >= scale.low;
     if (mark_shown) {
         content += level_line(row.limit ? "limit" : "mark", scale.y(*row.mark));
     }
@@ -372,13 +377,12 @@ std::string Charts::row(const CurveRow& row) const {
         content += "<path class=\"band " + colour + "\" d=\"" + band + "\"/>";
     }
     content += "<path class=\"curve " + colour + "\" d=\"" + curve_data(row, scale, shown) + "\"/>";
-    std::string description = row.name + ": " + phrasing_(words::nothing);
-    std::string note = row.unit;
+    std::string note = phrasing_(words::nothing);
+    std::string description = row.name + ": " + note;
     if (const std::optional<Extremes>& extremes = row.series->extremes()) {
-        const std::string span = phrasing_.plain(extremes->min) + "\u2013" + number(extremes->max, row.unit);
-        note = extremes->min < 0 || extremes->max < 0
-                   ? phrasing_.plain(extremes->min) + " \u2026 " + number(extremes->max, row.unit)
-                   : span;
+        const char* const to = extremes->min < 0 || extremes->max < 0 ? " \u2026 " : "\u2013";
+        note = (extremes->min == extremes->max ? "" : phrasing_.plain(extremes->min) + to) +
+               number(extremes->max, row.unit);
         description = row.name + ": " + note + "; " + phrasing_(words::at_first) + " " +
                       number(row.series->first(), row.unit) + ", " + phrasing_(words::at_last) + " " +
                       number(row.series->last(), row.unit);

@@ -3,25 +3,27 @@
 #include <array>
 #include <cstdio>
 
+#include "recorder/notewords.h"
+
 namespace vehicle_recorder {
 
 namespace {
 
-constexpr Phrase frame_word = {"frame ", "kehys "};
+constexpr Phrase frame_word = {"frame ", "viesti "};
 constexpr Phrase neutral = {" (at rest)", " (lepo)"};
 constexpr Phrase step_lost = {"no motor command, the step is lost: ",
                               "ei moottorikäskyä, tahti on kadonnut: "};
-constexpr Phrase reply_to = {"reply to ", "vastaus kehykseen "};
-constexpr Phrase after = {" after ", " viiveellä "};
+constexpr Phrase reply_to = {"reply to ", "vastaus viestiin "};
+constexpr Phrase after = {" after ", ", viive "};
 constexpr Phrase late = {", late", ", myöhässä"};
 constexpr Phrase too_short = {"short, ", "vajaa, "};
-constexpr Phrase garbled = {"garbled, ", "sotkuinen, "};
+constexpr Phrase garbled = {"garbled, ", "virheellinen, "};
 constexpr Phrase of_all = {" of 39 bytes", " tavua 39:stä"};
 constexpr Phrase ahead = {" bytes ahead of it: ", " vierasta tavua edellä: "};
 constexpr Phrase unreadable = {" bytes that read as no reply", " tavua, jotka eivät ole vastaus"};
 constexpr Phrase missing = {": missing", ": puuttuu"};
 constexpr Phrase closed = {": not known, the line was closed", ": ei tiedossa, portti suljettiin"};
-constexpr Phrase no_frame = {"answer to no frame: ", "ei vastaa kehykseen: "};
+constexpr Phrase no_frame = {"answer to no frame: ", "ei vastaa mihinkään viestiin: "};
 constexpr Phrase byte_word = {" bytes", " tavua"};
 
 constexpr Phrase opened = {"the line is opened", "portti avataan"};
@@ -117,7 +119,7 @@ std::string event_words(const Entry& entry, Language language) {
         case EntryKind::close:
             return line_closed.in(language);
         case EntryKind::note:
-            return noted.in(language) + entry.text;
+            return noted.in(language) + note_words(entry.text, language);
         default:
             return ended.in(language);
     }

@@ -1,5 +1,6 @@
 #include "recorder/chart.h"
 #include "recorder/html.h"
+#include "recorder/notewords.h"
 #include "recorder/reportfacts.h"
 #include "recorder/reportpages.h"
 #include "recorder/reportphrases.h"
@@ -136,20 +137,19 @@ private:
     }
 
     void line() {
-        if (report_.frames == 0) {
+        if (report_.faults.all() == 0 && report_.cycle.count() == 0 && report_.delay.count() == 0) {
             return;
         }
         heading(say(words::line));
         page_ += charts_.faults(say(words::faults));
-        if (report_.cycle.count() == 0) {
-            return;
+        if (report_.cycle.count() > 0) {
+            page_ += charts_.curves(
+                say(words::cycle_and_delay),
+                {row(words::cycle, "ms", report_.cycle_ms, 1), row(words::delay, "ms", report_.delay_ms, 4)},
+                nullptr, "");
+            page_ += "<div class=\"alone\">" +
+                     charts_.spread(say(words::spread), say(words::spread_what), report_.cycle) + "</div>\n";
         }
-        page_ += charts_.curves(
-            say(words::cycle_and_delay),
-            {row(words::cycle, "ms", report_.cycle_ms, 1), row(words::delay, "ms", report_.delay_ms, 4)},
-            nullptr, "");
-        page_ += "<div class=\"alone\">" +
-                 charts_.spread(say(words::spread), say(words::spread_what), report_.cycle) + "</div>\n";
         spread(say(words::cycle), report_.cycle);
         spread(say(words::delay), report_.delay);
     }
@@ -215,7 +215,7 @@ private:
         for (const Note& note : report_.notes.entries) {
             page_ += "<tr>" + element("th scope=\"row\"", moment(note.time_us)) +
                      element("td", Phrasing::seconds(note.time_us)) +
-                     element("td class=\"text\"", note.text) + "</tr>\n";
+                     element("td class=\"text\"", note_words(note.text, phrasing_.language())) + "</tr>\n";
         }
         end_table(report_.notes.entries.size(), report_.notes.count);
     }

@@ -99,6 +99,13 @@ struct Opening {
     std::uint64_t replies = 0;   ///< frames that were answered with at least a byte
     Rest rest = Rest::no_frame;  ///< what its last frame left the vehicle with
     std::uint8_t throttle = 0;   ///< set-point of that frame
+    bool ended_neutral = false;  ///< the neutral frame was the last of its bytes, wherever frames began
+};
+
+/// Closings that left the vehicle with its motor on, though the program went on later.
+struct LeftOn {
+    std::uint64_t count = 0;  ///< how many
+    Opening first = {};       ///< the first of the openings that ended so
 };
 
 /// Who sent the last frame.
@@ -160,6 +167,7 @@ struct Report {
 
     FirstOf<FaultyReply> faulty;
     FirstOf<Opening> openings;
+    LeftOn left_on;  ///< the last frame of all is not meant: Ending tells of it
     FirstOf<Note> notes;
     std::uint64_t unread_lines = 0;       ///< lines of the file that are no entries
     std::uint64_t first_unread_line = 0;  ///< number of the first of them, counted from 1

@@ -101,8 +101,9 @@ void ReportBuilder::add(const Entry& entry) {
 Report ReportBuilder::finish(const Damage& damage) {
     cycles_.finish();
     hear(report_.length_us);
+    end_opening();
     for (const Opening& opening : openings_) {
-        report_.openings.add(opening);
+        keep(opening);
     }
     openings_.clear();
     if (last_sent_ == vehicle::neutral_frame) {
@@ -117,6 +118,7 @@ Report ReportBuilder::finish(const Damage& damage) {
 void ReportBuilder::open(std::int64_t time_us) {
     openings_.push_back({.opened_us = time_us});
     is_open_ = true;
+    sent_ = 0;
 }
 
 void ReportBuilder::close(std::int64_t time_us) {
@@ -125,12 +127,38 @@ void ReportBuilder::close(std::int64_t time_us) {
     if (is_open_) {
         openings_.back().closed_us = time_us;
     }
+    end_opening();
     is_open_ = false;
+}
+
+// Takes what the line's last bytes tell, of which the frames may be counted off otherwise.
+void ReportBuilder::end_opening() {
+    if (is_open_) {
+        openings_.back().ended_neutral = sent_ >= last_sent_.size() && last_sent_ == vehicle::neutral_frame;
+    }
+}
+
+// Takes an opening whose frames are all known.
+void ReportBuilder::keep(Opening opening) {
+    if (opening.ended_neutral) {
+        opening.rest = Rest::neutral;
+    }
+    report_.openings.add(opening);
+    if (opening.frames == 0) {
+        return;
+    }
+    if (last_used_ && (last_used_->rest == Rest::motor_on || last_used_->rest == Rest::driving)) {
+        LeftOn& left_on = report_.left_on;
+        left_on.first = left_on.count == 0 ? *last_used_ : left_on.first;
+        ++left_on.count;
+    }
+    last_used_ = opening;
 }
 
 // The vehicle is awaited from the first frame on.
 void ReportBuilder::sent(const Entry& entry) {
     report_.bytes_sent += entry.bytes.size();
+    sent_ += entry.bytes.size();
     if (is_open_ && !heard_us_) {
         heard_us_ = static_cast<std::int64_t>(entry.time_us);
     }
@@ -285,7 +313,7 @@ bool ReportBuilder::was_awaited_in_vain(const Cycle& cycle) {
 // The opening that a time belongs to; null beside all of them. Those before it are complete.
 Opening* ReportBuilder::opening_at(std::int64_t time_us) {
     while (openings_.size() > 1 && openings_[1].opened_us <= time_us) {
-        report_.openings.add(openings_.front());
+        keep(openings_.front());
         openings_.pop_front();
     }
     const bool is_inside = !openings_.empty() && openings_.front().opened_us <= time_us &&

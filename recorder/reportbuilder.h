@@ -40,6 +40,7 @@ public:
 private:
     void open(std::int64_t time_us);
     void close(std::int64_t time_us);
+    void end_opening();
     void sent(const Entry& entry);
     void received(const Entry& entry);
     void note(const Entry& entry);
@@ -51,12 +52,15 @@ private:
     void judge(const Cycle& cycle);
     bool was_awaited_in_vain(const Cycle& cycle);
     Opening* opening_at(std::int64_t time_us);
+    void keep(Opening opening);
 
     Report report_;
     CycleBuilder cycles_;
-    std::deque<Opening> openings_;  // those whose cycles may still come, in order
+    std::deque<Opening> openings_;      // those whose cycles may still come, in order
+    std::optional<Opening> last_used_;  // the last one that is complete and had frames
     bool is_open_ = false;
     vehicle::FrameBytes last_sent_ = {};
+    std::uint64_t sent_ = 0;  // bytes in this opening
     std::optional<std::int64_t>
         heard_us_;  // since when the vehicle has been silent; none while it is not awaited
 };

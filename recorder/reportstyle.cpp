@@ -187,6 +187,10 @@ tbody tr:last-child > * { border-bottom: 0; }
   .alone .row .name { display: none; }
   .tick.minor { display: inline; }
   .spread { grid-template-columns: repeat(7, auto); }
+  table.stack th, table.stack td { padding-left: .45rem; padding-right: .45rem; }
+  table.stack :is(th, td):first-child { padding-left: 0; }
+  table.stack :is(th, td):last-child { padding-right: 0; }
+  table.stack thead th { white-space: normal; vertical-align: bottom; }
   .card.list, .wide { overflow: visible; }
   details { display: none; }
 }

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 
+#include "recorder/notewords.h"
 #include "recorder/reportfacts.h"
 #include "recorder/reportpages.h"
 #include "recorder/reportphrases.h"
@@ -139,7 +141,11 @@ std::string curve_section(const Report& report, const Phrasing& phrasing) {
 std::string spread_line(const Phrase& name, const Spread& spread, const Phrasing& phrasing) {
     std::string line;
     for (const Fact& fact : spread_facts(spread, phrasing)) {
-        line += (line.empty() ? "" : ", ") + fact.name + "\u00a0" + fact.value;
+        std::string called = fact.name;
+        if (!line.empty()) {
+            called[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(called[0])));
+        }
+        line += (line.empty() ? "" : ", ") + called + "\u00a0" + fact.value;
     }
     return line.empty() ? "" : heading(phrasing(name)) + wrapped(line);
 }
@@ -168,7 +174,8 @@ std::string opening_section(const Report& report, const Phrasing& phrasing) {
                                      : std::string(seconds_width, ' ') + "  " + phrasing(words::not_closed);
         section += ", " + phrasing.whole(opening.frames) + phrasing({" frames, ", " viestiä, "}) +
                    phrasing.whole(opening.replies) + phrasing({" replies;\n", " vastausta;\n"}) +
-                   std::string(seconds_width + 2, ' ') + phrasing({"left the vehicle: ", "ajoneuvo jäi: "}) +
+                   std::string(seconds_width + 2, ' ') +
+                   phrasing({"left the vehicle: ", "ajoneuvon tila: "}) +
                    words_of(opening.rest, opening.throttle, phrasing) + "\n";
     }
     return section;
@@ -195,7 +202,8 @@ std::string note_section(const Report& report, const Phrasing& phrasing) {
     std::string section =
         heading(phrasing(words::notes) + in_part(report.notes.entries.size(), report.notes.count, phrasing));
     for (const Note& note : report.notes.entries) {
-        section += moment(report, note.time_us, phrasing) + "  " + note.text + "\n";
+        section +=
+            moment(report, note.time_us, phrasing) + "  " + note_words(note.text, phrasing.language()) + "\n";
     }
     return section;
 }

@@ -4,7 +4,7 @@
 /// Results are in Finnish or English, as the environment asks for messages (locale(7)); help texts and error lines are
 /// English always. A command keeps its phrases beside the code that says them:
 ///
-///     constexpr Phrase frames = {"frames", "kehystä"};
+///     constexpr Phrase frames = {"frames", "viestiä"};
 ///     output += frames.in(language);
 
 #ifndef RECORDER_TEXTS_H
@@ -36,7 +36,7 @@ inline constexpr Phrase throttle = {"throttle", "kaasu"};
 inline constexpr Phrase direction = {"direction", "suunta"};
 inline constexpr Phrase bucket = {"bucket", "kauha"};
 inline constexpr Phrase motor_on = {"motor on", "moottori päällä"};
-inline constexpr Phrase motor_off = {"motor off", "moottori pois"};
+inline constexpr Phrase motor_off = {"motor off", "moottori pois päältä"};
 inline constexpr Phrase speed = {"speed", "nopeus"};
 inline constexpr Phrase voltage = {"voltage", "jännite"};
 inline constexpr Phrase current = {"current", "virta"};

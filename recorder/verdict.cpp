@@ -125,12 +125,37 @@ std::string cut_sentence(const Report& report, const Phrasing& phrasing) {
            phrasing({": what happened after that is not known.", ": mitä sen jälkeen tapahtui, ei tiedetä."});
 }
 
+// Closings in between: what the last frame of all asked for is told by itself.
+std::string left_on_sentence(const Report& report, const Phrasing& phrasing) {
+    const LeftOn& left_on = report.left_on;
+    if (left_on.count == 0) {
+        return {};
+    }
+    const std::string moment =
+        phrasing.time_of_day(report.header, left_on.first.closed_us.value_or(report.length_us));
+    const std::string consequence =
+        phrasing({": the vehicle was not brought to rest.", ": ajoneuvoa ei pysäytetty."});
+    if (left_on.count > 1) {
+        return phrasing({"The port was closed ", "Portti suljettiin "}) + phrasing.whole(left_on.count) +
+               phrasing({" times with the motor on, first at ",
+                         " kertaa moottorin ollessa päällä, ensimmäisen kerran kello "}) +
+               moment + consequence;
+    }
+    const std::string throttle =
+        left_on.first.rest == Rest::driving
+            ? phrasing({" and throttle ", " ja kaasu "}) + std::to_string(left_on.first.throttle)
+            : std::string();
+    return phrasing({"At ", "Portti suljettiin kello "}) + moment +
+           phrasing({" the port was closed with the motor on", ", kun moottori oli päällä"}) + throttle +
+           consequence;
+}
+
 Grade grade_of(const Report& report) {
     const Ending& ending = report.ending;
     const bool moving = ending.rest == Rest::driving || ending.rest == Rest::motor_on;
     const bool crashed = ending.program.signal && is_crash(*ending.program.signal);
     const bool mute = report.frames > 0 && report.replies == 0;
-    if (moving || crashed || mute || ending.line_lost) {
+    if (moving || report.left_on.count > 0 || crashed || mute || ending.line_lost) {
         return Grade::trouble;
     }
     const bool failed = ending.program.signal || ending.program.status.value_or(0) != 0;
@@ -152,6 +177,7 @@ Verdict verdict_on(const Report& report, const Phrasing& phrasing) {
             verdict.ending.push_back(sentence);
         }
     };
+    tell(left_on_sentence(report, phrasing));
     tell(rest_sentence(ending, phrasing));
     tell(program_sentence(ending.program, phrasing));
     if (ending.line_lost) {
@@ -194,7 +220,7 @@ std::string words_of(Rest rest, unsigned throttle, const Phrasing& phrasing) {
         case Rest::neutral:
             return phrasing({"at rest", "pysäytetty"});
         case Rest::motor_off:
-            return phrasing({"motor off", "moottori pois"});
+            return phrasing({"motor off", "moottori pois päältä"});
         case Rest::motor_on:
             return phrasing({"motor on", "moottori päällä"});
         case Rest::driving:

@@ -132,6 +132,23 @@ class Pictures:
                            stdout=subprocess.DEVNULL)
             window.settled_image().save(self.path("plot-feed.png"))
 
+    # The report of a recording.
+
+    def report(self):
+        """The report's page in a browser: its upper part in both languages, and in the dark on a telephone."""
+        with tempfile.TemporaryDirectory() as directory, Browser() as browser:
+            recording_file = os.path.join(directory, "vehicle-20261122-132503.rec")
+            sampledrive.write(recording_file)
+            for language, locale, name, width, height, dark in REPORTS:
+                page = os.path.join(directory, "report.html")
+                subprocess.run([self._options.recorder, "report", recording_file, "--html", page], check=True,
+                               env=dict(os.environ, LC_ALL=locale))
+                browser.show(page, width, dark)
+                if browser.run("return document.documentElement.lang") != language:
+                    raise RuntimeError(f"the report is not in the language '{language}'")
+                with open(self.path(name), "wb") as file:
+                    file.write(browser.picture(height))
+
     # The link in time.
 
     def link(self):

@@ -109,6 +109,18 @@ class Numbers(unittest.TestCase):
             self.assertTrue(form.around(bounding))
 
 
+class Kinds(unittest.TestCase):
+    def test_each_kind_of_picture_can_be_made(self):
+        program, script = markdown.read("script/lib/pictures.py"), markdown.read("script/pictures")
+        made = set(re.findall(r"^    def ([a-z]\w*)\(self\):$", program, re.MULTILINE))
+        told = re.search(r"^#   KIND +([a-z, ]+);", script, re.MULTILINE)[1].split(", ")
+        self.assertEqual(told, re.findall(r'"(\w+)"', re.search(r"    kinds = \(([^)]*)\)", program)[1]))
+        self.assertEqual(told, re.search(r"^    ([a-z |]+)\) ;;$", script, re.MULTILINE)[1].split(" | "))
+        for kind in told:
+            with self.subTest(kind):
+                self.assertIn(kind, made)
+
+
 class Times(unittest.TestCase):
     def places_of(self, text, above):
         """Where a text stands, and where an arrow from its lane downwards begins."""

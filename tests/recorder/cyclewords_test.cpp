@@ -30,7 +30,7 @@ TEST(FrameWords, TellSetPointsAndMotor) {
     EXPECT_EQ(frame_words(cycle, Language::english),
               "frame 12: throttle 40, direction 103, bucket 110, motor on");
     EXPECT_EQ(frame_words(cycle, Language::finnish),
-              "kehys 12: kaasu 40, suunta 103, kauha 110, moottori päällä");
+              "viesti 12: kaasu 40, suunta 103, kauha 110, moottori päällä");
 }
 
 TEST(FrameWords, TellTheFrameThatBringsToRest) {
@@ -64,7 +64,7 @@ TEST(ReplyWords, TellTelemetryAsThePanelShowsIt) {
         english(cycle),
         "reply to 12 after 12.041 ms: speed 1280 rpm, voltage 520, current 6, capacity 100 Ah, latitude -1");
     EXPECT_EQ(reply_words(cycle, Language::finnish),
-              "vastaus kehykseen 12 viiveellä 12.041 ms: nopeus 1280 rpm, jännite 520, virta 6, kapasiteetti "
+              "vastaus viestiin 12, viive 12.041 ms: nopeus 1280 rpm, jännite 520, virta 6, kapasiteetti "
               "100 Ah, "
               "leveysaste -1");
 }

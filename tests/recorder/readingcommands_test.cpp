@@ -98,9 +98,10 @@ TEST_F(ReadingCommands, ShowTellsFramesRepliesAndEventsInOrder) {
 TEST_F(ReadingCommands, ShowSpeaksFinnishWhereTheLocaleDoes) {
     const ChildResult result =
         run_program({"env", "LC_ALL=fi_FI.UTF-8", VEHICLE_RECORDER, "show", file.path()});
-    EXPECT_NE(result.out.find("0.310000 kehys 1: kaasu 40, suunta 103, kauha 110, moottori päällä\n"),
+    EXPECT_NE(result.out.find("0.310000 viesti 1: kaasu 40, suunta 103, kauha 110, moottori päällä\n"),
               std::string::npos);
-    EXPECT_NE(result.out.find("0.520000 vastaus kehykseen 2: puuttuu\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("0.520000 vastaus viestiin 2: puuttuu\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("0.950000 huomautus: ohjelma päättyi, paluuarvo 0\n"), std::string::npos);
 }
 
 TEST_F(ReadingCommands, ShowKeepsToTheTimesThatAreAskedFor) {

@@ -283,6 +283,33 @@ TEST(ReportBuilder, TellsWhatTheLastFrameLeft) {
     EXPECT_EQ(report_of("0.000000 open\n1.000000 close\n").ending.rest, Rest::no_frame);
 }
 
+TEST(ReportBuilder, CountsClosingsThatLeftTheMotorOn) {
+    const std::string rest = "00676e50";
+    const std::string driving = "d2676e51";
+    const std::string standing = "00676e51";
+    const auto drive = [](double begin_s, const std::string& frame) {
+        return seconds_text(static_cast<std::uint64_t>(1e6 * begin_s)) + " open\n" +
+               answered(begin_s + 0.3, 3, frame) +
+               seconds_text(static_cast<std::uint64_t>(1e6 * (begin_s + 1))) + " close\n";
+    };
+    const Report once = report_of(drive(0, rest) + drive(2, driving) + drive(4, rest) + "6.000000 end\n");
+    EXPECT_EQ(once.left_on.count, 1u);
+    EXPECT_EQ(once.left_on.first.closed_us, 3'000'000);
+    EXPECT_EQ(once.left_on.first.rest, Rest::driving);
+    EXPECT_EQ(once.left_on.first.throttle, 210);
+    EXPECT_EQ(report_of(drive(0, standing) + drive(2, driving) + drive(4, rest)).left_on.count, 2u);
+    EXPECT_EQ(report_of(drive(0, rest) + drive(2, rest)).left_on.count, 0u);
+    // The last frame of all is told of by itself, also when the port is opened once more.
+    EXPECT_EQ(report_of(drive(0, rest) + drive(2, driving) + "4.000000 open\n5.000000 close\n").left_on.count,
+              0u);
+    // The neutral frame brings the vehicle to rest wherever the program's frames began.
+    const std::string out_of_step =
+        "0.000000 open\n0.100000 > d2676e51d2676e51d2\n0.200000 > 00676e50\n1.000000 close\n";
+    const Report neutral = report_of(out_of_step + drive(2, rest));
+    EXPECT_EQ(neutral.left_on.count, 0u);
+    EXPECT_EQ(neutral.openings.entries[0].rest, Rest::neutral);
+}
+
 TEST(ReportBuilder, TellsWhoStoppedTheVehicle) {
     const Report by_recorder =
         report_of("0.000000 open\n" + answered(0.3, 2, "78676e51") +

@@ -83,12 +83,12 @@ Over time
   Reply delay (ms)                 ▁               ▁               45      45
 
 Cycle time
-Shortest 210.0 ms, Median 210.0 ms, 95 % 210.0 ms, 99 % 210.0 ms,
-Longest 210.0 ms, Mean 210.0 ms, Standard deviation 0.00 ms
+Shortest 210.0 ms, median 210.0 ms, 95 % 210.0 ms, 99 % 210.0 ms,
+longest 210.0 ms, mean 210.0 ms, standard deviation 0.00 ms
 
 Reply delay
-Shortest 45.00 ms, Median 45.00 ms, 95 % 45.00 ms, 99 % 45.00 ms,
-Longest 45.00 ms, Mean 45.00 ms, Standard deviation 0.00 ms
+Shortest 45.00 ms, median 45.00 ms, 95 % 45.00 ms, 99 % 45.00 ms,
+longest 45.00 ms, mean 45.00 ms, standard deviation 0.00 ms
 
 Openings and closings
       0.000000  03:25:03.123  opened, 9600 8N1
@@ -142,7 +142,7 @@ Ajan kuluessa
   Kaasu                          ▁       █        █       ▁         0     120
   Suunta                         ▁       ▁        ▁       ▁       103     103
   Kauha                          █       ▁        ▁       █        47     110
-  Moottori on                    ▁       █        █       ▁         0       1
+  Moottori päällä                ▁       █        █       ▁         0       1
   Jännite                          █               ▁              481     482
   Virta                            ▁               █              193     202
   Kapasiteetti (Ah)                ▁               ▁               63      63
@@ -150,23 +150,23 @@ Ajan kuluessa
   Vastausviive (ms)                ▁               ▁               45      45
 
 Lähetysväli
-Lyhin 210,0 ms, Mediaani 210,0 ms, 95 % 210,0 ms, 99 % 210,0 ms, Pisin 210,0 ms,
-Keskiarvo 210,0 ms, Keskihajonta 0,00 ms
+Lyhin 210,0 ms, mediaani 210,0 ms, 95 % 210,0 ms, 99 % 210,0 ms, pisin 210,0 ms,
+keskiarvo 210,0 ms, keskihajonta 0,00 ms
 
 Vastausviive
-Lyhin 45,00 ms, Mediaani 45,00 ms, 95 % 45,00 ms, 99 % 45,00 ms, Pisin 45,00 ms,
-Keskiarvo 45,00 ms, Keskihajonta 0,00 ms
+Lyhin 45,00 ms, mediaani 45,00 ms, 95 % 45,00 ms, 99 % 45,00 ms, pisin 45,00 ms,
+keskiarvo 45,00 ms, keskihajonta 0,00 ms
 
 Portin avaukset ja sulkemiset
       0.000000  3.25.03,123  avattu, 9600 8N1
       0.941000  3.25.04,064  suljettu, 4 viestiä, 2 vastausta;
-                ajoneuvo jäi: pysäytetty
+                ajoneuvon tila: pysäytetty
 
 Häiriöt yksitellen
       0.520000  3.25.03,643  ei vastausta
 
 Tallentimen merkinnät
-      1.000000  3.25.04,123  the program ended with status 0
+      1.000000  3.25.04,123  ohjelma päättyi, paluuarvo 0
 
 Tietoja tallenteesta
   Tiedosto            NAME

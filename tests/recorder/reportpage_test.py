@@ -19,6 +19,8 @@ from drive.browser import Browser  # noqa: E402
 RECORDER = os.environ["VEHICLE_RECORDER"]
 LANGUAGES = {"en": "C.UTF-8", "fi": "fi_FI.UTF-8"}
 TELEPHONE = 360
+A4 = round(210 / 25.4 * 96)
+INSIDE_A4 = round((210 - 2 * 13) / 25.4 * 96)  # its margins are the page's own
 HEADER = "".join(line + "\n" for line in list(sampledrive.lines(1, False))[:4])
 
 # Contrast of two colours as WCAG 2 has it (1.4.3), of every text that is seen and of every curve.
@@ -133,6 +135,19 @@ class ReportPage(unittest.TestCase):
                          "rgb(255, 255, 255)")
         self.assertEqual(self.browser.run("return getComputedStyle(document.body).color"), "rgb(0, 0, 0)")
 
+    def test_on_paper_nothing_leaves_its_card(self):
+        self.page_of("left", "0.000000 open\n0.000100 line 115200 8N1 rtscts+xonxoff\n0.100000 > 80676e51\n"
+                     "1.000000 close\n1.000500 end\n")
+        for page in ("left.html", "fi.html", "en.html"):
+            with self.subTest(page):
+                self.browser.show(self.path(page), A4)
+                self.browser.print_media()
+                self.browser.run("document.querySelector('main').style.width = arguments[0] + 'px'", INSIDE_A4)
+                self.assertEqual(self.browser.run(
+                    "return [...document.querySelectorAll('.card, figure')].filter(one => [...one.querySelectorAll('*')]"
+                    ".some(part => part.getBoundingClientRect().right > one.getBoundingClientRect().right + 0.5))"
+                    ".map(one => one.textContent.slice(0, 60))"), [])
+
     def test_it_has_words_for_what_is_drawn(self):
         for language in LANGUAGES:
             self.browser.show(self.path(f"{language}.html"))
@@ -196,6 +211,32 @@ class ReportPage(unittest.TestCase):
         self.assertEqual(self.browser.run("return document.querySelectorAll('figure').length"), 0)
         self.assertEqual(self.browser.run("return document.documentElement.scrollWidth"), TELEPHONE)
         self.assertEqual(self.browser.complaints(), [])
+
+    def test_where_nothing_was_told_there_are_no_numbers(self):
+        self.browser.show(self.page_of("mute", "0.000000 open\n0.100000 > 00676e50\n0.200000 close\n0.300000 end\n"))
+        rows = dict(self.browser.run(
+            "return [...document.querySelectorAll('.row:not(.axis):not(.low)')].map(one => [one.querySelector('b')"
+            ".textContent, [one.querySelector('.name span').textContent, one.querySelectorAll('.scale span').length]])"))
+        for name in ("Speed", "Voltage", "Current", "Capacity"):
+            self.assertEqual(rows[name], ["Nothing to show", 0])
+        self.assertEqual(rows["Direction"][0], "103")
+        self.assertNotIn("The line", self.browser.run("return [...document.querySelectorAll('h2')]"
+                                                      ".map(one => one.textContent)"))
+
+    def test_numbers_of_neighbours_do_not_touch(self):
+        reply = "70a0b0bda1b101a2b2e2a3b300a4b4c1a5b500a6b63fa7b7a0a8b842a9b9ddaaba23abbb00acbc"
+        entries = "".join(f"{0.1 + 0.2 * number:.6f} > 00676e50\n+30000 < {reply}\n" for number in range(5))
+        page = self.page_of("constant", "0.000000 open\n" + entries + "2.000000 close\n2.000000 end\n")
+        for width in (TELEPHONE, 1100):
+            self.browser.show(page, width)
+            numbers = self.browser.run(
+                "return [...document.querySelectorAll('.scale span')].map(one => {"
+                "const box = one.getBoundingClientRect(); return [one.textContent, box.top, box.bottom]; })")
+            numbers.sort(key=lambda one: one[1])
+            self.assertGreater(len(numbers), 15)
+            for above, below in zip(numbers, numbers[1:]):
+                with self.subTest(width=width, above=above, below=below):
+                    self.assertLess(above[2], below[1])
 
     def test_a_short_recording_has_its_times(self):
         self.browser.show(self.page_of("short", "0.000000 open\n0.000200 > 00676e50\n0.000400 end\n"))

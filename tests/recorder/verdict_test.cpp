@@ -185,3 +185,31 @@ TEST(Verdict, CallsWhatALastFrameLeftByItsName) {
     EXPECT_EQ(words_of(Rest::driving, 120, english), "motor on, throttle 120");
     EXPECT_EQ(words_of(Rest::driving, 120, finnish), "moottori päällä, kaasu 120");
 }
+
+TEST(Verdict, IsRedWhereAClosingLeftTheMotorOn) {
+    Report report = good_drive();
+    report.left_on = {
+        .count = 1,
+        .first = {.opened_us = 0, .closed_us = 30'000'000, .rest = Rest::driving, .throttle = 210}};
+    EXPECT_EQ(grade_of(report), Grade::trouble);
+    EXPECT_EQ(
+        ending_of(report),
+        (Sentences{"At 03:25:33 the port was closed with the motor on and throttle 210: the vehicle was not "
+                   "brought to rest.",
+                   "The last frame brought the vehicle to rest."}));
+    EXPECT_EQ(
+        ending_of(report, finnish).front(),
+        "Portti suljettiin kello 3.25.33, kun moottori oli päällä ja kaasu 210: ajoneuvoa ei pysäytetty.");
+    report.left_on.first.rest = Rest::motor_on;
+    EXPECT_EQ(ending_of(report).front(),
+              "At 03:25:33 the port was closed with the motor on: the vehicle was not brought to rest.");
+    report.left_on.count = 3;
+    EXPECT_EQ(
+        ending_of(report).front(),
+        "The port was closed 3 times with the motor on, first at 03:25:33: the vehicle was not brought to "
+        "rest.");
+    EXPECT_EQ(
+        ending_of(report, finnish).front(),
+        "Portti suljettiin 3 kertaa moottorin ollessa päällä, ensimmäisen kerran kello 3.25.33: ajoneuvoa ei "
+        "pysäytetty.");
+}

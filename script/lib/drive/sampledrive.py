@@ -32,9 +32,9 @@ class Vehicle:
 
 
 def frame(time_s, length_s):
-    """The set-points of a moment: forwards with some turns, a way back, and more throttle towards the end."""
+    """The set-points of a moment: forwards with some turns, a way back, a rest, and more throttle towards the end."""
     share = time_s / length_s
-    if share < 0.02 or share > 0.97:
+    if share < 0.02 or share > 0.97 or 0.57 < share < 0.63:
         return 0, 103, 110, False
     backwards = 0.36 < share < 0.45
     throttle = abs(math.sin(share * 19)) * (210 if share < 0.75 else 255)
