@@ -562,7 +562,7 @@ TEST_F(Session, GrowingRecordingIsFollowedToItsEnd) {
     EXPECT_GT(silence_ms, 500);
     file << "00 note goes on\n9.000000 end x\n9.000000 end\n" << std::flush;
     EXPECT_EQ(wait(), 0);
-    EXPECT_TRUE(told().ends_with(": 1 lines that are no entries are passed over, the first is line 8\n"));
+    EXPECT_TRUE(told().ends_with(": 1 line that is no entry is passed over: line 8\n"));
 }
 
 TEST_F(Session, TimesThatRunBackwardsEndTheWatching) {
