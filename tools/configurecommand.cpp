@@ -4,10 +4,12 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string_view>
 
 #include "tools/nodesetup.h"
 #include "tools/objects.h"
+#include "tools/resultfile.h"
 #include "tools/tell.h"
 
 namespace nodevik_tool {
@@ -15,6 +17,8 @@ namespace nodevik_tool {
 namespace {
 
 using Entry = DeviceDescription::Entry;
+
+constexpr std::uint32_t not_written_on_download = 1;  // ObjFlags
 
 // Whether an error of the file is about a value that the node is to have: one that was lost, or may be another one.
 bool spoils_a_value(const DeviceDescription& description, const DescriptionFinding& finding) {
@@ -38,6 +42,40 @@ bool spoils_a_value(const DeviceDescription& description, const DescriptionFindi
                                             [](const Entry& entry) { return !entry.parameter_text.empty(); });
 }
 
+// Whether the value of an entry is the content of a file.
+bool is_downloaded(const Entry& entry) {
+    return (entry.is_domain || entry.type == ObjectDataType::domain) && !entry.download_file.empty() &&
+           entry.writable() && (entry.flags & not_written_on_download) == 0;
+}
+
+// The values of domains that stand in files of their own, beside the DCF.
+std::vector<ConfigurationValue> downloaded_values(const DeviceDescription& description) {
+    std::vector<ConfigurationValue> values;
+    for (const DeviceDescription::Object& object : description.objects()) {
+        for (const Entry& entry : object.entries) {
+            if (!is_downloaded(entry)) {
+                continue;
+            }
+            const std::string address = address_text(entry.index, entry.subindex);
+            if (!entry.parameter_text.empty()) {
+                throw Failure(
+                    ExitStatus::bad_file,
+                    description.file() + ": " + address +
+                        " has both a ParameterValue and a DownloadFile; nothing is sent before this "
+                        "is mended");
+            }
+            const auto place = std::filesystem::path(description.file()).parent_path() / entry.download_file;
+            const std::string content = file_content(place);
+            if (content.empty()) {
+                throw Failure(ExitStatus::bad_file, place.string() + ", the value of " + address +
+                                                        ", is empty; nothing is sent before this is mended");
+            }
+            values.push_back({entry.index, entry.subindex, {content.begin(), content.end()}});
+        }
+    }
+    return values;
+}
+
 // The values of the file for the node. Nothing is sent of a file that is not to be trusted in them.
 std::vector<ConfigurationValue> values_of(const DeviceDescription& description,
                                           const ConfigureArguments& arguments) {
@@ -54,6 +92,7 @@ std::vector<ConfigurationValue> values_of(const DeviceDescription& description,
                                              "' makes one for it");
     }
     std::vector<ConfigurationValue> values = configured_values(description, arguments.node);
+    const std::vector<ConfigurationValue> downloaded = downloaded_values(description);
     for (const ConfigurationValue& value : values) {
         const Entry& entry = *description.entry(value.index, value.subindex);
         if (const std::string reason = entry.out_of_limits(value.bytes, arguments.node); !reason.empty()) {
@@ -62,6 +101,7 @@ std::vector<ConfigurationValue> values_of(const DeviceDescription& description,
                                                     ": the value '" + entry.value_text() + "' " + reason);
         }
     }
+    values.insert(values.end(), downloaded.begin(), downloaded.end());
     if (values.empty() && !arguments.restore && !arguments.store) {
         throw Failure(ExitStatus::bad_file,
                       arguments.file +
@@ -86,6 +126,9 @@ Colour colour_of(ConfigurationResult result) {
 
 // A value as people read it: a number in hexadecimal where the file has it so, as COB-IDs and mapped objects are.
 std::string shown_value(const Entry& entry, const ObjectBytes& bytes) {
+    if (is_downloaded(entry)) {
+        return std::to_string(bytes.size()) + " bytes of " + printable(entry.download_file);
+    }
     const bool is_number = object_is_integer(entry.type) && !object_is_signed(entry.type);
     const std::string& text = entry.value_text();
     if (!is_number || text.find_first_of("xX") == std::string::npos) {

@@ -57,16 +57,19 @@ public:
 
     const std::map<Place, ObjectBytes>& values() const { return values_; }
     unsigned int refused() const { return refused_; }
+    // The domains of the description, which are not read: a program, or a recording of any length.
+    const std::vector<Place>& domains() const { return domains_; }
 
     // Reads all entries of a description that can be read.
     void read_described(const DeviceDescription& description) {
         std::vector<const Entry*> entries;
         for (const DeviceDescription::Object& object : description.objects()) {
             for (const Entry& entry : object.entries) {
-                const bool is_value = !entry.is_domain && entry.type != ObjectDataType::domain &&
-                                      entry.type != ObjectDataType::none;
-                if (is_value && entry.readable() && (entry.flags & not_read_on_scan) == 0 &&
-                    !is_no_setting(entry.index)) {
+                const bool is_wanted =
+                    entry.readable() && (entry.flags & not_read_on_scan) == 0 && !is_no_setting(entry.index);
+                if (is_wanted && (entry.is_domain || entry.type == ObjectDataType::domain)) {
+                    domains_.emplace_back(entry.index, entry.subindex);
+                } else if (is_wanted && entry.type != ObjectDataType::none) {
                     entries.push_back(&entry);
                 }
             }
@@ -174,8 +177,23 @@ private:
     SdoTransfers* transfers_;
     program::Progress progress_;
     std::map<Place, ObjectBytes> values_;
+    std::vector<Place> domains_;
     unsigned int refused_ = 0;
 };
+
+// Tells which domains the DCF lacks.
+void tell_domains(unsigned int node, const std::vector<Place>& domains) {
+    if (domains.empty()) {
+        return;
+    }
+    std::string list;
+    for (const auto& [index, subindex] : domains) {
+        list += (list.empty() ? "" : ", ") + address_text(index, subindex);
+    }
+    tell("domains are not read, and left out of the DCF: " + list + "; 'nodevik sdo read " +
+         std::to_string(node) + " " + address_text(domains.front().first, domains.front().second) +
+         " --out FILE' keeps one");
+}
 
 // Writes a description of what has been read of the communication profile (CiA 306-1).
 class ProfileWriter {
@@ -391,6 +409,7 @@ ExitStatus dump_node(const Session& session, unsigned int node, const std::strin
          (left_out > 0 ? "; " + std::to_string(left_out) +
                              " that it receives in PDOs are no settings, and are left out of the DCF"
                        : std::string()));
+    tell_domains(node, dump.domains());
     if (dump.refused() > 0) {
         throw Failure(ExitStatus::refused, name + " has refused " + std::to_string(dump.refused()) +
                                                " entries, which the DCF lacks");

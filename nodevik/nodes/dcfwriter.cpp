@@ -323,11 +323,17 @@ std::string DeviceDescription::set_commissioning(const Commissioning& commission
     if (commissioning.node_id > 127) {
         return "the node number is not 1 to 127";
     }
-    for (const auto& [key, text] : {std::pair("NodeName", &commissioning.node_name),
-                                    std::pair("NetworkName", &commissioning.network_name)}) {
-        const std::string reason = unfit_for_a_line(key, *text);
-        if (!reason.empty()) {
-            return std::string(key) + " " + reason;
+    struct Name {
+        const char* key;
+        const std::string& text;
+        const std::string& before;
+    };
+    const Name names[] = {{"NodeName", commissioning.node_name, commissioning_.node_name},
+                          {"NetworkName", commissioning.network_name, commissioning_.network_name}};
+    for (const Name& name : names) {
+        const std::string reason = unfit_for_a_line(name.key, name.text);
+        if (!reason.empty() && name.text != name.before) {  // what the file has keeps its line
+            return std::string(name.key) + " " + reason;
         }
     }
     commissioning_ = commissioning;

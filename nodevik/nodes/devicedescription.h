@@ -290,7 +290,7 @@ public:
     /// @{
 
     /// Says whose description it is. What is out of range is not taken.
-    /// @param commissioning  node_id 0 to 127; texts of ISO 646 characters, lines of at most 255
+    /// @param commissioning  node_id 0 to 127; texts of ISO 646 characters, lines of at most 255, or those of the file
     /// @return why it was not taken; empty when it was
     std::string set_commissioning(const Commissioning& commissioning);
 

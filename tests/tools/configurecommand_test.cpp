@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
 
 #include "tests/support/runningprogram.h"
+#include "tests/support/temporaryfile.h"
 #include "tests/tools/scriptednode.h"
 #include "tests/tools/simulatedbus.h"
 
@@ -174,6 +176,53 @@ TEST_F(Configure, SetsUpTheSimulator) {
     EXPECT_EQ(second.err, "nodevik: node 5: 6 same; nothing was written\n");
     // Nobody commands a state, and the other node is left alone.
     expect_requests_alone(nodes.heard());
+}
+
+TEST_F(Configure, WritesTheContentOfAFileIntoADomain) {
+    const SimulatedBus bus(NODEVIK, NODE_SIMULATOR, {"--nodes", "5"});
+    const TemporaryFile program;  // longer than what the node has, and then shorter
+    const std::string name = program.path().substr(program.path().rfind('/') + 1);
+    std::ifstream eds_file(EDS);
+    std::string text{std::istreambuf_iterator<char>(eds_file), {}};
+    text.insert(text.find('\n', text.find("[2006]")) + 1, "DownloadFile=" + name + "\n");
+    const TemporaryFile dcf;  // in the same directory
+    dcf.write(text);
+    for (const std::string& content : {std::string(5000, 'p'), std::string("short")}) {
+        program.write(content);
+        const std::string line = std::to_string(content.size()) + " bytes of " + name + "  Large domain\n";
+        EXPECT_EQ(bus.run_patiently({"configure", "5", dcf.path(), "--dry-run"}).out,
+                  "0x2006:0    would-write  " + line);
+        const ChildResult result = bus.run_patiently({"configure", "5", dcf.path()});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, "0x2006:0    written      " + line);
+        EXPECT_EQ(bus.run_patiently({"configure", "5", dcf.path()}).out, "0x2006:0    same         " + line);
+        EXPECT_EQ(bus.run_patiently({"sdo", "read", "5", "0x2006", "--type", "oct"}).out, content);
+    }
+}
+
+TEST_F(Configure, SendsNothingWhenTheContentOfADomainIsNotClear) {
+    const SimulatedBus bus(NODEVIK, NODE_SIMULATOR, {"--nodes", "5"});
+    const TemporaryFile empty;
+    std::ifstream eds_file(EDS);
+    const std::string text{std::istreambuf_iterator<char>(eds_file), {}};
+    const TemporaryFile dcf;
+    const auto told = [&](const std::string& lines) {
+        std::string changed = text;
+        dcf.write(changed.insert(changed.find('\n', changed.find("[2006]")) + 1, lines));
+        const ChildResult result = bus.run({"configure", "5", dcf.path()});
+        EXPECT_EQ(result.status, 5);
+        return result.err;
+    };
+    EXPECT_EQ(told("DownloadFile=/no/such\n"),
+              "nodevik: /no/such cannot be read: No such file or directory\n");
+    EXPECT_EQ(told("DownloadFile=" + empty.path() + "\n"),
+              "nodevik: " + empty.path() +
+                  ", the value of 0x2006:0, is empty; nothing is sent before this is mended\n");
+    EXPECT_EQ(told("DownloadFile=" + empty.path() + "\nParameterValue=01\n"),
+              "nodevik: " + dcf.path() +
+                  ": 0x2006:0 has both a ParameterValue and a DownloadFile; nothing is sent before this is "
+                  "mended\n");
+    EXPECT_EQ(bus.heard(), Frames());
 }
 
 TEST_F(Configure, StoresWhenAllIsWell) {

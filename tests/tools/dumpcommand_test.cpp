@@ -98,7 +98,10 @@ private:
 
 const std::string left_out =
     "nodevik: node 5: 8 values read; 2 that it receives in PDOs are no settings, and are left out of the "
-    "DCF\n";
+    "DCF\n"
+    "nodevik: domains are not read, and left out of the DCF: 0x2005:0; 'nodevik sdo read 5 0x2005:0 --out "
+    "FILE' "
+    "keeps one\n";
 
 }  // namespace
 
@@ -301,6 +304,18 @@ TEST_F(Dump, TellsValuesThatNoDcfCanHold) {
               "the DCF\n" +
                   left_out);
     EXPECT_EQ(run_program({NODEVIK, "eds", "check", dcf()}).status, 0);
+}
+
+TEST_F(Dump, TellsNumbersThatAreNotAsLongAsTheDescriptionHasThem) {
+    node().sdo.objects[0x200000] = {0x70, 0x11, 0x01, 0x00};  // 70000, which cut would be 4464
+    node().start();
+    const ChildResult result = dump(node(), {"--eds", eds(), dcf()});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err,
+              "nodevik: 0x2000:0: the node's value has 4 bytes, and INTEGER16 has 2, and is left out of the "
+              "DCF\n" +
+                  left_out);
+    EXPECT_EQ(value("2000"), "");
 }
 
 TEST_F(Dump, MakesNothingOfANodeThatIsAnotherOne) {

@@ -32,6 +32,20 @@ TEST(EdsShow, HasALineForEachEntry) {
               "0x2001:1    u32     rw       Inputs/Source = $NODEID+0x180\n");
 }
 
+TEST(EdsShow, KeepsTheTextsOfAFileFromCommandingTheTerminal) {
+    const TemporaryFile file;
+    file.write(
+        "[1000]\nParameterName=a\x1b[31mb\xC2\x9B"
+        "2J\nObjectType=7\nDataType=9\nAccessType=rw\n"
+        "DefaultValue=c\x7f\nLowLimit=\x1b[0m\n");
+    const ChildResult shown = eds({"show", file.path()});
+    EXPECT_NE(shown.out.find("a\\x1B[31mb\\xC2\\x9B2J = c\\x7F"), std::string::npos) << shown.out;
+    for (const std::string& text : {shown.out, shown.err, eds({"check", file.path()}).out}) {
+        EXPECT_EQ(text.find_first_of("\x1b\x7f"), std::string::npos) << text;
+        EXPECT_EQ(text.find("\xC2\x9B"), std::string::npos) << text;
+    }
+}
+
 TEST(EdsShow, HasAnObjectForEachEntryInJson) {
     const TemporaryFile file;
     file.write(description_text);
@@ -155,6 +169,16 @@ TEST(EdsDcf, KeepsTheValuesOfADcfAndTakesThoseOffThatAreEmpty) {
     eds({"dcf", first.path(), "6", "0x100C=", "--out", second.path()});
     const ChildResult result = eds({"diff", first.path(), second.path()});
     EXPECT_EQ(result.out, "DeviceComissioning  NodeID 5 -> 6\n0x100C:0    value 7 -> none  Guard time\n");
+}
+
+TEST(EdsDcf, KeepsNamesOfOtherLanguages) {
+    const TemporaryFile file;
+    const std::string names = "NodeName=H\xC3\xA4nde\nNetworkName=n\xF6rdlich\n";
+    file.write(description_text + "[DeviceComissioning]\nNodeID=5\n" + names);
+    const ChildResult result = eds({"dcf", file.path(), "6"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_NE(result.out.find("NodeID=6\n" + names), std::string::npos) << result.out;
 }
 
 TEST(EdsDcf, ShowsTheValuesInJson) {

@@ -128,6 +128,17 @@ TEST(Dcf, ChangesTheCommissioningOfADcf) {
     EXPECT_EQ(dcf(description), "[DeviceComissioning]\nNodeID=6\nNodeRefd=x\nCANopenManager=0\n" + variable);
 }
 
+TEST(Dcf, KeepsNamesThatOnlyAnotherFileMayHave) {
+    const std::string names = "NodeName=H\xC3\xA4nde\nNetworkName=n\xF6rdlich\n";
+    auto description = read("[DeviceComissioning]\nNodeID=5\n" + names + variable);
+    auto commissioning = description.commissioning();
+    commissioning.node_id = 6;
+    EXPECT_EQ(description.set_commissioning(commissioning), "");
+    EXPECT_NE(description.dcf({}).find("NodeID=6\n" + names), std::string::npos) << description.dcf({});
+    commissioning.node_name += "\xC3\xA4";
+    EXPECT_EQ(description.set_commissioning(commissioning), "NodeName has characters that a DCF cannot hold");
+}
+
 TEST(Dcf, RefusesACommissioningThatIsNone) {
     auto description = read(variable);
     Commissioning commissioning;
