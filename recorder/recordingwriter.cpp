@@ -1,6 +1,7 @@
 #include "recorder/recordingwriter.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +35,7 @@ RecordingWriter::RecordingWriter(const std::string& path, const RecordingHeader&
     if (descriptor_ < 0) {
         refuse(path, errno);
     }
+    flock(descriptor_, LOCK_SH | LOCK_NB);
     const std::string text = text_of(header);
     const ssize_t count = ::write(descriptor_, text.data(), text.size());
     if (count != static_cast<ssize_t>(text.size())) {
@@ -50,7 +52,8 @@ RecordingWriter::~RecordingWriter() {
 }
 
 void RecordingWriter::write(const Entry& entry) {
-    note_losses(entry.time_us);
+    last_us_ = entry.time_us;
+    note_losses();
     if (has_bytes(entry) && (lost_ > 0 || waiting_.size() + 2 * entry.bytes.size() > waiting_bytes)) {
         lost_ += entry.bytes.size();
     } else if (waiting_.size() < waiting_bytes + small_bytes && !(has_bytes(entry) && entry.bytes.empty())) {
@@ -60,7 +63,7 @@ void RecordingWriter::write(const Entry& entry) {
 }
 
 void RecordingWriter::tick(std::uint64_t now_us) {
-    note_losses(now_us);
+    note_losses();
     if (now_us >= due_us() || waiting_.size() >= collected_bytes) {
         put(now_us);
     }
@@ -77,7 +80,8 @@ bool RecordingWriter::flush(std::uint64_t now_us) {
 
 bool RecordingWriter::end(std::uint64_t now_us) {
     flush(now_us);
-    note_losses(now_us);
+    last_us_ = now_us;
+    note_losses();
     append({.time_us = now_us, .kind = EntryKind::end, .bytes = {}, .settings = {}, .text = {}});
     return flush(now_us);
 }
@@ -89,10 +93,11 @@ void RecordingWriter::append(const Entry& entry) {
     formatter_.append(waiting_, entry);
 }
 
-// Tells of what is not recorded as soon as there is room again.
-void RecordingWriter::note_losses(std::uint64_t now_us) {
+// Tells of what is not recorded as soon as there is room again: with the time of the last entry, since those that follow
+// may be older than the clock tells now.
+void RecordingWriter::note_losses() {
     if (lost_ > 0 && waiting_.size() < waiting_bytes / 2) {
-        append({.time_us = now_us,
+        append({.time_us = last_us_,
                 .kind = EntryKind::note,
                 .bytes = {},
                 .settings = {},
@@ -121,7 +126,9 @@ bool RecordingWriter::put(std::uint64_t now_us) {
     }
     waiting_.erase(0, written);
     oldest_us_ = now_us;
-    fdatasync(descriptor_);
+    if (fdatasync(descriptor_) != 0) {  // what the system had taken is lost
+        fail(errno);
+    }
     return waiting_.empty();
 }
 

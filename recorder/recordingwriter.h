@@ -16,9 +16,9 @@ namespace vehicle_recorder {
 /// Appends entries to a new file.
 ///
 /// Lines are collected and given to the disk (write(2), fdatasync(2)) once they are a second old, or many. A disk that
-/// takes nothing is told once, and tried again each second: lines that wait for it are kept up to a limit, beyond it
+/// takes nothing, or loses what it has taken, is told once, and tried again each second: lines that wait for it are kept up to a limit, beyond it
 /// entries are dropped, and once there is room again a note tells how many bytes were not recorded. What is in the file
-/// is at each moment the beginning of a whole recording.
+/// is at each moment the beginning of a whole recording. As long as it is written the file has a shared lock (flock(2)).
 ///
 /// Time comes in with the entries and with tick(), as microseconds since the start: no clock is looked at. A call waits
 /// for the disk as long as the disk takes, so this stands in a process or thread that may wait.
@@ -75,7 +75,7 @@ public:
 private:
     bool put(std::uint64_t now_us);
     void fail(int reason);
-    void note_losses(std::uint64_t now_us);
+    void note_losses();
     void append(const Entry& entry);
 
     std::string path_;
@@ -83,6 +83,7 @@ private:
     int descriptor_ = -1;
     EntryFormatter formatter_;
     std::string waiting_;
+    std::uint64_t last_us_ = 0;    // of the last entry that came
     std::uint64_t oldest_us_ = 0;  // of what waits
     std::uint64_t retry_us_ = 0;   // a disk that takes nothing is not tried again before
     std::uint64_t lost_ = 0;       // bytes of the line that are not recorded and not told of yet

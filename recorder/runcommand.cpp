@@ -1,7 +1,7 @@
 // The command `run`: a program on the vehicle's line, which is recorded meanwhile.
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <fcntl.h>
+#include <sys/file.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -19,6 +19,7 @@
 #include "program/linepreload.h"
 #include "recorder/commandoptions.h"
 #include "recorder/commands.h"
+#include "recorder/descriptor.h"
 #include "recorder/session.h"
 
 namespace vehicle_recorder {
@@ -74,20 +75,29 @@ std::string new_name(const files::path& directory) {
     return file.string();
 }
 
-// Leaves the newest recordings of the directory, of those that were named by new_name().
-void remove_all_but(const files::path& directory, std::size_t count) {
-    std::vector<files::path> recordings;
+bool is_being_written(const files::path& recording) {
+    const Descriptor file(open(recording.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    return file.get() >= 0 && flock(file.get(), LOCK_EX | LOCK_NB) != 0;  // RecordingWriter holds it
+}
+
+// Leaves a recording and the newest others of its directory, of those that were named by new_name(). The clock may have
+// been wrong: this one stays whatever its name tells.
+void remove_all_but(const files::path& newest, std::size_t count) {
+    std::vector<files::path> others;
     std::error_code failure;
-    for (const files::directory_entry& entry : files::directory_iterator(directory, failure)) {
+    for (const files::directory_entry& entry : files::directory_iterator(newest.parent_path(), failure)) {
         const std::string name = entry.path().filename().string();
         if (name.starts_with(file_beginning) && name.ends_with(file_ending) &&
-            entry.is_regular_file(failure)) {
-            recordings.push_back(entry.path());
+            name != newest.filename().string() && entry.is_regular_file(failure)) {
+            others.push_back(entry.path());
         }
     }
-    std::sort(recordings.begin(), recordings.end());
-    for (std::size_t i = 0; i + count < recordings.size(); i++) {
-        files::remove(recordings[i], failure);
+    std::sort(others.begin(), others.end(),
+              [](const files::path& one, const files::path& other) { return one.stem() < other.stem(); });
+    for (std::size_t i = 0; i + count <= others.size(); i++) {
+        if (!is_being_written(others[i])) {
+            files::remove(others[i], failure);
+        }
     }
 }
 
@@ -105,7 +115,7 @@ int run(RunOptions options) {
     std::fprintf(stderr, "vehicle-recorder: recording into %s\n", session.out.c_str());
     const int status = run_session(session);
     if (options.keep > 0) {
-        remove_all_but(directory, options.keep);  // not before there is a new one
+        remove_all_but(session.out, options.keep);  // not before there is a new one
     }
     return status;
 }

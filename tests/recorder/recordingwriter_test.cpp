@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -17,6 +18,18 @@
 #include "tests/recorder/recordings.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/temporaryfile.h"
+
+namespace {
+
+int reason_of_lost_data = 0;
+
+}  // namespace
+
+// The system's, with a disk that fails when it is told to.
+extern "C" int fdatasync(int /*descriptor*/) {
+    errno = reason_of_lost_data;
+    return reason_of_lost_data != 0 ? -1 : 0;
+}
 
 namespace vehicle_recorder {
 namespace {
@@ -97,6 +110,29 @@ TEST_F(RecordingWriterTest, LossesBeforeItAreNoted) {
     writer->write(entry_of(3, EntryKind::sent, {1}));
     writer->end(4);
     EXPECT_EQ(body(), "0.000003 note bytes not recorded 17\n0.000003 > 01\n0.000004 end\n");
+}
+
+// What comes through the pipe may be older than the clock tells when the loss becomes known.
+TEST_F(RecordingWriterTest, NotedLossNeverMakesTimesRunBackwards) {
+    writer->write(entry_of(1'000'000, EntryKind::sent, {1}));
+    writer->lose(5);
+    writer->tick(3'000'000);
+    writer->write(entry_of(2'000'000, EntryKind::sent, {2}));
+    writer->end(2'000'001);
+    EXPECT_EQ(body(), "1.000000 > 01\n1.000000 note bytes not recorded 5\n2.000000 > 02\n2.000001 end\n");
+}
+
+TEST_F(RecordingWriterTest, DiskThatLosesWhatItHasTakenIsToldOnce) {
+    reason_of_lost_data = EIO;
+    writer->write(entry_of(0, EntryKind::open));
+    for (std::uint64_t second = 1; second < 5; second++) {
+        writer->write(entry_of(second * 1'000'000, EntryKind::sent, {1}));
+    }
+    EXPECT_TRUE(writer->end(5'000'000));
+    reason_of_lost_data = 0;
+    EXPECT_EQ(told, std::vector<std::string>{file.path() +
+                                             " takes nothing more, the line is carried on without being "
+                                             "recorded: Input/output error"});
 }
 
 TEST_F(RecordingWriterTest, EntryWithoutBytesIsNone) {

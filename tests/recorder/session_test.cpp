@@ -326,6 +326,48 @@ TEST_F(Session, RecordingWithoutANameGoesIntoTheDirectoryAndTheOldestGo) {
     EXPECT_TRUE(ends_with(recorded(directory + "/" + names[2]), {"end"}));
 }
 
+// The clock may have been wrong meanwhile; the second recording of a second has a number behind its name.
+TEST_F(Session, RecordingThatWasJustMadeStaysThoughOthersSeemNewer) {
+    const std::string directory = place / "kept";
+    files::create_directories(directory);
+    for (const std::string name :
+         {"vehicle-29990101-000000.recording", "vehicle-29990101-000000-2.recording"}) {
+        std::ofstream(directory + "/" + name) << "x";
+    }
+    EXPECT_EQ(run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(), "--directory", directory,
+                           "--keep", "2", "--", "true"})
+                  .status,
+              0);
+    std::vector<std::string> names;
+    for (const auto& entry : files::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_TRUE(ends_with(recorded(directory + "/" + names[0]), {"end"}));
+    EXPECT_EQ(names[1], "vehicle-29990101-000000-2.recording");
+}
+
+TEST_F(Session, RecordingThatIsBeingWrittenStays) {
+    const std::string directory = place / "kept";
+    files::create_directories(directory);
+    out = directory + "/vehicle-20200101-000000.recording";
+    start(drive_off + until(place / "go"));
+    EXPECT_EQ(vehicle.receive(4), driving_frame);
+    const PseudoTerminal other;
+    const std::vector<std::string> next = {
+        VEHICLE_RECORDER, "run",    "--device", other.path(), "--directory",
+        directory,        "--keep", "1",        "--",         "true"};
+    EXPECT_EQ(run_program(next).status, 0);
+    EXPECT_TRUE(files::exists(out));
+    std::ofstream(place / "go") << "";
+    EXPECT_EQ(wait(), 0);
+    EXPECT_TRUE(ends_with(recorded(out), {"end"}));
+    EXPECT_EQ(run_program(next).status, 0);
+    EXPECT_EQ(std::distance(files::directory_iterator(directory), files::directory_iterator()), 1);
+    EXPECT_FALSE(files::exists(out));
+}
+
 TEST_F(Session, NoRecordingGoesForOneThatDidNotComeAbout) {
     const std::string directory = place / "kept";
     files::create_directories(directory);
