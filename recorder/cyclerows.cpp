@@ -148,6 +148,20 @@ constexpr std::array<Column, 24> columns = {{
      }},
 }};
 
+// Those that make curves, by their place in the table.
+constexpr std::array<std::string_view, 9> curve_names = {
+    "time_s", "throttle", "direction", "bucket", "motor", "speed_rpm", "voltage", "current", "capacity_ah"};
+
+constexpr std::array<std::size_t, curve_names.size()> curves = [] {
+    std::array<std::size_t, curve_names.size()> places = {};
+    for (std::size_t curve = 0; curve < curve_names.size(); curve++) {
+        while (columns[places[curve]].name != curve_names[curve]) {
+            ++places[curve];
+        }
+    }
+    return places;
+}();
+
 Context context_of(const Cycle& cycle, const RecordingHeader& header) {
     const bool has_frame = cycle.number > 0;
     return {.cycle = cycle,
@@ -175,6 +189,35 @@ std::string csv_row(const Cycle& cycle, const RecordingHeader& header) {
     for (const Column& column : columns) {
         text += &column == columns.data() ? "" : ",";
         column.append(text, context);
+    }
+    return text + "\n";
+}
+
+std::string curve_head() {
+    std::string text;
+    for (const std::string_view name : curve_names) {
+        text += text.empty() ? "" : ",";
+        text += name;
+    }
+    return text + "\n";
+}
+
+std::string curve_row(const Cycle& cycle, const RecordingHeader& header) {
+    const Context context = context_of(cycle, header);
+    std::string text;
+    for (const std::size_t curve : curves) {
+        text += text.empty() ? "" : ",";
+        const std::size_t length = text.size();
+        columns[curve].append(text, context);
+        text += text.size() == length ? "nan" : "";
+    }
+    return text + "\n";
+}
+
+std::string curve_gap(std::uint64_t time_us) {
+    std::string text = seconds_text(time_us);
+    for (std::size_t curve = 1; curve < curves.size(); curve++) {
+        text += ",nan";
     }
     return text + "\n";
 }

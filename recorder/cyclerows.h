@@ -20,6 +20,17 @@ std::string csv_row(const Cycle& cycle, const RecordingHeader& header);
 /// A cycle as a JSON object with the columns' names, without a line end. What is not known is null.
 std::string json_row(const Cycle& cycle, const RecordingHeader& header);
 
+/// The names of those columns that a drive's curves are made of, as the first line of a CSV file: the time, the
+/// set-points, and what the vehicle tells.
+std::string curve_head();
+
+/// A cycle as a line of that file. What is not known is "nan", which interrupts a curve.
+std::string curve_row(const Cycle& cycle, const RecordingHeader& header);
+
+/// A line that interrupts all curves.
+/// @param time_us  when, since the start
+std::string curve_gap(std::uint64_t time_us);
+
 }  // namespace vehicle_recorder
 
 #endif

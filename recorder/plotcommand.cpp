@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -31,39 +32,50 @@ using program::Failure;
 constexpr const char* plotting_program = "nodevik-plot";
 constexpr int status_of_signals = 128;
 
-// A file in the directory for temporary files that goes with the object.
+// A file with the recording's name, which the window shows, below the directory for temporary files. It goes with the
+// object.
 class TemporaryTable {
 public:
-    TemporaryTable() {
+    explicit TemporaryTable(const std::string& recording) {
         const char* const directory = std::getenv("TMPDIR");
-        const std::string ending = ".csv";
-        path_ = std::string(directory == nullptr || *directory == '\0' ? "/tmp" : directory) +
-                "/vehicle-recorder-XXXXXX" + ending;
-        const int descriptor = mkstemps(path_.data(), static_cast<int>(ending.size()));
-        if (descriptor < 0) {
-            throw Failure(ExitStatus::bad_file, path_ + " cannot be written: " + std::strerror(errno));
+        directory_ = std::string(directory == nullptr || *directory == '\0' ? "/tmp" : directory) +
+                     "/vehicle-recorder-XXXXXX";
+        if (mkdtemp(directory_.data()) == nullptr) {
+            throw Failure(ExitStatus::bad_file, directory_ + " cannot be written: " + std::strerror(errno));
         }
-        close(descriptor);
+        path_ = directory_ + "/" + std::filesystem::path(recording).stem().string() + ".csv";
     }
-    ~TemporaryTable() { unlink(path_.c_str()); }
+    ~TemporaryTable() {
+        unlink(path_.c_str());
+        rmdir(directory_.c_str());
+    }
     TemporaryTable(const TemporaryTable&) = delete;
     TemporaryTable& operator=(const TemporaryTable&) = delete;
 
     const std::string& path() const { return path_; }
 
 private:
+    std::string directory_;
     std::string path_;
 };
 
 void write_table(const std::string& recording, const std::string& table, const Interrupts& interrupts) {
     RecordingReader reader(recording);
     ResultStream output(table, interrupts);
-    bool has_rows = false;
     bool has_frames = false;
+    std::uint64_t last_us = 0;
     CycleBuilder builder([&](const Cycle& cycle) {
-        output.add((has_rows ? "" : csv_head()) + csv_row(cycle, reader.header()));
-        has_rows = true;
-        has_frames = has_frames || cycle.number > 0;
+        if (cycle.number == 0) {
+            return;
+        }
+        if (!has_frames) {
+            output.add(curve_head());
+        } else if (!cycle.since_us) {
+            output.add(curve_gap(last_us));  // the line was closed meanwhile
+        }
+        output.add(curve_row(cycle, reader.header()));
+        has_frames = true;
+        last_us = cycle.time_us;
     });
     read_through(reader, interrupts, true, [&builder](const Entry& entry) {
         builder.add(entry);
@@ -132,7 +144,7 @@ int watch_window(pid_t child, const Interrupts& interrupts) {
 
 int plot(const std::string& recording) {
     const Interrupts interrupts;
-    const TemporaryTable table;
+    const TemporaryTable table(recording);
     write_table(recording, table.path(), interrupts);
     return watch_window(start_window(table.path()), interrupts);
 }

@@ -56,16 +56,25 @@ private:
 
 }  // namespace
 
-TEST_F(PlotCommand, GivesTheWindowTheTableThatIsExported) {
-    install_window("[ $# -eq 1 ] && case $1 in *.csv) cp \"$1\" \"$KEPT\" ;; esac\n");
+TEST_F(PlotCommand, GivesTheWindowTheCurvesUnderTheRecordingsName) {
+    install_window("[ $# -eq 1 ] && case $1 in */drive.csv) cp \"$1\" \"$KEPT\" ;; esac\n");
+    std::ofstream(path("drive.rec"))
+        << recording_header +
+               "0.000000 open\n0.200000 < 01\n0.300000 > 00676e50\n"
+               "+40000 < 70a0b0bda1b101a2b2e2a3b300a4b4c1a5b500a6b63fa7b7a0a8b842a9b9ddaaba23abbb00acbc\n"
+               "0.500000 > 78672f51\n0.600000 close\n5.000000 open\n5.300000 > 78672f58\n"
+               "5.400000 close\n5.500000 end\n";
     const ChildResult result = plot(path("drive.rec"));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "");
-    const ChildResult exported = run_program({VEHICLE_RECORDER, "export", "--csv", path("drive.rec")});
-    EXPECT_EQ(exported.status, 0);
-    EXPECT_NE(exported.out, "");
-    EXPECT_EQ(kept(), exported.out);
+    // The line is interrupted while the port is closed, and where nothing is known.
+    EXPECT_EQ(kept(),
+              "time_s,throttle,direction,bucket,motor,speed_rpm,voltage,current,capacity_ah\n"
+              "0.300000,0,103,110,off,1280,482,193,63\n"
+              "0.500000,120,103,47,on,nan,nan,nan,nan\n"
+              "0.500000,nan,nan,nan,nan,nan,nan,nan,nan\n"
+              "5.300000,nan,nan,nan,nan,nan,nan,nan,nan\n");
     EXPECT_TRUE(nothing_left());
 }
 
