@@ -54,8 +54,9 @@ std::string data_text(const ShownFrame& frame, const char* pattern) {
 }
 
 // Whether a description can have something about a frame.
-bool has_objects(const ShownFrame& frame) {
-    return !frame.extended && !frame.error && !frame.remote;
+// @param segment  of a block transfer, 0 when it is none
+bool has_objects(const ShownFrame& frame, unsigned int segment) {
+    return !frame.extended && !frame.error && !frame.remote && segment == 0;
 }
 
 // What kinds look like on a terminal; the others are plain.
@@ -121,6 +122,7 @@ bool FramePresenter::is_wanted(const ShownFrame& frame, const FrameKind& kind) c
 
 void FramePresenter::show(const ShownFrame& frame) {
     const FrameKind kind = kind_of(frame);
+    const unsigned int segment = blocks_.take(frame);
     if (is_complete() || !is_wanted(frame, kind)) {
         return;
     }
@@ -133,9 +135,9 @@ void FramePresenter::show(const ShownFrame& frame) {
         identifier.kind = kind;
         ++identifier.frames;
     } else if (output_->json()) {
-        show_json(frame, kind);
+        show_json(frame, kind, segment);
     } else {
-        show_text(frame, kind);
+        show_text(frame, kind, segment);
     }
 }
 
@@ -155,7 +157,7 @@ nlohmann::ordered_json FramePresenter::objects_json(const ShownFrame& frame) con
     return list;
 }
 
-void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
+void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind, unsigned int segment) {
     nlohmann::ordered_json object{{"time", json_time(frame.time_us)},
                                   {"bus", frame.name.data()},
                                   {"id", identifier_text(frame, "0x%03X", "0x%08X")},
@@ -174,7 +176,7 @@ void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
     if (frame.error) {
         object["error"] = true;
     }
-    if (has_objects(frame)) {
+    if (has_objects(frame, segment)) {
         if (auto objects = objects_json(frame); !objects.empty()) {
             object["objects"] = std::move(objects);
         }
@@ -182,7 +184,7 @@ void FramePresenter::show_json(const ShownFrame& frame, const FrameKind& kind) {
     output_->object(object);
 }
 
-void FramePresenter::show_text(const ShownFrame& frame, const FrameKind& kind) {
+void FramePresenter::show_text(const ShownFrame& frame, const FrameKind& kind, unsigned int segment) {
     if (options_.raw) {
         if (!frame.error) {
             std::array<char, longest_log_line> line{};
@@ -196,8 +198,8 @@ void FramePresenter::show_text(const ShownFrame& frame, const FrameKind& kind) {
                   frame.name.data(), identifier_text(frame, "%03X", "%08X").c_str(), frame.length,
                   data.c_str());
     std::string line = head.data();
-    std::string meaning = frame_words(frame);
-    if (has_objects(frame)) {
+    std::string meaning = segment == 0 ? frame_words(frame) : segment_words(frame, segment);
+    if (has_objects(frame, segment)) {
         if (const std::string names = names_.names(frame.identifier, frame.length, frame.data.data());
             !names.empty()) {
             meaning += (meaning.empty() ? "" : "  ") + printable(names);

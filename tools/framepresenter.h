@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "nodevik/nodes/devicepdo.h"
+#include "tools/blocksegments.h"
 #include "tools/framewords.h"
 #include "tools/objects.h"
 #include "tools/session.h"
@@ -67,13 +68,14 @@ private:
 
     bool is_wanted(const ShownFrame& frame, const FrameKind& kind) const;
     nlohmann::ordered_json objects_json(const ShownFrame& frame) const;
-    void show_json(const ShownFrame& frame, const FrameKind& kind);
-    void show_text(const ShownFrame& frame, const FrameKind& kind);
+    void show_json(const ShownFrame& frame, const FrameKind& kind, unsigned int segment);
+    void show_text(const ShownFrame& frame, const FrameKind& kind, unsigned int segment);
 
     Output* output_;
     FrameOptions options_;
     Descriptions descriptions_;
     FrameNames names_;
+    BlockSegments blocks_;
     std::set<std::string> kinds_;
     std::pair<unsigned int, unsigned int> identifiers_{0, UINT32_MAX};
     std::map<std::pair<bool, unsigned int>, Identifier> statistics_;

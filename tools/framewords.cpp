@@ -132,8 +132,12 @@ std::string expedited_words(const ShownFrame& frame) {
     return bytes_text(&frame.data[4], count);
 }
 
+std::string sdo_head(unsigned int node, bool is_request) {
+    return print(is_request ? "SDO request to node %u: " : "SDO answer of node %u: ", node);
+}
+
 std::string sdo_words(const ShownFrame& frame, unsigned int node, bool is_request) {
-    const std::string head = print(is_request ? "SDO request to node %u: " : "SDO answer of node %u: ", node);
+    const std::string head = sdo_head(node, is_request);
     if (frame.length != 8) {
         return head + "wrong length";
     }
@@ -296,6 +300,14 @@ std::string frame_words(const ShownFrame& frame) {
     }
     return print(kind.word[0] == 't' ? "%s of node %u" : "%s to node %u", function_of(frame.identifier)->name,
                  kind.node);
+}
+
+std::string segment_words(const ShownFrame& frame, unsigned int number) {
+    const FrameKind kind = kind_of(frame);
+    const bool is_last = (frame.data[0] & 0x80) != 0;
+    return sdo_head(kind.node, kind.word == "sdo-request") +
+           print(is_last ? "last block segment %u, " : "block segment %u, ", number) +
+           bytes_text(&frame.data[1], 7);
 }
 
 unsigned int frame_bits(const ShownFrame& frame) {

@@ -39,6 +39,11 @@ const std::vector<std::string>& frame_kinds();
 /// What a frame says: "NMT start, node 5", "SDO answer of node 5: 0x1018:1 is 01 04 00 00".
 std::string frame_words(const ShownFrame& frame);
 
+/// What a segment of a block transfer says: "SDO request to node 5: block segment 3, 01 02 03 04 05 06 07". The last one
+/// may hold more bytes than the object has left; how many they are is told at the end.
+/// @param number  of the segment, see BlockSegments
+std::string segment_words(const ShownFrame& frame, unsigned int number);
+
 /// How many bits a frame has on a bus, with half of the stuff bits that it could have at most (ISO 11898-1).
 unsigned int frame_bits(const ShownFrame& frame);
 

@@ -230,6 +230,28 @@ TEST(Decode, NamesTheObjectsOfADescription) {
         << result.out;
 }
 
+TEST(Decode, TellsTheSegmentsOfABlockFromOtherFrames) {
+    std::string text =
+        "(1763768400.000000) can0 605#C6062000C5010000\n(1763768400.000000) can0 585#A40620007F000000\n";
+    for (unsigned int number = 1; number <= 65; ++number) {
+        char line[64];
+        std::snprintf(line, sizeof line, "(1763768400.000000) can0 605#%02X18100100000000\n",
+                      number == 65 ? number | 0x80 : number);
+        text += line;
+    }
+    const TemporaryFile log;
+    log.write(text);
+    const std::string out = decode(log.path(), {"--id", "0x605", "--eds", EDS}).out;
+    EXPECT_NE(out.find("SDO request to node 5: block segment 64, 18 10 01 00 00 00 00\n"), std::string::npos)
+        << out;
+    EXPECT_NE(out.find("SDO request to node 5: last block segment 65, 18 10 01 00 00 00 00\n"),
+              std::string::npos)
+        << out;
+    const std::string json = decode(log.path(), {"--json", "--eds", EDS}).out;
+    EXPECT_NE(json.find("Large domain"), std::string::npos) << json;
+    EXPECT_EQ(json.find("Identity"), std::string::npos) << json;
+}
+
 TEST(Decode, HasColoursOnATerminalAlone) {
     const TemporaryFile log;
     log.write("(1763768400.000001) can0 085#0010010000000000\n(1763768400.000002) can0 185#01\n");
