@@ -1,15 +1,17 @@
 #include "nodevik/recording/replaydriver.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "nodevik/arch.h"
+#include "nodevik/candriverwords.h"
 #include "nodevik/util/monotonicclock.h"
 
 namespace {
 
 constexpr std::uint64_t ns_per_us = 1000;
 constexpr std::uint64_t ns_per_ms = 1'000'000;
-constexpr unsigned int remote_flag = 2;  // of write()
+constexpr double longest_time = 9e18;  // in any unit, with room for another of its kind
 constexpr unsigned int highest_standard = 0x7FF;
 
 // Identifiers of what a master sends, by the predefined connection set.
@@ -56,12 +58,13 @@ void ReplayDriver::set_speed(double factor) {
     // What has passed so far passed at the speed of before.
     if (started) {
         const std::uint64_t now = monotonic_ns();
-        origin_us = speed > 0 ? origin_us + static_cast<std::uint64_t>(static_cast<double>(now - origin_ns) *
-                                                                       speed / ns_per_us)
-                              : std::max(origin_us, last.time_us);
+        const double passed_us =
+            std::min(static_cast<double>(now - origin_ns) * speed / ns_per_us, longest_time);
+        origin_us =
+            speed > 0 ? origin_us + static_cast<std::uint64_t>(passed_us) : std::max(origin_us, last.time_us);
         origin_ns = now;
     }
-    speed = std::max(factor, 0.0);
+    speed = factor > 0 && std::isfinite(factor) ? factor : 0;
 }
 
 void ReplayDriver::start() {
@@ -106,8 +109,7 @@ std::uint64_t ReplayDriver::due(const LogFrame& frame) const {
         return origin_ns;
     }
     const double wait_ns = static_cast<double>(frame.time_us - origin_us) * ns_per_us / speed;
-    constexpr double longest_ns = 9e18;
-    return origin_ns + static_cast<std::uint64_t>(std::min(wait_ns, longest_ns));
+    return origin_ns + static_cast<std::uint64_t>(std::min(wait_ns, longest_time));
 }
 
 std::uint64_t ReplayDriver::next_deadline() {
@@ -171,8 +173,8 @@ int ReplayDriver::read(unsigned int& ID, unsigned int& length, unsigned char* da
 int ReplayDriver::write(unsigned int cobid, unsigned int length, unsigned char* data, unsigned int flags) {
     LogFrame now;
     now.identifier = cobid;
-    now.extended = cobid > highest_standard;
-    now.remote = (flags & remote_flag) != 0;
+    now.extended = (flags & can_driver::write_extended) != 0 || cobid > highest_standard;
+    now.remote = (flags & can_driver::write_remote) != 0;
     now.length = std::min(length, 8U);
     if (!now.remote && data != nullptr) {
         std::copy_n(data, now.length, now.data.begin());
@@ -182,7 +184,8 @@ int ReplayDriver::write(unsigned int cobid, unsigned int length, unsigned char* 
     if (known) {
         now.time_us = then.time_us;
         now.name = then.name;
-        now.extended = now.extended || (then.extended && cobid == then.identifier);
+        // Without flags it depends on how the driver was opened.
+        now.extended = now.extended || (flags == 0 && then.extended && cobid == then.identifier);
     }
     const bool same = known && now.same_frame(then);
     ++(same ? compared.same : (known ? compared.different : compared.more));

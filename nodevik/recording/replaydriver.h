@@ -60,7 +60,8 @@ public:
     int open_log(const char* path);
 
     /// Sets how fast the time of the log passes, from now on.
-    /// @param factor  1 as it was, 2 twice as fast; 0: the next frame is always there. Negative counts as 0
+    /// @param factor  1 as it was, 2 twice as fast; 0: the next frame is always there. Negative, infinite and no number
+    ///                count as 0
     void set_speed(double factor);
 
     /// Sets which frames of the log the program itself sent, before the first read(); empty: as the log's letters say,

@@ -6,6 +6,8 @@
 
 #include <array>
 #include <cerrno>
+#include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -107,6 +109,17 @@ TEST_F(Replay, MayBeAsFastAsItIsRead) {
     EXPECT_EQ(read(), Read(1, 0));
 }
 
+TEST_F(Replay, ASpeedThatIsNoneIsAsFastAsItIsRead) {
+    for (const double speed : {-1.0, std::nan(""), std::numeric_limits<double>::infinity()}) {
+        open(bus);
+        driver.set_speed(speed);
+        EXPECT_EQ(read(), Read(0, 0x185));
+        driver.set_speed(speed);
+        EXPECT_LE(driver.next_deadline(), monotonic_ns()) << speed;
+        EXPECT_EQ(read(), Read(0, 0x705)) << speed;
+    }
+}
+
 TEST_F(Replay, ATimeThatGoesBackHoldsNothingUp) {
     open(
         "(0000000100.000000) can0 185#01\n"
@@ -156,6 +169,21 @@ TEST_F(Replay, ARemoteRequestIsNoDataFrame) {
     EXPECT_EQ(driver.comparison().same, 1U);
     write(0x705, {}, 0);
     EXPECT_EQ(driver.comparison().different, 1U);
+}
+
+TEST_F(Replay, AFrameWith29BitsIsNoneWith11) {
+    driver.set_sent_by_program([](const LogFrame&) { return true; });
+    open(
+        "(0000000100.000000) can0 00000205#01\n(0000000100.000000) can0 205#01\n"
+        "(0000000100.000000) can0 00000205#01\n(0000000100.000000) can0 00000205#R\n");
+    write(0x205, {1}, 1);
+    EXPECT_EQ(driver.comparison().same, 1U);
+    write(0x205, {1}, 1);
+    EXPECT_EQ(driver.comparison().different, 1U);
+    write(0x205, {1}, 0);
+    EXPECT_EQ(driver.comparison().same, 2U) << "without flags as the driver was opened";
+    write(0x205, {}, 2);
+    EXPECT_EQ(driver.comparison().different, 2U);
 }
 
 TEST_F(Replay, TheLettersOfALogDecideWhoSentAFrame) {
