@@ -23,13 +23,13 @@ timespec from_us(std::uint32_t us) {
 
 using Body = void (*)();
 
-// The functions of thread mode. An entry is never removed: a notification may be on its way while its timer
-// goes.
+// The functions of thread mode. An entry is never removed, not even by exit(3): a notification may be on its way while
+// its timer, or the process, goes.
 Body* remembered(Body body) {
     static std::mutex mutex;
-    static std::set<Body> bodies;
+    static auto* const bodies = new std::set<Body>;
     const std::lock_guard lock(mutex);
-    return const_cast<Body*>(&*bodies.insert(body).first);
+    return const_cast<Body*>(&*bodies->insert(body).first);
 }
 
 void run_body(sigval value) {

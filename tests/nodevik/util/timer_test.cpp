@@ -739,7 +739,24 @@ TEST(TimerThread, StartsTheFunctionInAnotherThread) {
         }
         require(calls_in_main_thread == 0);
     });
-    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(result.status, 7) << result.err;
+}
+
+// Also while exit(3) calls what was registered before the timer was used.
+TEST(TimerThread, FunctionIsStartedTillTheProcessIsGone) {
+    const ChildResult result = in_child([] {
+        std::atexit([] {
+            const int before = thread_calls;
+            while (thread_calls < before + 3) {
+                usleep(1000);
+            }
+        });
+        static timer* const tick = new timer;
+        tick->set_function(counting_function);
+        tick->set_interval(1000);
+        tick->start();
+    });
+    EXPECT_EQ(result.status, 7) << result.err;
 }
 #endif
 
