@@ -136,8 +136,6 @@ install(FILES debian/libnodevik.lintian-overrides RENAME ${CPACK_DEBIAN_NODEVIK_
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT nodevik)
 install(FILES debian/ohjauspaneeli-recorder.lintian-overrides RENAME ohjauspaneeli-recorder
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT recorder)
-install(FILES debian/ohjauspaneeli-tools.lintian-overrides RENAME ohjauspaneeli-tools
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT tools)
 
 # The guides: those of the library in a package of their own, the operator's with the panel.
 find_program(OHJAUSPANEELI_SYSTEM_PYTHON3 python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
