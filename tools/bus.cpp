@@ -216,7 +216,8 @@ void Bus::open_kvaser(const std::string& text, Use use) {
     auto driver = std::make_unique<KvaserDriver>();
     driver->set_debug(0);
     if (driver->open(channel.bitrate, 0, channel.number, use == Use::listen) != 0) {
-        throw Failure(ExitStatus::no_bus, trouble());
+        throw Failure(ExitStatus::no_bus,
+                      trouble() + "; is CANlib installed, the adapter plugged in, and CHANNEL its number?");
     }
     kvaser_bitrate_ = channel.bitrate;
     name_ = "kvaser" + std::to_string(channel.number);

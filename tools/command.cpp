@@ -67,14 +67,24 @@ CommandLine::CommandLine() {
 
 void CommandLine::add_common_options() {
     app_.set_version_flag("--version", std::string(), "Print the version and end");
-    CLI::Option* can =
-        app_.add_option("--can", common_.bus.can, "A CAN interface, such as can0")->type_name("IF");
+    // A script's variable that is empty must not become another bus.
+    const auto is_named = [](const std::string& text) {
+        return text.empty() ? std::string(
+                                  "no bus is named; right are can0, 127.0.0.1:5001 with --udp, and 0 "
+                                  "with --kvaser")
+                            : std::string();
+    };
+    CLI::Option* can = app_.add_option("--can", common_.bus.can, "A CAN interface, such as can0")
+                           ->type_name("IF")
+                           ->check(is_named);
     CLI::Option* udp =
         app_.add_option("--udp", common_.bus.udp, "CAN over UDP: the peer, and the port to receive on")
-            ->type_name("HOST:PORT[,LOCALPORT]");
+            ->type_name("HOST:PORT[,LOCALPORT]")
+            ->check(is_named);
     CLI::Option* kvaser =
         app_.add_option("--kvaser", common_.bus.kvaser, "A channel of CANlib's, 500000 bit/s unless said")
-            ->type_name("CHANNEL[:BITRATE]");
+            ->type_name("CHANNEL[:BITRATE]")
+            ->check(is_named);
     can->excludes(udp)->excludes(kvaser);
     udp->excludes(kvaser);
     app_.add_flag("--json", common_.json, "Results as JSON, one object a line");

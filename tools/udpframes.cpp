@@ -55,7 +55,8 @@ std::string UdpFrames::open(const std::string& host, unsigned int port, unsigned
     hints.ai_socktype = SOCK_DGRAM;
     addrinfo* list = nullptr;
     if (const int code = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &list); code != 0) {
-        return "host '" + host + "' cannot be found: " + gai_strerror(code);
+        return "host '" + host + "' cannot be found: " + gai_strerror(code) +
+               "; look for a slip of the pen, or give its IPv4 address";
     }
     const std::unique_ptr<addrinfo, FreeAddresses> peer(list);
     socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

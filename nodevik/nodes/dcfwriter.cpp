@@ -349,7 +349,7 @@ std::string DeviceDescription::set_value(std::uint16_t index, std::uint8_t subin
     text = eds::trimmed(text);
     if (!text.empty()) {
         const ObjectParse result = entry->parse(text, node_id() == 0 ? 1 : node_id());
-        const std::string reason = result.bytes ? unfit_for_a_line(value_key, text) : result.remark;
+        std::string reason = result.bytes ? unfit_for_a_line(value_key, text) : result.remark;
         if (!reason.empty()) {
             return reason;
         }

@@ -284,6 +284,15 @@ TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
     EXPECT_EQ(heard(), Frames{});
 }
 
+TEST(CommandLine, DoesNotTakeANameThatIsEmptyForNone) {
+    for (const std::string option : {"--can", "--udp", "--kvaser"}) {
+        expect_failure(run_program({NODEVIK, option, "", "scan"}), 2,
+                       option +
+                           ": no bus is named; right are can0, 127.0.0.1:5001 with --udp, and 0 with "
+                           "--kvaser; 'nodevik scan --help' tells more");
+    }
+}
+
 TEST_F(Command, TakesANumberWithZerosAheadForDecimal) {
     expect_failure(run({"--timeout", "050", "sdo", "read", "010", "0x1000", "--segments"}), 3,
                    "node 10, 0x1000:0: no answer within 50 ms; is the node on, and is this its number and "
@@ -349,6 +358,16 @@ TEST_F(Command, EndsWith4WhenTheBusCannotBeUsed) {
     expect_failure(run_program({NODEVIK, "--udp", "127.0.0.1:1," + port, "sdo", "read", "5", "0x1018"}), 4,
                    "UDP port " + port +
                        " cannot be used: Address already in use; choose another LOCALPORT, or leave it out");
+    const ChildResult unknown = run_program({NODEVIK, "--udp", "::1:5001", "scan"});
+    EXPECT_EQ(unknown.status, 4);
+    EXPECT_EQ(unknown.err.rfind("nodevik: host '::1' cannot be found: ", 0), 0U) << unknown.err;
+    EXPECT_NE(unknown.err.find("; look for a slip of the pen, or give its IPv4 address\n"),
+              std::string::npos);
+    const ChildResult missing = run_program({NODEVIK, "--kvaser", "255", "scan"});
+    EXPECT_EQ(missing.status, 4);
+    EXPECT_NE(missing.err.find("; is CANlib installed, the adapter plugged in, and CHANNEL its number?\n"),
+              std::string::npos)
+        << missing.err;
     const ChildResult result = run_program({NODEVIK, "--can", "no-such-bus", "sdo", "read", "5", "0x1018"});
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.out, "");
