@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +15,7 @@
 #include <system_error>
 
 #include "program/linepreload.h"
+#include "recorder/heldsignals.h"
 
 namespace vehicle_recorder {
 
@@ -60,6 +62,28 @@ bool bind_over_the_name(const std::string& device) {
            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount(device.c_str(), line_preload::line_name, nullptr, MS_BIND, nullptr) == 0 &&
            is_same_device(device.c_str(), line_preload::line_name);
+}
+
+// Why the device cannot be bound over the name, 0 if it can: tried in a process of its own, since one that has entered a
+// namespace, and came no further there, cannot leave it any more.
+int why_not_bound(const std::string& device) {
+    Ends report = make_pipe();
+    const pid_t trial = fork();
+    if (trial == 0) {
+        const int reason = bind_over_the_name(device) ? 0 : errno;
+        [[maybe_unused]] const ssize_t told = ::write(report.second.get(), &reason, sizeof reason);
+        _exit(EXIT_SUCCESS);
+    }
+    const int no_process = errno;
+    report.second.reset();
+    int reason = 0;
+    if (trial < 0 || ::read(report.first.get(), &reason, sizeof reason) != sizeof reason) {
+        reason = trial < 0 ? no_process : EPERM;
+    }
+    if (trial > 0) {
+        waitpid(trial, nullptr, 0);
+    }
+    return reason;
 }
 
 // Puts a value behind those that the variable has.
@@ -114,11 +138,12 @@ std::string give_line_name(const std::string& device, LineWay way) {
     if (way == LineWay::preload) {
         return preload(device);
     }
-    if (bind_over_the_name(device)) {
+    int reason = why_not_bound(device);
+    if (reason == 0 && bind_over_the_name(device)) {
         unsetenv(line_preload::device_variable);  // the name is what it stands for, whatever was loaded
         return {};
     }
-    const int reason = errno;
+    reason = reason == 0 ? errno : reason;
     return way == LineWay::any ? preload(device)
                                : std::string("no mount namespace can be made with ") +
                                      line_preload::line_name + " in it: " + std::strerror(reason);

@@ -101,6 +101,12 @@ void close_all_but(std::vector<int> kept) {
 
 // --- processes beside this one ---
 
+// Whatever is thrown there ends the process: it must not get to what its parent does then.
+[[noreturn]] void work_to_the_end(const std::function<void()>& work) noexcept {
+    work();
+    _exit(EXIT_SUCCESS);
+}
+
 // Starts a process that nothing reaches that is meant for the session or its terminal. It keeps the standard error and
 // the given descriptors only.
 pid_t start_worker(const char* name, const std::vector<int>& kept, const std::function<void()>& work) {
@@ -123,8 +129,7 @@ pid_t start_worker(const char* name, const std::vector<int>& kept, const std::fu
     dup2(null_device, STDIN_FILENO);
     dup2(null_device, STDOUT_FILENO);
     close_all_but(kept);
-    work();
-    _exit(EXIT_SUCCESS);
+    work_to_the_end(work);
 }
 
 // Whether the real line is open, as the carrier knows and others see.
