@@ -66,7 +66,10 @@ inline pid_t child_of(pid_t process) {
 /// The carrier and all that it needs. The test's own end of the program's line is opened with open_line().
 class CarriedLine {
 public:
-    CarriedLine() {
+    /// @param measure  called in the carrier's process when it has carried to its end; see measured()
+    explicit CarriedLine(unsigned long (*measure)() = nullptr)
+        : measured_(static_cast<unsigned long*>(mmap(nullptr, sizeof(unsigned long), PROT_READ | PROT_WRITE,
+                                                     MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
         program_ = fork();
         if (program_ == 0) {
             vehicle.hang_up();  // this process's copy
@@ -76,7 +79,7 @@ public:
         std::array<int, 2> pipe_ends = {-1, -1};
         std::array<int, 2> sockets = {-1, -1};
         std::array<int, 2> messages = {-1, -1};
-        if (program_ < 0 || pipe2(pipe_ends.data(), O_CLOEXEC) != 0 ||
+        if (measured_ == MAP_FAILED || program_ < 0 || pipe2(pipe_ends.data(), O_CLOEXEC) != 0 ||
             pipe2(messages.data(), O_CLOEXEC) != 0 ||
             socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
             std::perror("carried line");
@@ -104,6 +107,9 @@ public:
             setup.start_us = monotonic_now_us();
             setup.takers.push_back({&sender, "the recording is gone", "the recording is too slow"});
             Carrier(program_line, setup).run();
+            if (measure != nullptr) {
+                *measured_ = measure();
+            }
             _exit(0);
         }
         close(pipe_ends[1]);
@@ -127,6 +133,7 @@ public:
                 close(descriptor);
             }
         }
+        munmap(measured_, sizeof *measured_);
     }
 
     CarriedLine(const CarriedLine&) = delete;
@@ -222,6 +229,9 @@ public:
         return status;
     }
 
+    /// What was measured; to be asked when the carrier has ended.
+    unsigned long measured() const { return *measured_; }
+
     void stop_reading_recording() {
         close(recording_);
         recording_ = -1;
@@ -270,6 +280,7 @@ private:
                                [this](std::uint64_t count) { lost += count; });
     }
 
+    unsigned long* measured_;  // shared with the carrier
     std::optional<EntryReceiver> receiver_;
     std::vector<Entry> entries_;
     pid_t program_ = -1;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/recorder/carriedline.h"
+#include "tests/support/allocationcount.h"
 #include "tests/support/loopbacksocket.h"
 
 using namespace vehicle_recorder;
@@ -56,6 +57,24 @@ void in_random_pieces(const std::string& bytes, const std::function<void(const s
         pass(bytes.substr(at, count));
         at += count;
     }
+}
+
+// In so many cycles of a frame and a reply.
+unsigned long allocations_in(int cycles) {
+    const std::string reply = random_bytes(39, 7);
+    CarriedLine carried(allocations);
+    carried.open_line();
+    for (int i = 0; i < cycles; i++) {
+        carried.write_all(driving_frame);
+        EXPECT_EQ(carried.vehicle.receive(4), driving_frame);
+        carried.vehicle.send(reply);
+        EXPECT_EQ(carried.read_all(reply.size()), reply);
+    }
+    carried.close_line();
+    carried.end_program();
+    carried.wait_for_carrier();
+    EXPECT_EQ(bytes_of(carried.recording(), EntryKind::received).size(), cycles * reply.size());
+    return carried.measured();
 }
 
 class CarrierAtSpeed : public testing::TestWithParam<speed_t> {};
@@ -106,6 +125,11 @@ TEST_P(CarrierAtSpeed, RandomPiecesPassBothWaysByteForByteAndAreRecordedSo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Speeds, CarrierAtSpeed, testing::Values(B9600, B19200, B38400, B57600, B115200));
+
+TEST(Carrier, BytesCostNoAllocation) {
+    constexpr int many = 500;
+    EXPECT_LT(allocations_in(many), allocations_in(1) + many / 10);
+}
 
 TEST(Carrier, TimesOfARecordingNeverRunBackwards) {
     CarriedLine carried;
