@@ -1,6 +1,7 @@
 // The command `replay`: the vehicle's side of a recording, played to a program.
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -39,8 +40,8 @@ constexpr Phrase waits = {"waits for the program to send", "odottaa, että ohjel
 constexpr Phrase pauses = {"paused", "tauolla"};
 constexpr Phrase plays = {"playing", "toistaa"};
 constexpr Phrase ended = {"at the end", "lopussa"};
-constexpr Phrase keys = {"[blank] pause  [left] [right] 10 s  [up] [down] speed",
-                         "[väli] tauko  [vasen] [oikea] 10 s  [ylös] [alas] nopeus"};
+constexpr Phrase keys = {"space: pause  left, right: 10 s  up, down: speed",
+                         "väli: tauko  vasen, oikea: 10 s  ylös, alas: nopeus"};
 
 struct ReplayOptions {
     std::string file;
@@ -105,6 +106,26 @@ std::string clock_text(std::uint64_t time_us) {
                       static_cast<unsigned long long>(tenths % 10));
     }
     return room.data();
+}
+
+// How many characters a line of the terminal behind standard error may have without being broken.
+std::size_t terminal_width() {
+    constexpr std::size_t usual = 80;
+    winsize size = {};
+    const bool is_known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return (is_known ? size.ws_col : usual) - 1;
+}
+
+// The first `most` characters of a UTF-8 text.
+std::string beginning_of(const std::string& text, std::size_t most) {
+    std::size_t end = 0;
+    for (std::size_t characters = 0; end < text.size(); end++) {
+        const bool begins_one = (static_cast<unsigned char>(text[end]) & 0xC0) != 0x80;
+        if (begins_one && characters++ == most) {
+            break;
+        }
+    }
+    return text.substr(0, end);
 }
 
 class Replay {
@@ -239,8 +260,8 @@ private:
         std::snprintf(speed.data(), speed.size(), "x%g  ", clock_.speed());
         text += speed.data();
         text += state.in(language_);
-        text += keys_.descriptor() >= 0 ? std::string("   ") + keys.in(language_) : "";
-        std::fprintf(stderr, "\r%s\033[K", text.c_str());
+        text += has_begun_ && keys_.descriptor() >= 0 ? std::string("   ") + keys.in(language_) : "";
+        std::fprintf(stderr, "\r%s\033[K", beginning_of(text, terminal_width()).c_str());
     }
 
     const ReplayOptions& options_;
@@ -297,7 +318,12 @@ void add_replay_command(CLI::App& app, Action& action) {
         ->check(CLI::Range(ReplayClock::slowest, ReplayClock::fastest));
     add_time_option(command, "--from", options->from_us, "Begin with this time, in seconds since the start");
     add_program_options(command, options->program, options->way);
-    command.callback([&action, options] { action = [options] { return replay(*options); }; });
+    command.callback([&action, options] {
+        if (std::isnan(options->speed)) {  // it lies in every range
+            throw CLI::ValidationError("--speed", "'nan' is no speed; right are 0.0625 to 64");
+        }
+        action = [options] { return replay(*options); };
+    });
 }
 
 }  // namespace vehicle_recorder

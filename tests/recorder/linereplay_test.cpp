@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -192,7 +193,17 @@ TEST_F(OnATerminal, ArrowsChangeTheSpeed) {
     EXPECT_TRUE(comes(drawn, "x1  "));
     press("-");
     EXPECT_TRUE(comes(drawn, "x0.5  "));
-    EXPECT_TRUE(comes(drawn, "[blank] pause"));
+    EXPECT_TRUE(comes(drawn, "space: pause"));
+}
+
+// A line that is broken by the terminal would be drawn below itself each time.
+TEST_F(OnATerminal, StatusStaysWithinOneLine) {
+    start({});
+    ASSERT_TRUE(comes(drawn, "space: pause  left, right: 10 s  up, down: speed\033[K"));
+    const winsize narrow = {.ws_row = 24, .ws_col = 30, .ws_xpixel = 0, .ws_ypixel = 0};
+    ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &narrow), 0);
+    // 29 characters; what was drawn before the change of the width may come first.
+    EXPECT_TRUE(comes(drawn, " / 1:01.0  x1  playing \033[K")) << drawn.substr(0, 200);
 }
 
 TEST_F(OnATerminal, ControlCReachesTheProgramAndTheTerminalIsAsBefore) {

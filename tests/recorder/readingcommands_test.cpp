@@ -224,6 +224,14 @@ TEST_F(ReadingCommands, WrongWayIsToldWithTheRightOnes) {
         "--help' tells more\n");
 }
 
+TEST_F(ReadingCommands, SpeedMustBeANumberInItsRange) {
+    for (const char* speed : {"0", "-1", "65", "nan", "inf", "x"}) {
+        const ChildResult result = recorder({"replay", file.path(), "--speed", speed, "--", "true"});
+        EXPECT_EQ(result.status, 2) << speed;
+        EXPECT_NE(result.err.find("--speed"), std::string::npos) << result.err;
+    }
+}
+
 TEST_F(ReadingCommands, ExportNeedsOneFormat) {
     EXPECT_EQ(recorder({"export", file.path()}).status, 2);
     EXPECT_EQ(recorder({"export", file.path(), "--csv", "--json"}).status, 2);
