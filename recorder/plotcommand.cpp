@@ -153,7 +153,7 @@ int plot(const std::string& recording) {
 
 void add_plot_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "plot", "Show a recording in the plotting window",
-                                    "vehicle-recorder plot drive.rec");
+                                    "vehicle-recorder plot drive.recording");
     const auto file = std::make_shared<std::string>();
     add_recording_option(command, *file);
     command.callback([&action, file] { action = [file] { return plot(*file); }; });

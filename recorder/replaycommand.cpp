@@ -310,7 +310,7 @@ int replay(const ReplayOptions& options) {
 
 void add_replay_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "replay", "Play the vehicle's side of a recording to a program",
-                                    "vehicle-recorder replay drive.rec --speed 2 -- ohjauspaneeli");
+                                    "vehicle-recorder replay drive.recording --speed 2 -- ohjauspaneeli");
     const auto options = std::make_shared<ReplayOptions>();
     add_recording_option(command, options->file);
     command.add_option("--speed", options->speed, "So many times as fast as it was recorded, 0.0625 to 64")

@@ -32,7 +32,7 @@ int report(const ReportOptions& options) {
 
 void add_report_command(CLI::App& app, Action& action) {
     CLI::App& command = add_command(app, "report", "Tell on one page what a recording comes down to",
-                                    "vehicle-recorder report --html drive.html drive.rec");
+                                    "vehicle-recorder report --html drive.html drive.recording");
     const auto options = std::make_shared<ReportOptions>();
     add_recording_option(command, options->file);
     add_result_option(command, "--html", options->html,

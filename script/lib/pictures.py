@@ -137,7 +137,7 @@ class Pictures:
     def report(self):
         """The report's page in a browser: its upper part in both languages, and in the dark on a telephone."""
         with tempfile.TemporaryDirectory() as directory, Browser() as browser:
-            recording_file = os.path.join(directory, "vehicle-20261122-132503.rec")
+            recording_file = os.path.join(directory, "vehicle-20261122-132503.recording")
             sampledrive.write(recording_file)
             for language, locale, name, width, height, dark in REPORTS:
                 page = os.path.join(directory, "report.html")

@@ -80,9 +80,9 @@ class Completion(unittest.TestCase):
 
     def test_it_offers_files(self):
         with tempfile.TemporaryDirectory() as directory:
-            with open(os.path.join(directory, "drive.rec"), "w", encoding="utf-8"):
+            with open(os.path.join(directory, "drive.recording"), "w", encoding="utf-8"):
                 pass
-            self.assertEqual(offered("report", directory + "/dr"), [directory + "/drive.rec"])
+            self.assertEqual(offered("report", directory + "/dr"), [directory + "/drive.recording"])
 
     def test_it_offers_programs_behind_a_lone_dash(self):
         self.assertIn("env", offered("run", "--", "env"))

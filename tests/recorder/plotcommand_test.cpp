@@ -28,7 +28,7 @@ protected:
         directory_ = mkdtemp(name.data());
         fs::create_directory(path("bin"));
         fs::create_directory(path("tmp"));
-        std::ofstream(path("drive.rec")) << drive;
+        std::ofstream(path("drive.recording")) << drive;
     }
 
     std::string path(const std::string& name) const { return (directory_ / name).string(); }
@@ -58,13 +58,13 @@ private:
 
 TEST_F(PlotCommand, GivesTheWindowTheCurvesUnderTheRecordingsName) {
     install_window("[ $# -eq 1 ] && case $1 in */drive.csv) cp \"$1\" \"$KEPT\" ;; esac\n");
-    std::ofstream(path("drive.rec"))
+    std::ofstream(path("drive.recording"))
         << recording_header +
                "0.000000 open\n0.200000 < 01\n0.300000 > 00676e50\n"
                "+40000 < 70a0b0bda1b101a2b2e2a3b300a4b4c1a5b500a6b63fa7b7a0a8b842a9b9ddaaba23abbb00acbc\n"
                "0.500000 > 78672f51\n0.600000 close\n5.000000 open\n5.300000 > 78672f58\n"
                "5.400000 close\n5.500000 end\n";
-    const ChildResult result = plot(path("drive.rec"));
+    const ChildResult result = plot(path("drive.recording"));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "");
@@ -80,15 +80,15 @@ TEST_F(PlotCommand, GivesTheWindowTheCurvesUnderTheRecordingsName) {
 
 TEST_F(PlotCommand, EndsWithTheStatusOfTheWindow) {
     install_window("exit 7\n");
-    EXPECT_EQ(plot(path("drive.rec")).status, 7);
+    EXPECT_EQ(plot(path("drive.recording")).status, 7);
     EXPECT_TRUE(nothing_left());
     install_window("kill -KILL $$\n");
-    EXPECT_EQ(plot(path("drive.rec")).status, 128 + 9);
+    EXPECT_EQ(plot(path("drive.recording")).status, 128 + 9);
     EXPECT_TRUE(nothing_left());
 }
 
 TEST_F(PlotCommand, TellsThatTheWindowIsNotInstalled) {
-    const ChildResult result = plot(path("drive.rec"));
+    const ChildResult result = plot(path("drive.recording"));
     EXPECT_EQ(result.status, 5);
     EXPECT_EQ(
         result.err,
@@ -102,10 +102,10 @@ TEST_F(PlotCommand, TellsWhatIsNoRecordingOrHasNoFrames) {
     EXPECT_EQ(none.status, 5);
     EXPECT_EQ(none.err,
               "vehicle-recorder: " + path("bin/nodevik-plot") + " is no recording of vehicle-recorder\n");
-    std::ofstream(path("drive.rec")) << recording_header << "0.000000 end\n";
-    const ChildResult empty = plot(path("drive.rec"));
+    std::ofstream(path("drive.recording")) << recording_header << "0.000000 end\n";
+    const ChildResult empty = plot(path("drive.recording"));
     EXPECT_EQ(empty.status, 5);
-    EXPECT_EQ(empty.err, "vehicle-recorder: " + path("drive.rec") + " has no frames\n");
+    EXPECT_EQ(empty.err, "vehicle-recorder: " + path("drive.recording") + " has no frames\n");
     EXPECT_TRUE(nothing_left());
 }
 
@@ -113,7 +113,7 @@ TEST_F(PlotCommand, EndsTheWindowAndClearsAwayWhenItIsInterrupted) {
     // The stand-in ends the command that has started it, and waits to be ended by it.
     install_window(
         "trap 'echo ended >\"$KEPT\"; exit' TERM\nkill -TERM $PPID\nwhile :; do sleep 0.05; done\n");
-    const ChildResult result = plot(path("drive.rec"));
+    const ChildResult result = plot(path("drive.recording"));
     EXPECT_EQ(result.status, 130);
     EXPECT_EQ(kept(), "ended\n");
     EXPECT_TRUE(nothing_left());

@@ -32,7 +32,7 @@ def widest_gap(image):
 class Window(unittest.TestCase):
     def setUp(self):
         self.directory = self.enterContext(tempfile.TemporaryDirectory())
-        self.recording = os.path.join(self.directory, "drive.rec")
+        self.recording = os.path.join(self.directory, "drive.recording")
         self.tables = os.path.join(self.directory, "tables")
         os.mkdir(self.tables)
         sampledrive.write(self.recording, 120)

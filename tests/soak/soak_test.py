@@ -264,7 +264,7 @@ class Record(unittest.TestCase):
             faults = [figures[name + " told by the report"] for name in ("lost", "late", "short", "garbled")]
             self.assertGreater(sum(faults), 2)
             self.assertEqual(sorted(os.listdir(os.path.join(directory.name, "artefacts"))),
-                             ["drive.rec", "report.txt", "vehicle.log"])
+                             ["drive.recording", "report.txt", "vehicle.log"])
 
     def test_a_report_that_tells_another_number_is_found_out(self):
         with tempfile.TemporaryDirectory(prefix="soak-") as directory:
@@ -329,7 +329,7 @@ class Replies(unittest.TestCase):
         self.assertEqual(Expected(log, 250, 4, [0.08]).bounds("replies"), (2, 2))
 
     def test_the_closings_are_taken_from_the_recording(self):
-        with tempfile.NamedTemporaryFile("w", suffix=".rec") as file:
+        with tempfile.NamedTemporaryFile("w", suffix=".recording") as file:
             file.write("# vehicle-recorder recording 1\n0.000000 open\n0.300000 > 00676e50\n+500 < 7fa0\n"
                        "0.340000 close\n1.000000 open\n1.300000 > 00676e50\n1.500000 > 00676e50\n1.500250 close\n")
             file.flush()

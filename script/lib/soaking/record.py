@@ -116,7 +116,7 @@ def compare(told, expected, report):
 def run(options):
     """Runs with the chosen programs; returns the report."""
     log = os.path.join(options.artefacts, "vehicle.log")
-    path = os.path.join(options.artefacts, "drive.rec")
+    path = os.path.join(options.artefacts, "drive.recording")
     begin = time.monotonic()
     vehicle_options = ["--seed", str(options.seed), "--random", str(FAULT_PERCENT), "--delay", str(LATE_MS), "--every",
                        str(LATE_EVERY)] + options.vehicle_option
