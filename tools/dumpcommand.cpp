@@ -371,7 +371,7 @@ ExitStatus dump_node(const Session& session, unsigned int node, const std::strin
     SdoTransfers transfers(session, node, SdoMode::segmented);  // which every node knows
     std::optional<ResultFile> result;
     if (!file.empty()) {
-        result.emplace(file);
+        result.emplace(file, session.output);
     }
     const std::string name = "node " + std::to_string(node);
     Dump dump(session, transfers);

@@ -75,7 +75,8 @@ void set_value(DeviceDescription& description, const std::string& word) {
     }
     const std::uint8_t subindex = address.subindex.value_or(0);
     if (description.entry(address.index, subindex) == nullptr) {
-        throw Failure(ExitStatus::usage, description.file() + " has no object " + name);
+        throw Failure(ExitStatus::usage,
+                      description.file() + " has no object " + name + errors_hint(description));
     }
     const std::string value = word.substr(equals + 1);
     if (const std::string reason = description.set_value(address.index, subindex, value); !reason.empty()) {
@@ -131,7 +132,7 @@ ExitStatus show_description(Output& output, const std::string& file, const std::
         }
     }
     if (!is_found) {
-        throw Failure(ExitStatus::usage, file + " has no object " + object);
+        throw Failure(ExitStatus::usage, file + " has no object " + object + errors_hint(description));
     }
     output.flush();
     return ExitStatus::done;
@@ -146,7 +147,7 @@ ExitStatus make_dcf(Output& output, const DcfArguments& arguments) {
     }
     const std::string text = dcf_text(description, arguments.out);
     if (!arguments.out.empty()) {
-        ResultFile(arguments.out).write(text);
+        ResultFile(arguments.out, output).write(text);
     } else if (!output.json()) {
         output.bytes(text);
     }

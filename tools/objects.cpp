@@ -65,6 +65,12 @@ bool has_errors(const DeviceDescription& description) {
     });
 }
 
+std::string errors_hint(const DeviceDescription& description) {
+    return has_errors(description)
+               ? "; the file has errors: 'nodevik eds check " + description.file() + "' tells more"
+               : "";
+}
+
 void tell_errors(const DeviceDescription& description) {
     if (has_errors(description)) {
         tell(description.file() + " has errors, and what cannot be used is passed over; 'nodevik eds check " +
@@ -108,11 +114,11 @@ const DeviceDescription* Descriptions::of(unsigned int node) const {
 }
 
 ObjectAddress parse_address(const std::string& text, const DeviceDescription* description) {
-    // A number without 0x is a slip: 1018 would be 0x03FA.
+    // A number without 0x is a slip, for 1018 would be 0x03FA, unless its one digit is the same in both.
     const std::size_t colon = text.find(':');
-    const bool is_hexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
-    const auto index =
-        is_hexadecimal ? program::whole_number(text.substr(0, colon), 0, highest_index) : std::nullopt;
+    const std::string number = text.substr(0, colon);
+    const bool is_clear = number.size() == 1 || number.rfind("0x", 0) == 0 || number.rfind("0X", 0) == 0;
+    const auto index = is_clear ? program::whole_number(number, 0, highest_index) : std::nullopt;
     if (index) {
         ObjectAddress address;
         address.index = static_cast<std::uint16_t>(*index);
@@ -136,16 +142,16 @@ ObjectAddress parse_address(const std::string& text, const DeviceDescription* de
     if (const DeviceDescription::Entry* entry = description->entry(text)) {
         return {entry->index, entry->subindex};
     }
-    if (entries.empty() && program::whole_number(text.substr(0, colon), 0, INT64_MAX)) {
+    if (entries.empty() && program::whole_number(number, 0, INT64_MAX)) {
         throw no_object(text, true);
     }
     std::string list;
     for (const DeviceDescription::Entry* entry : entries) {
         list += (list.empty() ? "" : ", ") + address_text(entry->index, entry->subindex);
     }
-    throw Failure(ExitStatus::usage, list.empty()
-                                         ? "no object of " + description->file() + " is named '" + text + "'"
-                                         : "'" + text + "' is the name of several: " + list);
+    throw Failure(ExitStatus::usage, list.empty() ? "no object of " + description->file() + " is named '" +
+                                                        text + "'" + errors_hint(*description)
+                                                  : "'" + text + "' is the name of several: " + list);
 }
 
 std::string index_text(std::uint16_t index) {

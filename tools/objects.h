@@ -31,6 +31,9 @@ DeviceDescription load_description(const std::string& file);
 /// Whether something in a description could not be used and was passed over.
 bool has_errors(const DeviceDescription& description);
 
+/// What follows a message about something that a description lacks: nothing, or that the file has errors.
+std::string errors_hint(const DeviceDescription& description);
+
 /// Tells that something in a description could not be used, when there is something.
 void tell_errors(const DeviceDescription& description);
 
@@ -55,7 +58,7 @@ struct ObjectAddress {
     std::optional<std::uint8_t> subindex;  ///< nothing when only the object is named
 };
 
-/// Reads "0x1018:1", "0x1018" or a name. An index without 0x is none: it may be meant in hexadecimal.
+/// Reads "0x1018:1", "0x1018" or a name. An index of several digits needs its 0x.
 /// @param description  has the names; may be null
 /// @throws Failure  it is none of them, no object has the name, or several have
 ObjectAddress parse_address(const std::string& text, const DeviceDescription* description);

@@ -318,7 +318,7 @@ MappedObject parse_mapped_object(const std::string& text, Description descriptio
     MappedObject object;
     std::string name = text;
     const std::size_t slash = text.rfind('/');
-    const bool is_number = !text.empty() && text.front() >= '0' && text.front() <= '9';
+    const bool is_number = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0 || slash == 1;
     if (slash != std::string::npos && is_number) {
         const auto bits = program::whole_number(text.substr(slash + 1), 1, most_mapped);
         if (!bits) {

@@ -26,6 +26,13 @@ constexpr mode_t permissions = 07777;
     throw Failure(ExitStatus::bad_file, path + " cannot be " + what + ": " + std::strerror(reason));
 }
 
+bool is_same_file(int left, int right) {
+    struct stat one {};
+    struct stat other {};
+    return fstat(left, &one) == 0 && fstat(right, &other) == 0 && one.st_dev == other.st_dev &&
+           one.st_ino == other.st_ino;
+}
+
 // Writes all bytes. Returns the system's reason when it does not, else 0.
 int write_all(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -62,7 +69,7 @@ std::string file_content(const std::string& path) {
     return content;
 }
 
-ResultFile::ResultFile(const std::string& path) : path_(path) {
+ResultFile::ResultFile(const std::string& path, Output& output) : path_(path), output_(&output) {
     descriptor_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, file_mode);
     is_new_ = descriptor_ >= 0;
     if (!is_new_) {
@@ -72,6 +79,8 @@ ResultFile::ResultFile(const std::string& path) : path_(path) {
     if (descriptor_ < 0) {
         fail(path, "written", errno);
     }
+    // In this process the path of standard output leads to where the library's reports go.
+    is_standard_output_ = is_same_file(descriptor_, STDOUT_FILENO);
 }
 
 ResultFile::~ResultFile() {
@@ -82,6 +91,11 @@ ResultFile::~ResultFile() {
 }
 
 void ResultFile::write(std::string_view bytes) {
+    if (is_standard_output_) {
+        output_->bytes(bytes);
+        output_->flush();
+        return;
+    }
     struct stat status {};
     const bool is_kept = !is_new_ && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
     if (is_kept && replace(bytes, status.st_mode)) {

@@ -200,7 +200,7 @@ ExitStatus read_objects(const Session& session, const SdoArguments& arguments) {
     SdoTransfers transfers(session, arguments.node, arguments.mode);
     std::optional<ResultFile> file;
     if (!arguments.file.empty()) {
-        file.emplace(arguments.file);
+        file.emplace(arguments.file, session.output);
     }
     if (!subindex) {
         return entries.object() != nullptr

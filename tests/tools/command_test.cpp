@@ -189,6 +189,20 @@ TEST_F(Command, MovesLongValuesFromAndToFiles) {
     EXPECT_EQ(out.content(), "0A1B\n");
 }
 
+TEST_F(Command, PutsWhatIsForAFileToStandardOutputWhenThatIsTheFile) {
+    for (const std::string file : {"/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"}) {
+        expect_done(run_patiently({"sdo", "read", "5", "0x1008", "--out", file}), "node-simulator");
+    }
+    const ChildResult dcf = run_program({NODEVIK, "eds", "dcf", description(), "5", "--out", "/dev/stdout"});
+    EXPECT_NE(dcf.out.find("[DeviceComissioning]\nNodeID=5\n"), std::string::npos) << dcf.out;
+    const TemporaryFile file;
+    file.write("before\n");
+    const std::string line =
+        "exec \"$0\" --udp \"$1\" --timeout 60000 sdo read 5 0x1008 --out /dev/stdout >> \"$2\"";
+    expect_done(run_program({"/bin/sh", "-c", line, NODEVIK, bus(), file.path()}), "");
+    EXPECT_EQ(file.content(), "before\nnode-simulator");
+}
+
 TEST_F(Command, DoesNotWriteAFileWithoutItsContent) {
     const TemporaryFile there;
     there.write("before");

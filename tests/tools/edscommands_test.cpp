@@ -171,6 +171,17 @@ TEST(EdsDcf, KeepsTheValuesOfADcfAndTakesThoseOffThatAreEmpty) {
     EXPECT_EQ(result.out, "DeviceComissioning  NodeID 5 -> 6\n0x100C:0    value 7 -> none  Guard time\n");
 }
 
+TEST(EdsShow, SaysSoWhenAnObjectIsMissingInAFileThatIsTorn) {
+    const TemporaryFile file;
+    file.write(description_text.substr(0, description_text.find("[2001]")));
+    const std::string more = "; the file has errors: 'nodevik eds check " + file.path() + "' tells more\n";
+    EXPECT_EQ(eds({"show", file.path(), "0x2001"}).err,
+              "nodevik: " + file.path() + " has no object 0x2001" + more);
+    EXPECT_EQ(eds({"show", file.path(), "Inputs"}).err,
+              "nodevik: no object of " + file.path() + " is named 'Inputs'" + more);
+    EXPECT_EQ(eds({"dcf", file.path(), "5", "0x2001:1=5"}).status, 2);
+}
+
 TEST(EdsDcf, KeepsNamesOfOtherLanguages) {
     const TemporaryFile file;
     const std::string names = "NodeName=H\xC3\xA4nde\nNetworkName=n\xF6rdlich\n";

@@ -49,7 +49,9 @@ TEST(ObjectAddress, IsAnIndexWithOrWithoutASubindex) {
     EXPECT_EQ(parse_address("0x1018:1", nullptr).subindex, 1);
     EXPECT_EQ(parse_address("0x1018:0xFF", nullptr).subindex, 255);
     EXPECT_FALSE(parse_address("0x1018", nullptr).subindex.has_value());
-    for (const char* text : {"", "0x10180", "0x1018:", "0x1018:256", "0x1018:x", ":1", "name"}) {
+    EXPECT_EQ(parse_address("5", nullptr).index, 5);  // the same in both
+    for (const char* text :
+         {"", "1018", "10:1", "0x10180", "0x1018:", "0x1018:256", "0x1018:x", ":1", "name"}) {
         EXPECT_EQ(status_of(text, nullptr), ExitStatus::usage) << text;
     }
 }

@@ -150,10 +150,10 @@ private:
                 script(which, request, answers);
             }
         }
+        requests_ = which;  // the last answer may end the program, and the test asks then
         for (const Data& data : answers) {
             send(0x580 + number, std::string(data.begin(), data.end()));
         }
-        requests_ = which;
     }
 
     void send(unsigned int id, const std::string& data) {
