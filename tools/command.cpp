@@ -1,5 +1,8 @@
 #include "tools/command.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
@@ -146,6 +149,16 @@ int print(const std::string& text) {
     return status_of(ExitStatus::bad_file);
 }
 
+// Has nothing that is opened later take the place of a standard stream that was closed: what is told would go there.
+// What takes it now can be neither read nor written usefully.
+void occupy_standard_streams() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            [[maybe_unused]] const int lowest_free = open("/dev/null", O_RDONLY);
+        }
+    }
+}
+
 int execute(const CommandLine& line) {
     const LibraryReports reports;
     const Interrupts interrupts;
@@ -158,6 +171,7 @@ int execute(const CommandLine& line) {
 }  // namespace
 
 int run_command(std::vector<std::string> arguments) {
+    occupy_standard_streams();
     CommandLine line;
     if (arguments.size() == 3 && arguments[0] == completion_word) {
         return print(line.complete(arguments[1], arguments[2]));

@@ -494,6 +494,25 @@ TEST(CommandAtItsEnd, ReadsADescriptionFromAPipe) {
     std::remove(fifo.c_str());
 }
 
+TEST(CommandAtItsEnd, DoesNotWaitForAStandardOutputThatIsClosed) {
+    const TemporaryFile eds;
+    eds.write(description_text);
+    const ChildResult result =
+        run_program({"/bin/sh", "-c", "exec \"$0\" eds show \"$1\" >&-", NODEVIK, eds.path()});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err, "nodevik: standard output takes nothing more: Bad file descriptor\n");
+}
+
+TEST(CommandAtItsEnd, TellsNobodyWhenStandardErrorIsClosed) {
+    const TemporaryFile log;
+    const ChildResult result = run_program(
+        {"/bin/sh", "-c",
+         "\"$0\" --udp 127.0.0.1:1 record \"$1\" --seconds 0.01 <&- >&- 2>&- 3>&- 4>&- 5>&-; echo $?",
+         NODEVIK, log.path()});
+    EXPECT_EQ(result.out, "0\n");
+    EXPECT_EQ(log.content(), "");
+}
+
 TEST(CommandHelp, EndsAsEveryResultDoes) {
     for (const char* word : {"--help", "--version"}) {
         const auto redirected = [word](const char* to) {

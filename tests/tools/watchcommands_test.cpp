@@ -28,6 +28,15 @@ const std::string log_text =
     "(1763768401.000000) can0 18DAF110#0102\n"
     "(1763768402.000001) can0 705#R\n";
 
+// A log whose foreign lines are more than a pipe has room for.
+std::string mostly_foreign_log() {
+    std::string text = log_text;
+    for (int line = 0; line < 20000; ++line) {
+        text += "nonsense\n";
+    }
+    return text;
+}
+
 // A pipe whose reader is the test.
 class Pipe {
 public:
@@ -359,11 +368,7 @@ TEST(Decode, TellsTenForeignLinesAheadOfTheFirstFrameAndHowManyMoreThereAre) {
 
 TEST(Decode, EndsAtASignalThoughNobodyReadsAnyOfItsOutputs) {
     const TemporaryFile log;
-    std::string text = log_text;
-    for (int line = 0; line < 20000; ++line) {
-        text += "nonsense\n";
-    }
-    log.write(text);
+    log.write(mostly_foreign_log());
     Pipe results;
     RunningProgram decoding({"/bin/sh", "-c", "exec \"$0\" decode \"$1\" 2>&1", NODEVIK, log.path()},
                             results.writer());
@@ -374,11 +379,7 @@ TEST(Decode, EndsAtASignalThoughNobodyReadsAnyOfItsOutputs) {
 
 TEST(Decode, TellsEachLineToAReaderThatIsSlow) {
     const TemporaryFile log;
-    std::string text = log_text;
-    for (int line = 0; line < 20000; ++line) {
-        text += "nonsense\n";
-    }
-    log.write(text);
+    log.write(mostly_foreign_log());
     Pipe results;
     RunningProgram decoding({"/bin/sh", "-c", "exec \"$0\" decode \"$1\" --raw 2>&1", NODEVIK, log.path()},
                             results.writer());
