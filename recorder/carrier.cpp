@@ -15,7 +15,7 @@ namespace {
 
 // The program's settings are looked at this often, for the kernel does not tell of them.
 constexpr int settings_look_ms = 10;
-constexpr std::uint64_t settings_look_us = settings_look_ms * 1000;
+constexpr std::uint64_t settings_look_us = std::uint64_t{settings_look_ms} * 1000;
 // Nothing tells of a line that has sent all.
 constexpr int drain_look_ms = 1;
 constexpr std::uint64_t longest_drain_us = 5'000'000;
