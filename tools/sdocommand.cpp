@@ -108,6 +108,14 @@ bool has_subindex(const SdoResult& first) {
     return first.ok() || first.abort_code == abort_write_only;
 }
 
+// Keeps the last refusal of several to end with, and tells those before it.
+void add_refusal(std::optional<Failure>& last, const Failure& refusal) {
+    if (last) {
+        tell(last->what());
+    }
+    last = refusal;
+}
+
 // Reads an object that no description has: its subindices too, when the node has any.
 ExitStatus read_unknown_object(const Session& session, SdoTransfers& transfers, const Entries& entries,
                                unsigned int node) {
@@ -130,7 +138,7 @@ ExitStatus read_unknown_object(const Session& session, SdoTransfers& transfers, 
         } else if (subindex == 1 && !has_subindex(result)) {
             break;  // one value, which happens to be a small number
         } else if (result.abort_code != abort_no_subindex) {
-            refusal = transfers.failure(result);
+            add_refusal(refusal, transfers.failure(result));
         }
     }
     if (refusal) {
@@ -150,7 +158,7 @@ ExitStatus read_described_object(const Session& session, SdoTransfers& transfers
         } else if (result.outcome != SdoOutcome::aborted_by_node) {
             throw transfers.failure(result);
         } else {
-            refusal = transfers.failure(result);
+            add_refusal(refusal, transfers.failure(result));
         }
     }
     if (refusal) {

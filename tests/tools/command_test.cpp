@@ -233,6 +233,21 @@ TEST_F(Command, EndsWith1WhenTheNodeRefuses) {
                    "node 5, 0x1018:1: the node refuses: Attempt to write a read only object. (0x06010002)");
 }
 
+TEST_F(Command, TellsEachEntryThatTheNodeRefuses) {
+    const TemporaryFile eds;
+    eds.write(
+        "[1018]\nParameterName=Identity\nObjectType=9\nSubNumber=3\n"
+        "[1018sub2]\nParameterName=Product\nObjectType=7\nDataType=7\nAccessType=ro\n"
+        "[1018sub8]\nParameterName=Eight\nObjectType=7\nDataType=7\nAccessType=ro\n"
+        "[1018sub9]\nParameterName=Nine\nObjectType=7\nDataType=7\nAccessType=ro\n");
+    const ChildResult result = run_patiently({"--eds", eds.path(), "sdo", "read", "5", "Identity"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "0x1018:2  1025  Identity/Product\n");
+    EXPECT_EQ(result.err,
+              "nodevik: node 5, 0x1018:8: the node refuses: Sub-index does not exist. (0x06090011)\n"
+              "nodevik: node 5, 0x1018:9: the node refuses: Sub-index does not exist. (0x06090011)\n");
+}
+
 TEST_F(Command, EndsWith2WhenTheCommandLineIsWrong) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> wrong{
         {{}, "a command is missing; right are " + all_commands + "; 'nodevik --help' tells more"},
