@@ -23,12 +23,14 @@ constexpr QSize field_size(900, 500);
 constexpr unsigned curves = 16;
 constexpr unsigned many_samples = 1'000'000;
 constexpr unsigned few_samples = 2000;
+constexpr unsigned restless_samples = 1000;
 
 /// Curves with a ripple from sample to sample. They share their values, for making those takes longer than drawing them.
 std::shared_ptr<plot::PlotData> make_data(unsigned samples) {
     plot::Series series;
     for (unsigned i = 0; i < samples; ++i) {
-        series.append(i, std::sin(i * 6.0 / samples) + (i % 7) / 20.0);
+        series.append(
+            i, samples == restless_samples ? i * 37 % 101 : std::sin(i * 6.0 / samples) + (i % 7) / 20.0);
     }
     auto data = std::make_shared<plot::PlotData>();
     for (unsigned id = 0; id < curves; ++id) {
@@ -83,7 +85,8 @@ struct Scenario {
 
 constexpr std::array scenarios = {
     Scenario{"redraw-many", many_samples, redraw}, Scenario{"redraw-few", few_samples, redraw},
-    Scenario{"zoom", many_samples, zoom}, Scenario{"cursor", many_samples, move_cursor}};
+    Scenario{"redraw-restless", restless_samples, redraw}, Scenario{"zoom", many_samples, zoom},
+    Scenario{"cursor", many_samples, move_cursor}};
 
 /// Milliseconds that one call takes.
 double run(const Scenario& scenario, int count) {

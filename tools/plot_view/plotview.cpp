@@ -36,7 +36,8 @@ constexpr double shortest_view = 1e-13;  // in parts of the greatest time: what 
 constexpr double faint = 1.6;            // contrast below which a line gets a border
 constexpr double usual_line = 2.0;       // pixels: on less a colour is hard to tell
 constexpr double dense_line = 1.0;       // wider ones are not to be told apart, and drawn ten times as slowly
-constexpr double dots_apart = 10.0;      // pixels between samples from which on each has a dot
+constexpr double restless = 32.0;  // widths of the field: a curve that is drawn longer goes up and down a lot
+constexpr double dots_apart = 10.0;  // pixels between samples from which on each has a dot
 constexpr double dot_size = 5.0;
 constexpr double swatch_width = 18.0;
 
@@ -78,6 +79,27 @@ double widest(const QFontMetricsF& metrics, const std::vector<Tick>& ticks) {
         width = std::max(width, metrics.horizontalAdvance(QString::fromStdString(tick.label)));
     }
     return width;
+}
+
+// Draws a line part by part, with its dashes going on: what is drawn at once is filled as one outline, and that of a line
+// that crosses itself often takes far longer than its length.
+void draw_polyline(QPainter& painter, const QPolygonF& line) {
+    constexpr qsizetype corners_at_once = 8;
+    const QPen pen = painter.pen();
+    QPen part_pen = pen;
+    double drawn = 0;
+    for (qsizetype begin = 0; begin + 1 < line.size(); begin += corners_at_once) {
+        const qsizetype count = std::min(corners_at_once + 1, line.size() - begin);
+        if (pen.style() != Qt::SolidLine) {
+            part_pen.setDashOffset(drawn / pen.widthF());
+            painter.setPen(part_pen);
+        }
+        painter.drawPolyline(line.constData() + begin, static_cast<int>(count));
+        for (qsizetype corner = begin + 1; corner < begin + count; ++corner) {
+            drawn += QLineF(line[corner - 1], line[corner]).length();
+        }
+    }
+    painter.setPen(pen);
 }
 
 }  // namespace
@@ -513,7 +535,7 @@ void PlotView::paint_curve(QPainter& painter, const Series& series) const {
     const auto columns = static_cast<std::size_t>(std::ceil(field_.width() * devicePixelRatioF()));
     const std::vector<Point> points = series.line(time_, std::max<std::size_t>(columns, 1));
     const std::size_t samples = series.first_behind(time_.high) - series.first_from(time_.low);
-    const bool is_dense = samples > 2 * columns;
+    const bool is_dense = samples > 2 * columns || drawn_length(series, points) > restless * field_.width();
     const QColor color = color_of(series);
     const double usual_width = is_dense ? dense_line : usual_line;
     const double width =
@@ -530,6 +552,24 @@ void PlotView::paint_curve(QPainter& painter, const Series& series) const {
     paint_line(painter, series, points);
 }
 
+// How long the curve is on the field, in pixels. A wide line that crosses itself takes more than its length to draw.
+double PlotView::drawn_length(const Series& series, const std::vector<Point>& points) const {
+    const Interval axis = own_scales_ ? axis_of(series) : values_;
+    double length = 0;
+    std::optional<double> earlier;
+    for (const Point& point : points) {
+        if (!std::isfinite(point.value)) {
+            earlier.reset();
+            continue;
+        }
+        const double value = std::clamp(point.value, -greatest_value, greatest_value);
+        const double y = std::clamp(place_on(axis, point.time, value).y(), field_.top(), field_.bottom());
+        length += earlier ? std::abs(y - *earlier) : 0;
+        earlier = y;
+    }
+    return length;
+}
+
 // Draws a line from gap to gap, and dots where samples stand alone or far apart.
 void PlotView::paint_line(QPainter& painter, const Series& series, const std::vector<Point>& points) const {
     const Interval axis = own_scales_ ? axis_of(series) : values_;
@@ -540,9 +580,7 @@ void PlotView::paint_line(QPainter& painter, const Series& series, const std::ve
     QPolygonF line;
     const auto finish = [&] {
         for (const QPolygonF& piece : clipped(line, area)) {
-            if (piece.size() > 1) {
-                painter.drawPolyline(piece);
-            }
+            draw_polyline(painter, piece);
         }
         if (has_dots || line.size() == 1) {
             painter.setPen(dot);

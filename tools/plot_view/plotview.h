@@ -202,6 +202,7 @@ private:
     void paint_labels(QPainter& painter) const;
     void paint_curves(QPainter& painter) const;
     void paint_curve(QPainter& painter, const Series& series) const;
+    double drawn_length(const Series& series, const std::vector<Point>& points) const;
     void paint_line(QPainter& painter, const Series& series, const std::vector<Point>& points) const;
     void paint_hint(QPainter& painter) const;
     void paint_cursor(QPainter& painter) const;

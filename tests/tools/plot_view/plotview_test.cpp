@@ -162,6 +162,63 @@ private Q_SLOTS:
         QCOMPARE(image.pixelColor(sample - QPoint(0, 3)), QColor(Qt::red));
     }
 
+    // Wide lines that cross themselves a thousand times take seconds to draw: sharp ones of one pixel are drawn then, as
+    // for a million of samples.
+    void aRestlessCurveIsDrawnAsADenseOne_data() {
+        QTest::addColumn<int>("samples");
+        QTest::addColumn<bool>("sharp");
+        QTest::newRow("some") << 20 << false;
+        QTest::newRow("hundreds") << 700 << true;
+        QTest::newRow("thousands") << 7000 << true;
+    }
+    void aRestlessCurveIsDrawnAsADenseOne() {
+        QFETCH(int, samples);
+        QFETCH(bool, sharp);
+        Series series;
+        series.color = red;
+        for (int i = 0; i < samples; ++i) {
+            series.append(i, i * 37 % 101);
+        }
+        show({series}, {0, samples - 1.0});
+        const QImage image = grab();
+        int soft = 0;
+        const QRect inside = view_->field().toAlignedRect().adjusted(2, 2, -2, -2);
+        for (int y = inside.top(); y <= inside.bottom(); ++y) {
+            for (int x = inside.left(); x <= inside.right(); ++x) {
+                const QColor color = image.pixelColor(x, y);
+                soft += color.red() > color.green() + 10 && color != QColor(Qt::red) ? 1 : 0;
+            }
+        }
+        QCOMPARE(soft == 0, sharp);
+    }
+
+    void dashesGoOnAlongALineOfManySamples() {
+        Series series;
+        series.id = 7;  // the first that has dashes
+        for (int i = 0; i <= 80; ++i) {
+            series.append(i, 5);
+        }
+        show({series}, {0, 80});
+        const QImage image = grab();
+        const int y = view_->place(40, 5).toPoint().y();
+        std::vector<int> lengths;
+        bool was_drawn = false;
+        for (int x = static_cast<int>(view_->field().left()) + 2; x < view_->field().right() - 2; ++x) {
+            const bool is_drawn = image.pixelColor(x, y).green() < 180;
+            if (is_drawn != was_drawn) {
+                lengths.push_back(0);
+            }
+            was_drawn = is_drawn;
+            if (!lengths.empty()) {
+                ++lengths.back();
+            }
+        }
+        QVERIFY(lengths.size() > 20);
+        for (std::size_t i = 2; i + 3 < lengths.size(); ++i) {
+            QVERIFY2(std::abs(lengths[i] - lengths[i + 2]) <= 1, std::to_string(i).c_str());
+        }
+    }
+
     void ofManySamplesNoPeakIsMissed() {
         Series series;
         series.color = red;
