@@ -15,9 +15,8 @@ namespace nodevik_tool {
 
 namespace {
 
-constexpr unsigned int look_around = 1024;  // frames until a signal is looked for
-constexpr std::uint64_t most_told_ahead =
-    10;  // foreign lines ahead of the first frame: it may be no log at all
+constexpr unsigned int look_around = 1024;     // frames until a signal is looked for
+constexpr std::uint64_t most_told_ahead = 10;  // foreign lines ahead of the first frame
 
 // How long a line with this frame is, as candump and the recorder write it.
 std::uint64_t line_length(const LogFrame& frame) {

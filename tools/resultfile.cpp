@@ -19,7 +19,8 @@ namespace nodevik_tool {
 
 namespace {
 
-constexpr mode_t file_mode = 0666;  // less the umask
+constexpr std::size_t most_bytes = std::size_t{1} << 28;  // no node takes more
+constexpr mode_t file_mode = 0666;                        // less the umask
 constexpr mode_t permissions = 07777;
 
 [[noreturn]] void fail(const std::string& path, const char* what, int reason) {
@@ -45,25 +46,39 @@ int write_all(int descriptor, std::string_view bytes) {
     return 0;
 }
 
+// Reads all bytes. Returns the system's reason when it does not, else 0.
+int read_all(int descriptor, std::string& content) {
+    struct stat status {};
+    if (fstat(descriptor, &status) == 0 && status.st_size > static_cast<off_t>(most_bytes)) {
+        return EFBIG;
+    }
+    std::array<char, 65536> room;
+    for (;;) {
+        const ssize_t count = read(descriptor, room.data(), room.size());
+        if (count < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (count == 0) {
+            return 0;
+        }
+        content.append(room.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        if (content.size() > most_bytes) {
+            return EFBIG;  // of a device that never ends, for example
+        }
+    }
+}
+
 }  // namespace
 
 std::string file_content(const std::string& path) {
     const SuddenEnd sudden_end;  // it may be a pipe
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     std::string content;
-    std::array<char, 65536> room;
-    ssize_t count = file < 0 ? -1 : 1;
-    while (count > 0) {
-        do {
-            count = read(file, room.data(), room.size());
-        } while (count < 0 && errno == EINTR);
-        content.append(room.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    }
-    const int reason = errno;
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int reason = file < 0 ? errno : read_all(file, content);
     if (file >= 0) {
         close(file);
     }
-    if (count < 0) {
+    if (reason != 0) {
         fail(path, "read", reason);
     }
     return content;

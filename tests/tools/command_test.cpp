@@ -221,6 +221,10 @@ TEST_F(Command, EndsWith5WhenAFileIsBad) {
     expect_failure(run({"sdo", "read", "5", "0x1017:0", "--out", "/dev/full"}), 5,
                    "/dev/full cannot be written: No space left on device");
     EXPECT_EQ(run({"--eds", "/no/such", "sdo", "read", "5", "speed"}).status, 5);
+    const TemporaryFile huge;
+    ASSERT_EQ(truncate(huge.path().c_str(), off_t{1} << 40), 0);
+    expect_failure(run({"sdo", "write", "5", "0x2000", "--in", huge.path()}), 5,
+                   huge.path() + " cannot be read: File too large");
     const ChildResult full = run_program({"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full", NODEVIK, "--udp",
                                           bus(), "sdo", "read", "5", "0x1017"});
     expect_failure(full, 5, "standard output takes nothing more: No space left on device");
