@@ -129,6 +129,7 @@ struct Ending {
     std::array<std::uint8_t, 4> frame = {};   ///< the last frame, unless there was none
     ProgramEnd program;                       ///< what became of the program
     bool line_lost = false;                   ///< the line itself went away
+    bool line_refused = false;                ///< the line could not be opened when the program wanted it
     std::uint64_t bytes_not_recorded = 0;     ///< passed on, but not written down
 };
 

@@ -198,6 +198,8 @@ void ReportBuilder::note(const Entry& entry) {
         ending.sender = LastSender::recorder;
     } else if (entry.text.starts_with("the line ") && entry.text.find(" is lost") != std::string::npos) {
         ending.line_lost = true;
+    } else if (entry.text.find(" cannot be opened: ") != std::string::npos) {
+        ending.line_refused = true;
     }
 }
 

@@ -161,7 +161,7 @@ Grade grade_of(const Report& report) {
     const bool failed = ending.program.signal || ending.program.status.value_or(0) != 0;
     const bool incomplete = !ending.whole || ending.bytes_not_recorded > 0 || report.unread_lines > 0;
     if (report.faults.all() > 0 || report.frames_out_of_step > 0 || failed || incomplete ||
-        report.frames == 0 || ending.sender == LastSender::recorder) {
+        report.frames == 0 || ending.line_refused || ending.sender == LastSender::recorder) {
         return Grade::look;
     }
     return Grade::good;
@@ -183,6 +183,10 @@ Verdict verdict_on(const Report& report, const Phrasing& phrasing) {
     if (ending.line_lost) {
         tell(phrasing({"The line went away: the cable or the adapter came off.",
                        "Linja katosi: kaapeli tai sovitin irtosi."}));
+    }
+    if (ending.line_refused) {
+        tell(phrasing({"The line could not be opened when the program wanted it.",
+                       "Linjaa ei voitu avata, kun ohjelma yritti avata sen."}));
     }
     if (!ending.whole) {
         tell(cut_sentence(report, phrasing));

@@ -339,6 +339,12 @@ TEST(ReportBuilder, TellsALostLineAndBytesThatWereNotRecorded) {
     EXPECT_FALSE(report_of("0.000000 open\n0.600000 end\n").ending.line_lost);
 }
 
+TEST(ReportBuilder, TellsOfALineThatCouldNotBeOpened) {
+    const std::string note = "0.100000 note /dev/ttyUSB0 cannot be opened: No such file or directory\n";
+    EXPECT_TRUE(report_of("0.000000 open\n" + note + "0.200000 close\n0.300000 end\n").ending.line_refused);
+    EXPECT_FALSE(report_of("0.000000 open\n0.200000 close\n0.300000 end\n").ending.line_refused);
+}
+
 TEST(ReportBuilder, TellsWhetherTheRecordingIsWhole) {
     EXPECT_TRUE(report_of("0.000000 open\n0.100000 close\n0.200000 end\n").ending.whole);
     EXPECT_FALSE(report_of("0.000000 open\n0.100000 close\n").ending.whole);

@@ -213,3 +213,11 @@ TEST(Verdict, IsRedWhereAClosingLeftTheMotorOn) {
         "Portti suljettiin 3 kertaa moottorin ollessa päällä, ensimmäisen kerran kello 3.25.33: ajoneuvoa ei "
         "pysäytetty.");
 }
+
+TEST(Verdict, TellsOfALineThatCouldNotBeOpened) {
+    Report report = good_drive();
+    report.ending.line_refused = true;
+    EXPECT_EQ(grade_of(report), Grade::look);
+    EXPECT_EQ(ending_of(report).back(), "The line could not be opened when the program wanted it.");
+    EXPECT_EQ(ending_of(report, finnish).back(), "Linjaa ei voitu avata, kun ohjelma yritti avata sen.");
+}
