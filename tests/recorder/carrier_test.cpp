@@ -59,6 +59,20 @@ void in_random_pieces(const std::string& bytes, const std::function<void(const s
     }
 }
 
+// Writes blocks to a line that the vehicle does not read until nothing more is taken: the far end's buffer and the line's
+// own are full then, and what the carrier keeps. Returns what was taken.
+std::string write_until_refused(const CarriedLine& carried, const std::string& block) {
+    std::string taken;
+    int refused = 0;
+    EXPECT_TRUE(eventually([&] {
+        const ssize_t count = ::write(carried.line, block.data(), block.size());
+        taken.append(block, 0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        refused = count < 0 && errno == EAGAIN ? refused + 1 : 0;
+        return refused > 100;
+    }));
+    return taken;
+}
+
 // In so many cycles of a frame and a reply.
 unsigned long allocations_in(int cycles) {
     const std::string reply = random_bytes(39, 7);
@@ -170,18 +184,7 @@ TEST(Carrier, NothingIsSentBackBeforeTheProgramHasSetItsLine) {
 TEST(Carrier, LineThatTakesNothingMakesTheProgramsWritesFailAndLosesNothingThatWasTaken) {
     CarriedLine carried;
     carried.open_line();
-    std::string taken;
-    const std::string block = random_bytes(1000, 1);
-    // The far end's buffer and the line's own, then what the carrier keeps: in the end nothing more is taken.
-    int refused = 0;
-    EXPECT_TRUE(eventually([&] {
-        const ssize_t count = ::write(carried.line, block.data(), block.size());
-        if (count > 0) {
-            taken.append(block, 0, static_cast<std::size_t>(count));
-        }
-        refused = count < 0 && errno == EAGAIN ? refused + 1 : 0;
-        return refused > 100;
-    }));
+    const std::string taken = write_until_refused(carried, random_bytes(1000, 1));
     EXPECT_LT(taken.size(), 60'000U);
     expect_same(carried.vehicle.receive(taken.size()), taken);
     EXPECT_TRUE(eventually([&] { return ::write(carried.line, driving_frame.data(), 4) == 4; }));
@@ -189,17 +192,9 @@ TEST(Carrier, LineThatTakesNothingMakesTheProgramsWritesFailAndLosesNothingThatW
 }
 
 TEST(Carrier, ProgramThatThrowsAwayWhatIsNotSentIsHeardAtOnce) {
-    const std::string block(1000, 'x');
     CarriedLine carried;
     carried.open_line();
-    std::size_t taken = 0;
-    int refused = 0;
-    EXPECT_TRUE(eventually([&] {
-        const ssize_t count = ::write(carried.line, block.data(), block.size());
-        taken += count > 0 ? static_cast<std::size_t>(count) : 0;
-        refused = count < 0 ? refused + 1 : 0;
-        return refused > 100;
-    }));
+    const std::size_t taken = write_until_refused(carried, std::string(1000, 'x')).size();
     tcflush(carried.line, TCOFLUSH);
     EXPECT_TRUE(eventually([&] { return ::write(carried.line, neutral_frame.data(), 4) == 4; }));
     std::string all;
@@ -345,15 +340,7 @@ TEST(Carrier, SettingsThatAreTakenBackBeforeTheyCouldBeFollowedAreNot) {
     carried.open_line(B57600);
     carried.write_all("a");
     EXPECT_EQ(carried.vehicle.receive(1), "a");
-    const std::string block(1000, 'x');
-    std::size_t taken = 0;
-    int refused = 0;
-    EXPECT_TRUE(eventually([&] {
-        const ssize_t count = ::write(carried.line, block.data(), block.size());
-        taken += count > 0 ? static_cast<std::size_t>(count) : 0;
-        refused = count < 0 ? refused + 1 : 0;
-        return refused > 100;
-    }));
+    const std::size_t taken = write_until_refused(carried, std::string(1000, 'x')).size();
     for (const speed_t speed : {B115200, B57600}) {
         carried.set_speed(speed);
         for (int i = 0; i < 2; i++) {  // by the second one they have been looked at

@@ -68,6 +68,16 @@ std::string name_of(pid_t process) {
     return name.substr(0, name.find('\n'));
 }
 
+[[noreturn]] void become(std::vector<std::string> command) {
+    std::vector<char*> arguments;
+    for (std::string& word : command) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    execv(arguments[0], arguments.data());
+    _exit(99);
+}
+
 // A directory that goes with its owner.
 class Place {
 public:
@@ -115,15 +125,8 @@ protected:
     void start(const std::string& script, const std::vector<std::string>& options = {}) {
         session_ = fork();
         if (session_ == 0) {
-            std::vector<std::string> words = command({"sh", "-c", script}, options);
-            std::vector<char*> arguments;
-            for (std::string& word : words) {
-                arguments.push_back(word.data());
-            }
-            arguments.push_back(nullptr);
             dup2(open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
-            execv(arguments[0], arguments.data());
-            _exit(99);
+            become(command({"sh", "-c", script}, options));
         }
     }
 
@@ -134,14 +137,7 @@ protected:
             setsid();
             const int end = open(terminal.path().c_str(), O_RDWR);  // becomes the controlling terminal
             dup2(end, STDIN_FILENO);
-            std::vector<std::string> words = command({"bash", "-c", script});
-            std::vector<char*> arguments;
-            for (std::string& word : words) {
-                arguments.push_back(word.data());
-            }
-            arguments.push_back(nullptr);
-            execv(arguments[0], arguments.data());
-            _exit(99);
+            become(command({"bash", "-c", script}));
         }
     }
 
