@@ -109,6 +109,9 @@ Recording read_recording(const std::string& path) {
     if (text.substr(0, looked_at).find('\0') != std::string_view::npos) {
         throw BadFile("is no text; a table (CSV) or a recording of 'nodevik monitor --json' can be shown");
     }
+    if (text.starts_with("# vehicle-recorder recording ")) {
+        throw BadFile("is a recording of the vehicle's line: 'vehicle-recorder plot' shows it");
+    }
     Recording recording = text[start] == '{' ? read_frames(text) : read_table(text);
     sort_series(recording);
     for (unsigned id = 0; Series & series : recording.data.series) {

@@ -58,6 +58,8 @@ TEST(ReadRecording, TellsWhatIsWrongWithAFile) {
                                      "ELF\0\0\0",
                                      7)),
               "is no text; a table (CSV) or a recording of 'nodevik monitor --json' can be shown");
+    EXPECT_EQ(refusal_of("# vehicle-recorder recording 1\n0.000000 open\n"),
+              "is a recording of the vehicle's line: 'vehicle-recorder plot' shows it");
     EXPECT_EQ(refusal_of("{}\n"), "holds no frames as 'nodevik --json monitor' writes them");
 }
 
