@@ -72,6 +72,11 @@ int __wrap_nanosleep(const timespec* time, timespec*) {
     played_us += time->tv_sec * 1000000 + time->tv_nsec / 1000;
     return 0;
 }
+
+int __wrap_sched_yield();
+int __wrap_sched_yield() {
+    return 0;
+}
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
