@@ -4,6 +4,9 @@ from . import process
 
 NAME = "lineguard"
 
+# It gives itself its name as soon as it runs, long before the panel has a window.
+NAMED_WITHIN_S = 5
+
 
 def _name_of(pid):
     with open(f"/proc/{pid}/comm") as file:
@@ -11,10 +14,14 @@ def _name_of(pid):
 
 
 def guard_of(pid):
-    """The guard of a panel that runs, or None."""
-    with open(f"/proc/{pid}/task/{pid}/children") as file:
-        children = [int(word) for word in file.read().split()]
-    return next((child for child in children if _name_of(child) == NAME), None)
+    """The guard of a panel that runs; waits until it has its name."""
+
+    def named():
+        with open(f"/proc/{pid}/task/{pid}/children") as file:
+            children = [int(word) for word in file.read().split()]
+        return next((child for child in children if _name_of(child) == NAME), None)
+
+    return process.wait_until(named, f"the guard of process {pid}", NAMED_WITHIN_S)
 
 
 def state_of(pid):

@@ -38,12 +38,12 @@ def stop(child):
             child.wait()
 
 
-def wait_until(condition, what):
+def wait_until(condition, what, limit_s=LIMIT_S):
     """Waits until condition() gives something true, and returns that. TimeoutError names `what` did not come.
 
     `what` is a text, or a function that gives one when it is too late.
     """
-    end = time.monotonic() + LIMIT_S
+    end = time.monotonic() + limit_s
     while True:
         result = condition()
         if result:
