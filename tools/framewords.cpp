@@ -6,8 +6,10 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 
 #include "nodevik/codetexts.h"
+#include "tools/lssframewords.h"
 #include "tools/objects.h"
 
 namespace nodevik_tool {
@@ -136,6 +138,63 @@ std::string sdo_head(unsigned int node, bool is_request) {
     return print(is_request ? "SDO request to node %u: " : "SDO answer of node %u: ", node);
 }
 
+constexpr const char* unknown_command = "unknown command";
+
+// The receiver of a block says what came and how many segments it takes next.
+std::string came_words(const ShownFrame& frame) {
+    return print("segments up to %u came, %u in the next block", static_cast<unsigned int>(frame.data[1]),
+                 static_cast<unsigned int>(frame.data[2]));
+}
+
+// The sender of the blocks tells at the end how many bytes of the last segment count.
+std::string end_words(const ShownFrame& frame) {
+    const unsigned int count = 7U - (frame.data[0] >> 2U & 7U);
+    return print("block end, %u byte%s in the last segment", count, count == 1 ? "" : "s");
+}
+
+std::string size_words(const ShownFrame& frame) {
+    constexpr unsigned int is_size_given = 2;
+    return (frame.data[0] & is_size_given) == 0
+               ? ""
+               : print(", %u bytes", static_cast<unsigned int>(load_le(&frame.data[4], 4)));
+}
+
+// Frames of a block upload but its segments (CiA 301, 7.2.4.3.12 to 7.2.4.3.15).
+std::string block_read_words(const ShownFrame& frame, const std::string& object, bool is_request) {
+    if (!is_request) {
+        return (frame.data[0] & 1) == 0 ? object + " in blocks" + size_words(frame) : end_words(frame);
+    }
+    switch (frame.data[0] & 3) {
+        case 0:
+            return "block read " + object +
+                   print(", %u segments a block", static_cast<unsigned int>(frame.data[4]));
+        case 1:
+            return "block read ended";
+        case 2:
+            return came_words(frame);
+        default:
+            return "block read begins";
+    }
+}
+
+// Frames of a block download but its segments (CiA 301, 7.2.4.3.8 to 7.2.4.3.11).
+std::string block_write_words(const ShownFrame& frame, const std::string& object, bool is_request) {
+    if (is_request) {
+        return (frame.data[0] & 1) == 0 ? "block write " + object + size_words(frame) : end_words(frame);
+    }
+    switch (frame.data[0] & 3) {
+        case 0:
+            return "block write " + object +
+                   print(" begins, %u segments a block", static_cast<unsigned int>(frame.data[4]));
+        case 1:
+            return "block write ended";
+        case 2:
+            return came_words(frame);
+        default:
+            return unknown_command;
+    }
+}
+
 std::string sdo_words(const ShownFrame& frame, unsigned int node, bool is_request) {
     const std::string head = sdo_head(node, is_request);
     if (frame.length != 8) {
@@ -168,12 +227,38 @@ std::string sdo_words(const ShownFrame& frame, unsigned int node, bool is_reques
             return head + "abort " + object + print(" 0x%08X ", size) + (text != nullptr ? text : "");
         }
         case 5:
-            return head + ((command & 3) == 0 ? "block " + object : "block");
         case 6:
-            return head + ((command & 1) == 0 ? "block " + object : "block end");
+            return head + ((command >> 5 == 5) == is_request ? block_read_words(frame, object, is_request)
+                                                             : block_write_words(frame, object, is_request));
         default:
-            return head + "unknown command";
+            return head + unknown_command;
     }
+}
+
+// TIME_OF_DAY (CiA 301, 7.1.6.5): 28 bits of milliseconds since midnight, 16 of days since 1984-01-01.
+std::string time_words(const ShownFrame& frame) {
+    if (frame.length != 6) {
+        return "TIME of a wrong length";
+    }
+    constexpr std::time_t first_day = 441763200;
+    constexpr std::time_t seconds_a_day = 86400;
+    const unsigned int milliseconds = load_le(frame.data.data(), 4) & 0x0FFFFFFF;
+    const std::time_t time = first_day +
+                             seconds_a_day * static_cast<std::time_t>(load_le(&frame.data[4], 2)) +
+                             milliseconds / 1000;
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    return print("TIME %04d-%02d-%02d %02d:%02d:%02d.%03u", parts.tm_year + 1900, parts.tm_mon + 1,
+                 parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, milliseconds % 1000);
+}
+
+std::string lss_words(const ShownFrame& frame) {
+    const bool is_request = frame.identifier == lss_request;
+    const std::string head = is_request ? "LSS request: " : "LSS answer: ";
+    if (frame.length != 8) {
+        return head + "wrong length";
+    }
+    return head + (is_request ? lss_request_words(frame.data) : lss_answer_words(frame.data));
 }
 
 std::string error_words(const ShownFrame& frame) {
@@ -286,11 +371,10 @@ std::string frame_words(const ShownFrame& frame) {
         return frame.length == 1 ? print("SYNC %u", static_cast<unsigned int>(frame.data[0])) : "SYNC";
     }
     if (kind.word == "time") {
-        return "TIME";
+        return time_words(frame);
     }
     if (kind.word == "lss") {
-        return print(frame.identifier == lss_request ? "LSS request 0x%02X" : "LSS answer 0x%02X",
-                     static_cast<unsigned int>(frame.data[0]));
+        return lss_words(frame);
     }
     if (kind.word == "emcy") {
         return emergency_words(frame, kind.node);

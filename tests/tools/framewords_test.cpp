@@ -81,10 +81,55 @@ TEST(FrameWords, TellTransfers) {
     EXPECT_EQ(words_of(0x605, {0x40}), "SDO request to node 5: wrong length");
 }
 
+TEST(FrameWords, TellABlockThatIsWritten) {
+    EXPECT_EQ(words_of(0x605, {0xC6, 0x02, 0x20, 0, 0x10, 0x27, 0, 0}),
+              "SDO request to node 5: block write 0x2002:0, 10000 bytes");
+    EXPECT_EQ(words_of(0x605, {0xC4, 0x02, 0x20, 0, 0, 0, 0, 0}),
+              "SDO request to node 5: block write 0x2002:0");
+    EXPECT_EQ(words_of(0x585, {0xA4, 0x02, 0x20, 0, 127, 0, 0, 0}),
+              "SDO answer of node 5: block write 0x2002:0 begins, 127 segments a block");
+    EXPECT_EQ(words_of(0x585, {0xA2, 126, 64, 0, 0, 0, 0, 0}),
+              "SDO answer of node 5: segments up to 126 came, 64 in the next block");
+    EXPECT_EQ(words_of(0x605, {0xC1, 0xC3, 0x31, 0, 0, 0, 0, 0}),
+              "SDO request to node 5: block end, 7 bytes in the last segment");
+    EXPECT_EQ(words_of(0x605, {0xD9, 0xC3, 0x31, 0, 0, 0, 0, 0}),
+              "SDO request to node 5: block end, 1 byte in the last segment");
+    EXPECT_EQ(words_of(0x585, {0xA1, 0, 0, 0, 0, 0, 0, 0}), "SDO answer of node 5: block write ended");
+    EXPECT_EQ(words_of(0x585, {0xA3, 0, 0, 0, 0, 0, 0, 0}), "SDO answer of node 5: unknown command");
+}
+
+TEST(FrameWords, TellABlockThatIsRead) {
+    EXPECT_EQ(words_of(0x605, {0xA4, 0x08, 0x10, 0, 127, 0, 0, 0}),
+              "SDO request to node 5: block read 0x1008:0, 127 segments a block");
+    EXPECT_EQ(words_of(0x585, {0xC6, 0x08, 0x10, 0, 26, 0, 0, 0}),
+              "SDO answer of node 5: 0x1008:0 in blocks, 26 bytes");
+    EXPECT_EQ(words_of(0x585, {0xC0, 0x08, 0x10, 0, 0, 0, 0, 0}), "SDO answer of node 5: 0x1008:0 in blocks");
+    EXPECT_EQ(words_of(0x605, {0xA3, 0, 0, 0, 0, 0, 0, 0}), "SDO request to node 5: block read begins");
+    EXPECT_EQ(words_of(0x605, {0xA2, 0, 127, 0, 0, 0, 0, 0}),
+              "SDO request to node 5: segments up to 0 came, 127 in the next block");
+    EXPECT_EQ(words_of(0x585, {0xC9, 0x12, 0x34, 0, 0, 0, 0, 0}),
+              "SDO answer of node 5: block end, 5 bytes in the last segment");
+    EXPECT_EQ(words_of(0x605, {0xA1, 0, 0, 0, 0, 0, 0, 0}), "SDO request to node 5: block read ended");
+}
+
+TEST(FrameWords, TellTheTime) {
+    EXPECT_EQ(words_of(0x100, {0, 0, 0, 0, 0, 0}), "TIME 1984-01-01 00:00:00.000");
+    EXPECT_EQ(words_of(0x100, {0xFF, 0x5B, 0x26, 0x05, 0x3C, 0x00}), "TIME 1984-03-01 23:59:59.999");
+    // The upper four bits are reserved, and a day may have more milliseconds than fit.
+    EXPECT_EQ(words_of(0x100, {0x01, 0x5C, 0x26, 0xF5, 0x00, 0x00}), "TIME 1984-01-02 00:00:00.001");
+    EXPECT_EQ(words_of(0x100, {0, 0, 0, 0, 0xFF, 0xFF}), "TIME 2163-06-06 00:00:00.000");
+    EXPECT_EQ(words_of(0x100, {0, 0, 0, 0}), "TIME of a wrong length");
+}
+
+TEST(FrameWords, TellLss) {
+    EXPECT_EQ(words_of(0x7E5, {0x40, 0xF1, 0x01, 0, 0, 0, 0, 0}), "LSS request: select vendor 0x000001F1");
+    EXPECT_EQ(words_of(0x7E4, {0x44, 0, 0, 0, 0, 0, 0, 0}), "LSS answer: selected");
+    EXPECT_EQ(words_of(0x7E4, {0x44}), "LSS answer: wrong length");
+}
+
 TEST(FrameWords, TellProcessDataAndEmergencies) {
     EXPECT_EQ(words_of(0x185, {1}), "TPDO1 of node 5");
     EXPECT_EQ(words_of(0x505, {1}), "RPDO4 to node 5");
-    EXPECT_EQ(words_of(0x7E5, {0x40, 0, 0, 0, 0, 0, 0, 0}), "LSS request 0x40");
     EXPECT_EQ(words_of(0x085, {0, 0, 0, 0, 0, 0, 0, 0}).rfind("EMCY of node 5: 0x0000 ", 0), 0U);
     EXPECT_EQ(words_of(0x085, {1}), "EMCY of node 5 of a wrong length");
     EXPECT_EQ(words_of(0x7FF, {1}), "");
