@@ -141,7 +141,7 @@ void add_run_command(CLI::App& app, Action& action) {
     command
         .add_option("--keep", options->keep, "Keep so many recordings there, the newest, this one included")
         ->type_name("NUMBER")
-        ->check(CLI::Range(1U, 1'000'000U))
+        ->transform(whole_number(1, 1'000'000))
         ->excludes(out);
     add_alarm_options(command, options->session.alarms);
     add_program_options(command, options->session.program, options->session.way);

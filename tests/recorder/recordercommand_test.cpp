@@ -40,4 +40,24 @@ TEST(RecorderCommand, UnknownCommandIsWrongUsage) {
     EXPECT_EQ(result.err.rfind("vehicle-recorder: 'rewind' is none of its commands", 0), 0U) << result.err;
 }
 
+TEST(RecorderCommand, NumberThatIsNoneOrOutOfRangeIsWrongUsage) {
+    for (const std::string number : {"", "x", "1x", "-1", "0", "1000001", "99999999999999999999"}) {
+        const ChildResult result =
+            recorder({"run", "--directory", "/nowhere", "--keep=" + number, "--", "true"});
+        EXPECT_EQ(result.status, 2) << number;
+        EXPECT_EQ(result.err.rfind("vehicle-recorder: --keep: ", 0), 0U) << result.err;
+    }
+    const ChildResult result = recorder({"watch", "/nowhere", "--silence", "3600001"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err.rfind("vehicle-recorder: --silence: '3600001' is not one of 1 to 3600000", 0), 0U)
+        << result.err;
+}
+
+TEST(RecorderCommand, NumberMayHaveZerosAhead) {
+    const ChildResult result = recorder({"watch", "/nowhere/drive.recording", "--silence", "08"});
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.err.rfind("vehicle-recorder: /nowhere/drive.recording cannot be read: ", 0), 0U)
+        << result.err;
+}
+
 }  // namespace

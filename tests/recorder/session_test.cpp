@@ -322,6 +322,19 @@ TEST_F(Session, RecordingWithoutANameGoesIntoTheDirectoryAndTheOldestGo) {
     EXPECT_TRUE(ends_with(recorded(directory + "/" + names[2]), {"end"}));
 }
 
+TEST_F(Session, NumberOfRecordingsIsDecimalAlsoBehindAZero) {
+    const std::string directory = place / "kept";
+    files::create_directories(directory);
+    for (int year = 2001; year <= 2012; ++year) {
+        std::ofstream(directory + "/vehicle-" + std::to_string(year) + "0101-000000.recording") << "x";
+    }
+    EXPECT_EQ(run_program({VEHICLE_RECORDER, "run", "--device", vehicle.path(), "--directory", directory,
+                           "--keep", "010", "--", "true"})
+                  .status,
+              0);
+    EXPECT_EQ(std::distance(files::directory_iterator(directory), files::directory_iterator()), 10);
+}
+
 // The clock may have been wrong meanwhile; the second recording of a second has a number behind its name.
 TEST_F(Session, RecordingThatWasJustMadeStaysThoughOthersSeemNewer) {
     const std::string directory = place / "kept";
