@@ -21,6 +21,7 @@
 #include "tests/recorder/carriedline.h"
 #include "tests/recorder/recordings.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/filecontent.h"
 #include "tests/support/pseudoterminal.h"
 #include "tests/support/temporaryfile.h"
 
@@ -32,15 +33,10 @@ namespace files = std::filesystem;
 
 const std::string neutral_frame("\0gnP", 4);
 
-std::string content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // The lines of a recording behind its header, without their times.
 std::vector<std::string> recorded(const std::string& path) {
     std::vector<std::string> lines;
-    std::istringstream text(content(path));
+    std::istringstream text(file_content(path));
     for (std::string line; std::getline(text, line);) {
         if (line[0] != '#') {
             lines.push_back(line.substr(line.find(' ') + 1));
@@ -55,7 +51,7 @@ bool ends_with(const std::vector<std::string>& lines, const std::vector<std::str
 
 std::vector<pid_t> children_of(pid_t process) {
     std::istringstream text(
-        content("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) + "/children"));
+        file_content("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) + "/children"));
     std::vector<pid_t> children;
     for (pid_t child = 0; text >> child;) {
         children.push_back(child);
@@ -64,7 +60,7 @@ std::vector<pid_t> children_of(pid_t process) {
 }
 
 std::string name_of(pid_t process) {
-    std::string name = content("/proc/" + std::to_string(process) + "/comm");
+    std::string name = file_content("/proc/" + std::to_string(process) + "/comm");
     return name.substr(0, name.find('\n'));
 }
 
@@ -161,7 +157,7 @@ protected:
         return found;
     }
 
-    std::string told() const { return content(errors); }
+    std::string told() const { return file_content(errors); }
 
     Place place;
     PseudoTerminal vehicle;
@@ -204,7 +200,7 @@ TEST_F(Session, ProgramFindsTheLineUnderItsNameByEitherWay) {
 
 TEST_F(Session, HeaderTellsDeviceAndProgram) {
     run({"true"});
-    const std::string text = content(out);
+    const std::string text = file_content(out);
     EXPECT_EQ(text.find("# vehicle-recorder recording 1\n# program vehicle-recorder " PROJECT_VERSION
                         "\n# device " +
                         vehicle.path() + "\n# start "),
@@ -293,7 +289,7 @@ TEST_F(Session, RecordingThatIsThereAlreadyIsNotTouched) {
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "vehicle-recorder: " + out + " cannot be made for the recording: File exists\n");
     EXPECT_EQ(result.status, 5);
-    EXPECT_EQ(content(out), "earlier");
+    EXPECT_EQ(file_content(out), "earlier");
 }
 
 // --- where recordings are kept ---
@@ -423,10 +419,10 @@ TEST_F(Session, KeyOfTheTerminalReachesTheProgramOnce) {
     start_on(terminal, script);
     ASSERT_TRUE(eventually([&] { return files::exists(ready); }));
     terminal.send("\x03");
-    ASSERT_TRUE(eventually([&] { return !content(count).empty(); }));
+    ASSERT_TRUE(eventually([&] { return !file_content(count).empty(); }));
     std::ofstream(place / "go") << "";
     EXPECT_EQ(wait(), 3);
-    EXPECT_EQ(content(count), "x\n");
+    EXPECT_EQ(file_content(count), "x\n");
 }
 
 // Of its hang-up a terminal tells its session's leader alone.
@@ -453,7 +449,7 @@ TEST_F(Session, SignalEndsItWhenOnlySomebodyElseHoldsTheLine) {
         eventually([&] { return told().find("another process holds the line") != std::string::npos; }));
     kill(session_, SIGTERM);
     EXPECT_EQ(wait(), 5);
-    kill(std::stoi(content(holder)), SIGKILL);
+    kill(std::stoi(file_content(holder)), SIGKILL);
     EXPECT_EQ(vehicle.receive(4), neutral_frame);
     EXPECT_TRUE(ends_with(recorded(out), {"note neutral frame sent by the recorder",
                                           "note the program ended with status 5", "end"}));
@@ -515,7 +511,8 @@ TEST_F(Session, KilledSessionLeavesTheLineCarriedToTheProgramsEnd) {
     EXPECT_TRUE(eventually([&] { return ends_with(recorded(out), {"end"}); }));
     for (const pid_t child : children) {
         EXPECT_TRUE(eventually([&] {
-            return name_of(child).empty() || content("/proc/" + std::to_string(child) + "/cmdline").empty();
+            return name_of(child).empty() ||
+                   file_content("/proc/" + std::to_string(child) + "/cmdline").empty();
         }));
     }
 }
@@ -541,10 +538,17 @@ TEST_F(Session, StoppedWritingHalfHoldsNothingUpAndWritesAllWhenItGoesOn) {
     kill(writing_half, SIGSTOP);
     std::ofstream(place / "go") << "";
     EXPECT_EQ(vehicle.receive(8), "abcd" + neutral_frame);
+    ASSERT_TRUE(eventually([&] {
+        const std::vector<pid_t> children = children_of(session_);
+        return std::none_of(children.begin(), children.end(),
+                            [](pid_t child) { return name_of(child) == "sh"; });
+    }));
     kill(session_, SIGTERM);  // does not wait for it
     kill(writing_half, SIGCONT);
     EXPECT_EQ(wait(), 7);
-    EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 7", "end"}));
+    EXPECT_TRUE(eventually([&] {
+        return ends_with(recorded(out), {"note the program ended with status 7", "end"});
+    }));
 }
 
 TEST_F(Session, FullDiskIsToldOnceAndTheLineIsCarriedOn) {
@@ -572,8 +576,8 @@ TEST_F(Session, PassedLimitIsSaidAndStartsACommand) {
     EXPECT_EQ(vehicle.receive(8), driving_frame + neutral_frame);
     EXPECT_EQ(wait(), 9);
     EXPECT_EQ(told().find("vehicle-recorder: no whole reply for 1"), 0U);
-    ASSERT_TRUE(eventually([&] { return !content(alarm).empty(); }));
-    EXPECT_EQ("vehicle-recorder: " + content(alarm), told());
+    ASSERT_TRUE(eventually([&] { return !file_content(alarm).empty(); }));
+    EXPECT_EQ("vehicle-recorder: " + file_content(alarm), told());
     EXPECT_TRUE(ends_with(recorded(out), {"note the program ended with status 9", "end"}));
 }
 
@@ -583,7 +587,8 @@ TEST_F(Session, KilledWatcherIsToldOnceAndTheLineIsCarriedOn) {
     EXPECT_EQ(vehicle.receive(4), driving_frame);
     const pid_t watcher = process("linewatcher");
     kill(watcher, SIGKILL);
-    ASSERT_TRUE(eventually([&] { return content("/proc/" + std::to_string(watcher) + "/cmdline").empty(); }));
+    ASSERT_TRUE(
+        eventually([&] { return file_content("/proc/" + std::to_string(watcher) + "/cmdline").empty(); }));
     std::ofstream(place / "go") << "";
     EXPECT_EQ(vehicle.receive(8), "abcd" + neutral_frame);
     EXPECT_EQ(wait(), 7);
@@ -643,7 +648,7 @@ TEST_F(Session, CommandsOfAlarmsThatDoNotEndAreNotStartedWithoutLimit) {
     }
     EXPECT_EQ(result.err, expected);
     const auto processes = [&] {
-        std::istringstream text(content(started));
+        std::istringstream text(file_content(started));
         std::vector<pid_t> found;
         for (pid_t process = 0; text >> process;) {
             found.push_back(process);
@@ -677,7 +682,7 @@ TEST_F(Session, CommandsOfAlarmsThatFailMakeRoomForOthersAndHaveNoInput) {
         }
         file << 10 * i + 6 << ".000000 > 00676e50\n" << std::flush;
         expected += "x\n";
-        ASSERT_TRUE(eventually([&] { return content(started) == expected; }));
+        ASSERT_TRUE(eventually([&] { return file_content(started) == expected; }));
     }
     file << "200.000000 end\n" << std::flush;
     EXPECT_EQ(wait(), 0);
