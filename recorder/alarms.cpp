@@ -11,7 +11,7 @@
 #include <cstdlib>
 
 #include "program/failure.h"
-#include "recorder/commandoptions.h"
+#include "program/wholenumbers.h"
 #include "recorder/entrypipe.h"
 #include "recorder/texts.h"
 
@@ -66,7 +66,7 @@ void add_alarm_options(CLI::App& command, AlarmSetUp& setup) {
             },
             "Say when no whole reply has come for so long")
         ->type_name("MS")
-        ->transform(whole_number(1, 3'600'000));
+        ->transform(program::whole_numbers(1, 3'600'000));
     add_limit_option(command, "--below", "Say when rpm, voltage, current or capacity is below N", false,
                      setup);
     add_limit_option(command, "--above", "Say when rpm, voltage, current or capacity is above N", true,

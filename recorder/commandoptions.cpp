@@ -2,24 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "program/numbers.h"
 #include "recorder/programstart.h"
 #include "recorder/recording.h"
 
 namespace vehicle_recorder {
-
-CLI::Validator whole_number(std::uint32_t lowest, std::uint32_t highest) {
-    const auto look = [lowest, highest](std::string& text) {
-        const auto number = program::whole_number(text, lowest, highest);
-        if (!number) {
-            return "'" + text + "' is not one of " + std::to_string(lowest) + " to " +
-                   std::to_string(highest);
-        }
-        text = std::to_string(*number);  // CLI11 takes a leading 0 for octal
-        return std::string();
-    };
-    return {look, ""};
-}
 
 void add_time_option(CLI::App& command, const std::string& name, std::uint64_t& time_us,
                      const std::string& does) {

@@ -12,15 +12,9 @@
 
 namespace CLI {
 class App;
-class Validator;
-}  // namespace CLI
+}
 
 namespace vehicle_recorder {
-
-/// What an option with a whole number takes: digits, which are decimal also behind a 0, or hexadecimal ones behind "0x".
-/// @param lowest   the lowest number that is right, not negative
-/// @param highest  the highest one
-CLI::Validator whole_number(std::uint32_t lowest, std::uint32_t highest);
 
 /// Adds an option for a time of a recording, in seconds since its start.
 /// @param name     with its dashes

@@ -17,6 +17,7 @@
 
 #include "program/failure.h"
 #include "program/linepreload.h"
+#include "program/wholenumbers.h"
 #include "recorder/commandoptions.h"
 #include "recorder/commands.h"
 #include "recorder/descriptor.h"
@@ -141,7 +142,7 @@ void add_run_command(CLI::App& app, Action& action) {
     command
         .add_option("--keep", options->keep, "Keep so many recordings there, the newest, this one included")
         ->type_name("NUMBER")
-        ->transform(whole_number(1, 1'000'000))
+        ->transform(program::whole_numbers(1, 1'000'000))
         ->excludes(out);
     add_alarm_options(command, options->session.alarms);
     add_program_options(command, options->session.program, options->session.way);

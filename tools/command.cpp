@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "program/standardoptions.h"
+#include "program/wholenumbers.h"
 #include "tools/commandregistry.h"
 #include "tools/completion.h"
 #include "tools/failure.h"
@@ -94,7 +95,7 @@ void CommandLine::add_common_options() {
     app_.add_flag("--quiet", common_.quiet, "No progress");
     app_.add_option("--timeout", common_.timeout_ms, "Longest wait for an answer; 500 unless said")
         ->type_name("MS")
-        ->transform(whole_numbers(1, longest_timeout_ms));
+        ->transform(program::whole_numbers(1, longest_timeout_ms));
     app_.add_option("--eds", common_.eds,
                     "EDS or DCF file with the names and types of all nodes' objects, or of one's")
         ->type_name("[NODE=]FILE")

@@ -72,13 +72,6 @@ private:
     Action action_;
 };
 
-/// Whole numbers of a command line: decimal digits, or hexadecimal ones after "0x". Zeros ahead of them change nothing,
-/// so that node 010 is node 10 for every command.
-/// @param lowest   the lowest number that is right
-/// @param highest  the highest one
-/// @return what CLI::Option::transform() takes
-CLI::Validator whole_numbers(std::uint64_t lowest, std::uint64_t highest);
-
 /// Numbers of a command line that may have a fraction; "nan" is none of them.
 /// @param lowest   the lowest number that is right
 /// @param highest  the highest one

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "program/numbers.h"
+#include "program/wholenumbers.h"
 #include "tools/commandregistry.h"
 #include "tools/framecommands.h"
 #include "tools/synccommand.h"
@@ -62,7 +63,7 @@ void add_sync(CommandRegistry& registry) {
         ->check(real_numbers(shortest_period_ms, longest_period_ms));
     sync->add_option("--count", arguments->count, "End after N")
         ->type_name("N")
-        ->transform(whole_numbers(1, UINT64_MAX));
+        ->transform(program::whole_numbers(1, INT64_MAX));
     registry.on(*sync, [arguments](const Session& session) { return produce_sync(session, *arguments); });
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "program/numbers.h"
+#include "program/wholenumbers.h"
 #include "tools/commandregistry.h"
 #include "tools/lsscommands.h"
 
@@ -48,7 +49,7 @@ void add_search(CommandRegistry& registry, CLI::App& lss, const std::string& nam
         ->add_option("--step", arguments->step_ms,
                      "Wait for answers to each of the 133 questions; 100 unless said")
         ->type_name("MS")
-        ->transform(whole_numbers(1, longest_step_ms));
+        ->transform(program::whole_numbers(1, longest_step_ms));
     registry.on(*command,
                 [arguments, search](const Session& session) { return search(session, *arguments); });
 }

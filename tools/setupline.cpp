@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "program/wholenumbers.h"
 #include "tools/commandregistry.h"
 #include "tools/configurecommand.h"
 #include "tools/dumpcommand.h"
@@ -46,7 +47,7 @@ void add_pdo(CommandRegistry& registry) {
         ->check(CLI::IsMember({"tpdo", "rpdo"}));
     set->add_option("N", arguments->number, "Number of the PDO, 1 to 512")
         ->required()
-        ->transform(whole_numbers(1, 512));
+        ->transform(program::whole_numbers(1, 512));
     set->add_option("COBID", arguments->cob_id, "Its identifier, 0x185; with 0x80000000 added it is off")
         ->required();
     set->add_option("TYPE", arguments->type,

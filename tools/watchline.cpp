@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "program/wholenumbers.h"
 #include "tools/commandregistry.h"
 #include "tools/watchcommands.h"
 
@@ -17,7 +18,7 @@ void add_frame_options(CLI::App& command, FrameOptions& frames) {
         ->type_name("RANGE");
     command.add_option("--count", frames.count, "End after N frames")
         ->type_name("N")
-        ->transform(whole_numbers(1, UINT64_MAX));
+        ->transform(program::whole_numbers(1, INT64_MAX));
     CLI::Option* raw = command.add_flag("--raw", frames.raw, "Lines as candump -L writes them");
     command.add_flag("--statistics", frames.statistics, "No frames, but how many of each identifier")
         ->excludes(raw);
@@ -44,7 +45,7 @@ void add_record(CommandRegistry& registry) {
     add_seconds(*record, limits->seconds);
     record->add_option("--max-size", limits->max_bytes, "End before the log has more bytes")
         ->type_name("N")
-        ->transform(whole_numbers(1, UINT64_MAX));
+        ->transform(program::whole_numbers(1, INT64_MAX));
     registry.on(*record,
                 [log, limits](const Session& session) { return record_bus(session, *log, *limits); });
 }

@@ -49,7 +49,7 @@ TEST(RecorderCommand, NumberThatIsNoneOrOutOfRangeIsWrongUsage) {
     }
     const ChildResult result = recorder({"watch", "/nowhere", "--silence", "3600001"});
     EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.err.rfind("vehicle-recorder: --silence: '3600001' is not one of 1 to 3600000", 0), 0U)
+    EXPECT_EQ(result.err.rfind("vehicle-recorder: --silence: Value 3600001 not in range 1 to 3600000", 0), 0U)
         << result.err;
 }
 
