@@ -4,10 +4,6 @@ namespace nodevik_tool {
 
 namespace {
 
-constexpr unsigned int function_mask = 0x780;
-constexpr unsigned int node_mask = 0x7F;
-constexpr unsigned int request_function = 0x600;
-constexpr unsigned int answer_function = 0x580;
 constexpr unsigned int number_mask = 0x7F;
 constexpr unsigned int last_bit = 0x80;
 constexpr unsigned int abort_byte = 0x80;
@@ -21,17 +17,13 @@ constexpr unsigned int start = 3;
 
 }  // namespace
 
-unsigned int BlockSegments::take(const ShownFrame& frame) {
-    const unsigned int function = frame.identifier & function_mask;
-    const bool is_sdo = !frame.extended && !frame.error && !frame.remote &&
-                        frame.length == frame.data.size() &&
-                        frame.identifier <= (function_mask | node_mask) &&
-                        (function == request_function || function == answer_function);
-    if (!is_sdo) {
+unsigned int BlockSegments::take(const ShownFrame& frame, const FrameKind& kind) {
+    const bool is_request = kind.word == "sdo-request";
+    if ((!is_request && kind.word != "sdo-answer") || frame.remote || frame.length != frame.data.size()) {
         return 0;
     }
-    const Sender from = function == request_function ? Sender::client : Sender::server;
-    Transfer& transfer = transfers_[frame.identifier & node_mask];
+    const Sender from = is_request ? Sender::client : Sender::server;
+    Transfer& transfer = transfers_[kind.node];
     const unsigned int byte = frame.data[0];
     if (transfer.sender == from && byte != abort_byte && (byte & number_mask) == transfer.next) {
         const unsigned int number = transfer.next++;

@@ -26,8 +26,9 @@ public:
     /// Takes a frame, each in the order of the bus. A transfer that had begun before is known from its next confirmation
     /// on, and one that leaves its rules is no longer followed.
     ///
+    /// @param kind  of the frame
     /// @return the number of the segment, 1 to 127; 0 when the frame is none
-    unsigned int take(const ShownFrame& frame);
+    unsigned int take(const ShownFrame& frame, const FrameKind& kind);
 
 private:
     enum class Sender : unsigned char { nobody, client, server };

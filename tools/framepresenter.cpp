@@ -122,7 +122,7 @@ bool FramePresenter::is_wanted(const ShownFrame& frame, const FrameKind& kind) c
 
 void FramePresenter::show(const ShownFrame& frame) {
     const FrameKind kind = kind_of(frame);
-    const unsigned int segment = blocks_.take(frame);
+    const unsigned int segment = blocks_.take(frame, kind);
     if (is_complete() || !is_wanted(frame, kind)) {
         return;
     }

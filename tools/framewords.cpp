@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "nodevik/codetexts.h"
+#include "nodevik/nodes/lssprotocol.h"
 #include "tools/lssframewords.h"
 #include "tools/objects.h"
 
@@ -18,8 +19,6 @@ namespace {
 
 constexpr unsigned int node_mask = 0x7F;
 constexpr unsigned int function_mask = 0x780;
-constexpr unsigned int lss_answer = 0x7E4;
-constexpr unsigned int lss_request = 0x7E5;
 
 // The functions of the predefined connection set that belong to a node.
 struct Function {
@@ -227,9 +226,11 @@ std::string sdo_words(const ShownFrame& frame, unsigned int node, bool is_reques
             return head + "abort " + object + print(" 0x%08X ", size) + (text != nullptr ? text : "");
         }
         case 5:
+            return head + (is_request ? block_read_words(frame, object, true)
+                                      : block_write_words(frame, object, false));
         case 6:
-            return head + ((command >> 5 == 5) == is_request ? block_read_words(frame, object, is_request)
-                                                             : block_write_words(frame, object, is_request));
+            return head + (is_request ? block_write_words(frame, object, true)
+                                      : block_read_words(frame, object, false));
         default:
             return head + unknown_command;
     }
@@ -252,8 +253,8 @@ std::string time_words(const ShownFrame& frame) {
                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, milliseconds % 1000);
 }
 
-std::string lss_words(const ShownFrame& frame) {
-    const bool is_request = frame.identifier == lss_request;
+std::string lss_frame_words(const ShownFrame& frame) {
+    const bool is_request = frame.identifier == lss::request_identifier;
     const std::string head = is_request ? "LSS request: " : "LSS answer: ";
     if (frame.length != 8) {
         return head + "wrong length";
@@ -325,8 +326,8 @@ FrameKind kind_of(const ShownFrame& frame) {
             return {"sync", 0};
         case 0x100:
             return {"time", 0};
-        case lss_answer:
-        case lss_request:
+        case lss::answer_identifier:
+        case lss::request_identifier:
             return {"lss", 0};
         default:
             break;
@@ -374,7 +375,7 @@ std::string frame_words(const ShownFrame& frame) {
         return time_words(frame);
     }
     if (kind.word == "lss") {
-        return lss_words(frame);
+        return lss_frame_words(frame);
     }
     if (kind.word == "emcy") {
         return emergency_words(frame, kind.node);

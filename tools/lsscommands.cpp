@@ -6,6 +6,7 @@
 #include <set>
 #include <tuple>
 
+#include "nodevik/nodes/lssprotocol.h"
 #include "nodevik/util/monotonicclock.h"
 #include "program/numbers.h"
 #include "program/progress.h"
@@ -17,7 +18,6 @@ namespace nodevik_tool {
 
 namespace {
 
-constexpr unsigned int request_identifier = 0x7E5;
 constexpr unsigned int answer_identifier = 0x7E4;
 constexpr unsigned int boot_up_identifier = 0x700;
 constexpr unsigned char reset_communication = 0x82;  // CiA 301, 7.2.8.3.1
@@ -28,7 +28,6 @@ constexpr unsigned int first_questions = 1;  // of a fastscan: is anybody there
 constexpr unsigned int part_questions = 33;  // 32 bits, and whether they are right
 constexpr int most_restarts = 3;
 constexpr std::array<unsigned int, 8> bit_rates{10, 20, 50, 125, 250, 500, 800, 1000};
-constexpr unsigned int specific_error = 0xFF;
 
 using Numbers = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>;
 
@@ -57,7 +56,7 @@ public:
 
     void frame_passed(const ObservedFrame& frame) override {
         if (frame.direction == ObservedFrame::Direction::sent) {
-            requests += frame.identifier == request_identifier ? 1 : 0;
+            requests += frame.identifier == lss::request_identifier ? 1 : 0;
         } else if (frame.identifier == answer_identifier) {
             ++answers;
         } else if (node != 0 && frame.identifier == boot_up_identifier + node && frame.length == 1 &&
@@ -163,7 +162,7 @@ public:
             case LssOutcome::done:
                 return;
             case LssOutcome::refused: {
-                const bool is_specific = result.error == specific_error;
+                const bool is_specific = result.error == lss::specific_error;
                 throw Failure(ExitStatus::refused,
                               "the slave refuses " + what + ": error " +
                                   std::to_string(is_specific ? result.specific : result.error) +

@@ -1,45 +1,21 @@
 #include "tools/lssframewords.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
+#include "nodevik/nodes/lss.h"
+#include "nodevik/nodes/lssprotocol.h"
 #include "tools/nodewords.h"
 
 namespace nodevik_tool {
 
 namespace {
 
-enum Command : unsigned char {
-    switch_all = 0x04,
-    node_number = 0x11,
-    bit_timing = 0x13,
-    activate_bit_timing = 0x15,
-    store = 0x17,
-    select_first = 0x40,
-    select_last = 0x43,
-    selected = 0x44,
-    identify_first = 0x46,
-    identify_last = 0x4B,
-    identify_unconfigured = 0x4C,
-    identified = 0x4F,
-    unconfigured = 0x50,
-    fastscan = 0x51,
-    inquire_first = 0x5A,
-    inquire_last = 0x5D,
-    inquire_node_number = 0x5E
-};
-
-constexpr unsigned int no_node = 0xFF;
-constexpr unsigned int specific_error = 0xFF;
-constexpr unsigned int any_slave = 0x80;  // as the bit of a fastscan
-constexpr unsigned int highest_bit = 31;
-
-constexpr std::array<const char*, 4> identity{"vendor", "product", "revision", "serial number"};
-constexpr std::array<const char*, 6> ranges{
+constexpr std::array<const char*, lss::identity_parts> identity{"vendor", "product", "revision",
+                                                                "serial number"};
+constexpr std::array<const char*, lss::range_parts> ranges{
     "vendor", "product", "revision from", "revision up to", "serial number from", "serial number up to"};
-constexpr std::array<const char*, 10> bit_rates{"1000 kbit/s", "800 kbit/s", "500 kbit/s", "250 kbit/s",
-                                                "125 kbit/s",  nullptr,      "50 kbit/s",  "20 kbit/s",
-                                                "10 kbit/s",   "automatic"};
-
 std::string number_in(const LssBytes& data) {
     return hex_text(data[1] | static_cast<std::uint32_t>(data[2]) << 8 |
                     static_cast<std::uint32_t>(data[3]) << 16 | static_cast<std::uint32_t>(data[4]) << 24);
@@ -50,8 +26,10 @@ std::string unknown(unsigned char command) {
     return std::string("unknown command 0x") + digits[command >> 4] + digits[command & 0xF];
 }
 
-bool is_between(unsigned char command, Command first, Command last) {
-    return command >= first && command <= last;
+// The name of what a command of a range is about; null when the command is not in the range.
+template <std::size_t count>
+const char* name_in(const std::array<const char*, count>& names, unsigned char command, lss::Command first) {
+    return command >= first && command < first + count ? names[command - first] : nullptr;
 }
 
 std::string switch_words(unsigned char mode) {
@@ -66,20 +44,22 @@ std::string switch_words(unsigned char mode) {
 }
 
 std::string bit_rate_words(unsigned char table, unsigned char index) {
-    if (table == 0 && index < bit_rates.size() && bit_rates[index] != nullptr) {
-        return bit_rates[index];
+    const auto* const rate = std::find_if(lss::bit_rates.begin(), lss::bit_rates.end(),
+                                          [index](const lss::BitRate& row) { return row.index == index; });
+    if (table != lss::standard_table || rate == lss::bit_rates.end()) {
+        return "number " + std::to_string(index) + " of table " + std::to_string(table);
     }
-    return "number " + std::to_string(index) + " of table " + std::to_string(table);
+    return rate->kbit == 0 ? "automatic" : std::to_string(rate->kbit) + " kbit/s";
 }
 
 std::string fastscan_words(const LssBytes& data) {
     const unsigned int bit = data[5];
     const unsigned int number = data[6];
     const unsigned int next = data[7];
-    if (bit == any_slave) {
+    if (bit == lss::scan_begin) {
         return "fastscan: any slave without a node number";
     }
-    if (bit > highest_bit || number >= identity.size() || next >= identity.size()) {
+    if (bit > lss::highest_bit || number >= identity.size() || next >= identity.size()) {
         return "fastscan: out of range";
     }
     return std::string("fastscan: ") + identity[number] + " " + number_in(data) + " from bit " +
@@ -94,8 +74,8 @@ std::string setting_words(const LssBytes& data, const char* what, const char* do
         case 0:
             return done;
         case 1:
-            return refused + (data[0] == node_number ? "out of range" : "not supported");
-        case specific_error:
+            return refused + (data[0] == lss::configure_node ? "out of range" : "not supported");
+        case lss::specific_error:
             return refused + "the maker's error " + std::to_string(data[2]);
         default:
             return refused + (error == 2 && error_2 != nullptr ? error_2 : "error " + std::to_string(error));
@@ -106,31 +86,32 @@ std::string setting_words(const LssBytes& data, const char* what, const char* do
 
 std::string lss_request_words(const LssBytes& data) {
     const unsigned char command = data[0];
-    if (is_between(command, select_first, select_last)) {
-        return std::string("select ") + identity[command - select_first] + " " + number_in(data);
+    if (const char* const name = name_in(identity, command, lss::switch_selective_first)) {
+        return std::string("select ") + name + " " + number_in(data);
     }
-    if (is_between(command, identify_first, identify_last)) {
-        return std::string("identify ") + ranges[command - identify_first] + " " + number_in(data);
+    if (const char* const name = name_in(ranges, command, lss::identify_first)) {
+        return std::string("identify ") + name + " " + number_in(data);
     }
-    if (is_between(command, inquire_first, inquire_last)) {
-        return std::string("read ") + identity[command - inquire_first];
+    if (const char* const name = name_in(identity, command, lss::inquire_first)) {
+        return std::string("read ") + name;
     }
     switch (command) {
-        case switch_all:
+        case lss::switch_state_global:
             return switch_words(data[1]);
-        case node_number:
-            return data[1] == no_node ? "set no node number" : "set node number " + std::to_string(data[1]);
-        case bit_timing:
+        case lss::configure_node:
+            return data[1] == Lss::no_node ? "set no node number"
+                                           : "set node number " + std::to_string(data[1]);
+        case lss::configure_bit_timing:
             return "set bit rate " + bit_rate_words(data[1], data[2]);
-        case activate_bit_timing:
+        case lss::activate_bit_timing:
             return "activate the bit rate after " + std::to_string(data[1] | data[2] << 8) + " ms";
-        case store:
+        case lss::store_configuration:
             return "store";
-        case identify_unconfigured:
+        case lss::identify_unconfigured:
             return "identify slaves without a node number";
-        case fastscan:
+        case lss::fastscan:
             return fastscan_words(data);
-        case inquire_node_number:
+        case lss::inquire_node:
             return "read node number";
         default:
             return unknown(command);
@@ -139,24 +120,24 @@ std::string lss_request_words(const LssBytes& data) {
 
 std::string lss_answer_words(const LssBytes& data) {
     const unsigned char command = data[0];
-    if (is_between(command, inquire_first, inquire_last)) {
-        return std::string(identity[command - inquire_first]) + " " + number_in(data);
+    if (const char* const name = name_in(identity, command, lss::inquire_first)) {
+        return std::string(name) + " " + number_in(data);
     }
     switch (command) {
-        case node_number:
+        case lss::configure_node:
             return setting_words(data, "node number", "node number taken", nullptr);
-        case bit_timing:
+        case lss::configure_bit_timing:
             return setting_words(data, "bit rate", "bit rate taken", nullptr);
-        case store:
+        case lss::store_configuration:
             return setting_words(data, "store", "stored", "the medium failed");
-        case selected:
+        case lss::switched:
             return "selected";
-        case identified:
+        case lss::identified:
             return "identified";
-        case unconfigured:
+        case lss::unconfigured:
             return "a slave without a node number";
-        case inquire_node_number:
-            return data[1] == no_node ? "no node number" : "node number " + std::to_string(data[1]);
+        case lss::inquire_node:
+            return data[1] == Lss::no_node ? "no node number" : "node number " + std::to_string(data[1]);
         default:
             return unknown(command);
     }

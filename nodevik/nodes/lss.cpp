@@ -4,46 +4,14 @@
 #include <utility>
 
 #include "nodevik/nodes/buswait.h"
+#include "nodevik/nodes/lssprotocol.h"
 #include "nodevik/util/assertion.h"
 #include "nodevik/util/monotonicclock.h"
 
 namespace {
 
-constexpr unsigned int request_identifier = 0x7E5;
-constexpr unsigned int answer_identifier = 0x7E4;
 constexpr unsigned int boot_up_base = 0x700;
 constexpr unsigned int highest_node = 127;
-
-// Byte 0 of a request and of its answer.
-enum Command : unsigned char {
-    switch_state_global = 0x04,
-    configure_node = 0x11,
-    configure_bit_timing = 0x13,
-    activate_bit_timing = 0x15,
-    store_configuration = 0x17,
-    switch_selective_first = 0x40,
-    switched = 0x44,
-    identify_first = 0x46,
-    identify_unconfigured = 0x4C,
-    identified = 0x4F,
-    unconfigured = 0x50,
-    fastscan = 0x51,
-    inquire_first = 0x5A,
-    inquire_node = 0x5E
-};
-
-constexpr unsigned int identity_parts = 4;
-constexpr unsigned int range_parts = 6;
-constexpr unsigned char scan_begin = 0x80;
-constexpr unsigned int highest_bit = 31;
-
-// Index of each bit rate in the standard table (CiA 305, 6.4.3); 5 is reserved.
-struct BitRate {
-    unsigned int kbit;
-    unsigned char index;
-};
-constexpr std::array<BitRate, 9> bit_rates{
-    {{1000, 0}, {800, 1}, {500, 2}, {250, 3}, {125, 4}, {50, 6}, {20, 7}, {10, 8}, {0, 9}}};
 
 struct OutcomeWords {
     LssOutcome outcome;
@@ -113,7 +81,7 @@ int Lss::start_switch_all(bool configuration, Callback end) {
     if (!begin(Task::send_only, end)) {
         return -1;
     }
-    ask(frame_of(switch_state_global, configuration ? 1 : 0), 0, us_to_ns(timing.gap_us), false);
+    ask(frame_of(lss::switch_state_global, configuration ? 1 : 0), 0, us_to_ns(timing.gap_us), false);
     return 0;
 }
 
@@ -133,19 +101,19 @@ int Lss::start_set_node(unsigned int node, Callback end) {
         return -1;
     }
     result.node = node;
-    ask(frame_of(configure_node, node), configure_node, ms_to_ns(timing.answer_ms), true);
+    ask(frame_of(lss::configure_node, node), lss::configure_node, ms_to_ns(timing.answer_ms), true);
     return 0;
 }
 
 int Lss::start_set_bit_rate(unsigned int rate_kbit, Callback end) {
-    const auto* rate = std::find_if(bit_rates.begin(), bit_rates.end(),
-                                    [rate_kbit](const BitRate& row) { return row.kbit == rate_kbit; });
-    if (rate == bit_rates.end() || !begin(Task::set_value, end)) {
+    const auto* rate = std::find_if(lss::bit_rates.begin(), lss::bit_rates.end(),
+                                    [rate_kbit](const lss::BitRate& row) { return row.kbit == rate_kbit; });
+    if (rate == lss::bit_rates.end() || !begin(Task::set_value, end)) {
         return -1;
     }
-    constexpr unsigned int standard_table = 0;
-    ask(frame_of(configure_bit_timing, standard_table | static_cast<std::uint32_t>(rate->index) << 8),
-        configure_bit_timing, ms_to_ns(timing.answer_ms), true);
+    const std::uint32_t table_and_index = lss::standard_table | static_cast<std::uint32_t>(rate->index) << 8;
+    ask(frame_of(lss::configure_bit_timing, table_and_index), lss::configure_bit_timing,
+        ms_to_ns(timing.answer_ms), true);
     return 0;
 }
 
@@ -153,7 +121,7 @@ int Lss::start_activate(unsigned int delay_ms, Callback end) {
     if (delay_ms > UINT16_MAX || !begin(Task::send_only, end)) {
         return -1;
     }
-    ask(frame_of(activate_bit_timing, delay_ms), 0, ms_to_ns(delay_ms) * 2, false);
+    ask(frame_of(lss::activate_bit_timing, delay_ms), 0, ms_to_ns(delay_ms) * 2, false);
     return 0;
 }
 
@@ -161,7 +129,7 @@ int Lss::start_store(Callback end) {
     if (!begin(Task::set_value, end)) {
         return -1;
     }
-    ask(frame_of(store_configuration), store_configuration, ms_to_ns(timing.store_ms), false);
+    ask(frame_of(lss::store_configuration), lss::store_configuration, ms_to_ns(timing.store_ms), false);
     return 0;
 }
 
@@ -170,7 +138,7 @@ int Lss::start_inquire_identity(Callback end) {
         return -1;
     }
     part = 0;
-    ask(frame_of(inquire_first), inquire_first, ms_to_ns(timing.answer_ms), false);
+    ask(frame_of(lss::inquire_first), lss::inquire_first, ms_to_ns(timing.answer_ms), false);
     return 0;
 }
 
@@ -178,7 +146,7 @@ int Lss::start_inquire_node(Callback end) {
     if (!begin(Task::inquire_node, end)) {
         return -1;
     }
-    ask(frame_of(inquire_node), inquire_node, ms_to_ns(timing.answer_ms), false);
+    ask(frame_of(lss::inquire_node), lss::inquire_node, ms_to_ns(timing.answer_ms), false);
     return 0;
 }
 
@@ -196,8 +164,8 @@ int Lss::start_identify_unconfigured(Callback end) {
     if (!begin(Task::identify, end)) {
         return -1;
     }
-    part = range_parts - 1;
-    ask(frame_of(identify_unconfigured), unconfigured, ms_to_ns(timing.answer_ms), true);
+    part = lss::range_parts - 1;
+    ask(frame_of(lss::identify_unconfigured), lss::unconfigured, ms_to_ns(timing.answer_ms), true);
     return 0;
 }
 
@@ -278,7 +246,7 @@ void Lss::frame_passed(const ObservedFrame& frame) {
         deadline = std::min(deadline, now + ms_to_ns(timing.scan_ms));
         return;
     }
-    if (frame.identifier != answer_identifier) {
+    if (frame.identifier != lss::answer_identifier) {
         return;
     }
     if (frame.length != 8 || awaited == 0 || waits_to_send || frame.data[0] != awaited) {
@@ -324,7 +292,8 @@ void Lss::try_to_send() {
     Frame frame = frame_out;
     waits_to_send = false;  // the answer may come while the frame is being written
     const std::uint64_t give_up = std::exchange(deadline, now + step_ns);
-    if (driver->write(request_identifier, static_cast<unsigned int>(frame.size()), frame.data(), 0) >= 0) {
+    if (driver->write(lss::request_identifier, static_cast<unsigned int>(frame.size()), frame.data(), 0) >=
+        0) {
         return;
     }
     waits_to_send = true;
@@ -389,19 +358,19 @@ void Lss::finish(LssOutcome outcome) {
 void Lss::ask_part(unsigned int next) {
     part = next;
     const bool selects = task == Task::switch_one;
-    const bool last = part + 1 == (selects ? identity_parts : range_parts);
-    const unsigned int command = (selects ? switch_selective_first : identify_first) + part;
+    const bool last = part + 1 == (selects ? lss::identity_parts : lss::range_parts);
+    const unsigned int command = (selects ? lss::switch_selective_first : lss::identify_first) + part;
     if (!last) {
         ask(frame_of(command, numbers[part]), 0, us_to_ns(timing.gap_us), false);
     } else if (selects) {
-        ask(frame_of(command, numbers[part]), switched, ms_to_ns(timing.answer_ms), true);
+        ask(frame_of(command, numbers[part]), lss::switched, ms_to_ns(timing.answer_ms), true);
     } else {
-        ask(frame_of(command, numbers[part]), identified, ms_to_ns(timing.scan_ms), true);
+        ask(frame_of(command, numbers[part]), lss::identified, ms_to_ns(timing.scan_ms), true);
     }
 }
 
 void Lss::take_selection() {
-    if (part + 1 < identity_parts) {
+    if (part + 1 < lss::identity_parts) {
         ask_part(part + 1);
         return;
     }
@@ -435,8 +404,8 @@ void Lss::take_identity() {
         return;
     }
     numbers[part] = number_in(first_answer);
-    if (++part < identity_parts) {
-        const unsigned int command = inquire_first + part;
+    if (++part < lss::identity_parts) {
+        const unsigned int command = lss::inquire_first + part;
         ask(frame_of(command), command, ms_to_ns(timing.answer_ms), false);
         return;
     }
@@ -445,7 +414,7 @@ void Lss::take_identity() {
 }
 
 void Lss::take_identification() {
-    if (part + 1 < range_parts) {
+    if (part + 1 < lss::range_parts) {
         ask_part(part + 1);
         return;
     }
@@ -456,14 +425,14 @@ void Lss::take_identification() {
 void Lss::begin_scan() {
     scan = Scan::begin;
     numbers = {};
-    Frame frame = frame_of(fastscan);
-    frame[5] = scan_begin;
-    ask(frame, identified, ms_to_ns(timing.scan_ms), !timing.first_answer_ends_step);
+    Frame frame = frame_of(lss::fastscan);
+    frame[5] = lss::scan_begin;
+    ask(frame, lss::identified, ms_to_ns(timing.scan_ms), !timing.first_answer_ends_step);
 }
 
 void Lss::begin_part(unsigned int next) {
     part = next;
-    bit = highest_bit;
+    bit = lss::highest_bit;
     if (known.known[part]) {
         numbers[part] = known.value[part];
         check_part();
@@ -476,20 +445,20 @@ void Lss::begin_part(unsigned int next) {
 // Asks whether a node's number has the bits that are known and the next one 0.
 void Lss::ask_bit() {
     scan = Scan::bits;
-    Frame frame = frame_of(fastscan, numbers[part]);
+    Frame frame = frame_of(lss::fastscan, numbers[part]);
     frame[5] = static_cast<unsigned char>(bit);
     frame[6] = static_cast<unsigned char>(part);
     frame[7] = static_cast<unsigned char>(part);
-    ask(frame, identified, ms_to_ns(timing.scan_ms), !timing.first_answer_ends_step);
+    ask(frame, lss::identified, ms_to_ns(timing.scan_ms), !timing.first_answer_ends_step);
 }
 
 // Asks for the whole number; who has it goes on to the next one, or after the last one into configuration.
 void Lss::check_part() {
     scan = Scan::check;
-    Frame frame = frame_of(fastscan, numbers[part]);
+    Frame frame = frame_of(lss::fastscan, numbers[part]);
     frame[6] = static_cast<unsigned char>(part);
-    frame[7] = static_cast<unsigned char>((part + 1) % identity_parts);
-    ask(frame, identified, ms_to_ns(timing.scan_ms), !timing.first_answer_ends_step);
+    frame[7] = static_cast<unsigned char>((part + 1) % lss::identity_parts);
+    ask(frame, lss::identified, ms_to_ns(timing.scan_ms), !timing.first_answer_ends_step);
 }
 
 void Lss::take_scan() {
@@ -515,7 +484,7 @@ void Lss::take_scan() {
         case Scan::check:
             if (step_answers == 0) {
                 scan_over(known.known[part] ? LssOutcome::no_answer : LssOutcome::lost);
-            } else if (part + 1 < identity_parts) {
+            } else if (part + 1 < lss::identity_parts) {
                 begin_part(part + 1);
             } else {
                 result.identity = identity_of(numbers);
@@ -560,7 +529,8 @@ void Lss::scan_over(LssOutcome outcome) {
         return;
     }
     stage = Stage::set_node;
-    ask(frame_of(configure_node, assignment.node), configure_node, ms_to_ns(timing.answer_ms), true);
+    ask(frame_of(lss::configure_node, assignment.node), lss::configure_node, ms_to_ns(timing.answer_ms),
+        true);
 }
 
 // Sends all nodes waiting: those that have got a number begin with it.
@@ -568,7 +538,7 @@ void Lss::leave_configuration(Stage next) {
     stage = next;
     const std::uint64_t wait_ns =
         stage == Stage::wait_for_boot_up ? ms_to_ns(timing.boot_up_ms) : us_to_ns(timing.gap_us);
-    ask(frame_of(switch_state_global), 0, wait_ns, false);
+    ask(frame_of(lss::switch_state_global), 0, wait_ns, false);
 }
 
 void Lss::take_assignment() {
@@ -591,7 +561,8 @@ void Lss::take_assignment() {
                 assignment_over();
             } else if (stores) {
                 stage = Stage::store;
-                ask(frame_of(store_configuration), store_configuration, ms_to_ns(timing.store_ms), false);
+                ask(frame_of(lss::store_configuration), lss::store_configuration, ms_to_ns(timing.store_ms),
+                    false);
             } else {
                 leave_configuration(Stage::wait_for_boot_up);
             }

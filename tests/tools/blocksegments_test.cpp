@@ -15,9 +15,9 @@ class Blocks : public testing::Test {
 protected:
     // The number of the segment that a frame of eight bytes is.
     unsigned int take(unsigned int identifier, std::initializer_list<unsigned int> bytes) {
-        return blocks_.take(frame_of(identifier, bytes));
+        return take(frame_of(identifier, bytes));
     }
-    unsigned int take(const ShownFrame& frame) { return blocks_.take(frame); }
+    unsigned int take(const ShownFrame& frame) { return blocks_.take(frame, nodevik_tool::kind_of(frame)); }
 
     static ShownFrame frame_of(unsigned int identifier, std::initializer_list<unsigned int> bytes) {
         ShownFrame frame;
@@ -123,6 +123,9 @@ TEST_F(Blocks, AreDataFramesOfEightBytesWithElevenBits) {
     EXPECT_EQ(take(frame), 0U);
     frame.extended = false;
     frame.length = 7;
+    EXPECT_EQ(take(frame), 0U);
+    frame.length = 8;
+    frame.remote = true;
     EXPECT_EQ(take(frame), 0U);
     EXPECT_EQ(take(0x605, {0x01}), 1U);
 }
