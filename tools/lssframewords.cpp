@@ -16,6 +16,7 @@ constexpr std::array<const char*, lss::identity_parts> identity{"vendor", "produ
                                                                 "serial number"};
 constexpr std::array<const char*, lss::range_parts> ranges{
     "vendor", "product", "revision from", "revision up to", "serial number from", "serial number up to"};
+
 std::string number_in(const LssBytes& data) {
     return hex_text(data[1] | static_cast<std::uint32_t>(data[2]) << 8 |
                     static_cast<std::uint32_t>(data[3]) << 16 | static_cast<std::uint32_t>(data[4]) << 24);
